@@ -1,0 +1,200 @@
+// The base of every shot: forwards each operation to the vendor layer.
+
+#include "shots/ShotCommon.h"
+
+#include <android/log.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <utility>
+
+namespace android {
+
+namespace {
+
+constexpr const char* kTag = "ShotCommon";
+
+struct FormatName {
+    const char* name;
+    int32_t code;
+};
+
+constexpr FormatName kFormatNames[] = {
+    {"yuv420p", KOV_FORMAT_YUV420P},   {"yuv422p", KOV_FORMAT_YUV422P}, {"yuv420sp", KOV_FORMAT_YUV420SP},
+    {"yuv422sp", KOV_FORMAT_YUV422SP}, {"yuv420i", KOV_FORMAT_YUV420I}, {"yuv422i-yuyv", KOV_FORMAT_YUV422I_YUYV},
+    {"rgb565", KOV_FORMAT_RGB565},
+};
+
+}  // namespace
+
+int32_t colorFormatFromName(const char* name) {
+    for (const FormatName& format : kFormatNames) {
+        if (std::strcmp(name, format.name) == 0)
+            return format.code;
+    }
+    return KOV_FORMAT_UNKNOWN;
+}
+
+ShotCommon::ShotCommon(sp<CameraHardwareInterface> hardware, ShotGate& gate)
+    : mGate(gate), mLock(gate.registrationLock()), mHardware(std::move(hardware)) {
+    __android_log_print(ANDROID_LOG_INFO, kTag, "ShotCommon created: pid=%d", getpid());
+    init();
+}
+
+ShotCommon::~ShotCommon() {
+    __android_log_print(ANDROID_LOG_INFO, kTag, "ShotCommon destroyed: pid=%d", getpid());
+    mHardware.clear();
+    mGate.close();
+    mGate.giveUp();
+}
+
+void ShotCommon::init() {
+    getInformationFromHardware();
+}
+
+void ShotCommon::getInformationFromHardware() {
+    if (!mHardware.get()) {
+        logHardwareMissing();
+        return;
+    }
+    const CameraParameters params = mHardware->getParameters();
+
+    const auto readSize = [&](auto getSize, std::atomic<int32_t>& width, std::atomic<int32_t>& height) {
+        int w = 0;
+        int h = 0;
+        (params.*getSize)(&w, &h);
+        width = w;
+        height = h;
+    };
+    readSize(&CameraParameters::getPreviewSize, mPreviewWidth, mPreviewHeight);
+    __android_log_print(ANDROID_LOG_INFO, kTag, "Preview width(%d), height(%d)", mPreviewWidth.load(),
+                        mPreviewHeight.load());
+    if (const char* format = params.getPreviewFormat()) {
+        __android_log_print(ANDROID_LOG_INFO, kTag, "Preview color format %s", format);
+        mPreviewFormat = colorFormatFromName(format);
+    }
+    readSize(&CameraParameters::getPictureSize, mPictureWidth, mPictureHeight);
+    __android_log_print(ANDROID_LOG_INFO, kTag, "Picture width(%d), height(%d)", mPictureWidth.load(),
+                        mPictureHeight.load());
+    if (const char* format = params.getPictureFormat()) {
+        __android_log_print(ANDROID_LOG_INFO, kTag, "Picture color format %s", format);
+        mPictureFormat = colorFormatFromName(format);
+    }
+}
+
+void ShotCommon::logHardwareMissing() {
+    __android_log_print(ANDROID_LOG_ERROR, kTag, "mHardware is NULL, returning.");
+}
+
+void ShotCommon::setCallbacks(notify_callback, data_callback, data_callback_timestamp, void*) {
+    __android_log_print(ANDROID_LOG_ERROR, kTag, "setCallbacks must be implemented in each shot");
+}
+
+status_t ShotCommon::startPreview() {
+    // A local reference: the preview starts also when the shot is retired while the parameters are read.
+    const sp<CameraHardwareInterface> hardware = mHardware;
+    if (!hardware.get()) {
+        logHardwareMissing();
+        return INVALID_OPERATION;
+    }
+    CameraParameters params;
+    if (!callOut([&] { params = hardware->getParameters(); }))
+        return hardware->startPreview();
+    int width = 0;
+    int height = 0;
+    params.getPreviewSize(&width, &height);
+    mPreviewWidth = width;
+    mPreviewHeight = height;
+    const ShotGate::Outside outside(mGate);
+    return hardware->startPreview();
+}
+
+sp<IMemoryHeap> ShotCommon::getPreviewHeap() {
+    return forward(sp<IMemoryHeap>(), [](auto& hardware) { return hardware.getPreviewHeap(); });
+}
+
+sp<IMemoryHeap> ShotCommon::getRawHeap() {
+    return forward(sp<IMemoryHeap>(), [](auto& hardware) { return hardware.getRawHeap(); });
+}
+
+void ShotCommon::enableMsgType(int32_t msgType) {
+    forward([=](auto& hardware) { hardware.enableMsgType(msgType); });
+}
+
+void ShotCommon::disableMsgType(int32_t msgType) {
+    forward([=](auto& hardware) { hardware.disableMsgType(msgType); });
+}
+
+bool ShotCommon::msgTypeEnabled(int32_t msgType) {
+    return forward(false, [=](auto& hardware) { return hardware.msgTypeEnabled(msgType); });
+}
+
+void ShotCommon::stopPreview() {
+    forward([](auto& hardware) { hardware.stopPreview(); });
+}
+
+bool ShotCommon::previewEnabled() {
+    return forward(false, [](auto& hardware) { return hardware.previewEnabled(); });
+}
+
+status_t ShotCommon::startRecording() {
+    return forward<status_t>(INVALID_OPERATION, [](auto& hardware) { return hardware.startRecording(); });
+}
+
+void ShotCommon::stopRecording() {
+    forward([](auto& hardware) { hardware.stopRecording(); });
+}
+
+bool ShotCommon::recordingEnabled() {
+    return forward(false, [](auto& hardware) { return hardware.recordingEnabled(); });
+}
+
+void ShotCommon::releaseRecordingFrame(const sp<IMemory>& mem) {
+    forward([&](auto& hardware) { hardware.releaseRecordingFrame(mem); });
+}
+
+status_t ShotCommon::autoFocus() {
+    return forward<status_t>(INVALID_OPERATION, [](auto& hardware) { return hardware.autoFocus(); });
+}
+
+status_t ShotCommon::cancelAutoFocus() {
+    return forward<status_t>(INVALID_OPERATION, [](auto& hardware) { return hardware.cancelAutoFocus(); });
+}
+
+status_t ShotCommon::takePicture() {
+    return forward<status_t>(INVALID_OPERATION, [](auto& hardware) { return hardware.takePicture(); });
+}
+
+status_t ShotCommon::cancelPicture() {
+    return forward<status_t>(INVALID_OPERATION, [](auto& hardware) { return hardware.cancelPicture(); });
+}
+
+status_t ShotCommon::setParameters(const CameraParameters& params) {
+    return forward<status_t>(INVALID_OPERATION, [&](auto& hardware) { return hardware.setParameters(params); });
+}
+
+CameraParameters ShotCommon::getParameters() const {
+    const sp<CameraHardwareInterface> hardware = mHardware;
+    if (!hardware.get())
+        return CameraParameters();
+    const ShotGate::Outside outside(mGate);
+    return hardware->getParameters();
+}
+
+status_t ShotCommon::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
+    return forward<status_t>(INVALID_OPERATION, [=](auto& hardware) { return hardware.sendCommand(cmd, arg1, arg2); });
+}
+
+void ShotCommon::release() {
+    forward([](auto& hardware) { hardware.release(); });
+}
+
+status_t ShotCommon::dump(int fd, const Vector<String16>& args) const {
+    return forward<status_t>(INVALID_OPERATION, [&](auto& hardware) { return hardware.dump(fd, args); });
+}
+
+void ShotCommon::setCameraHardware(sp<CameraHardwareInterface> hardware) {
+    mHardware = std::move(hardware);
+}
+
+}  // namespace android

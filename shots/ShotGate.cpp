@@ -1,0 +1,127 @@
+// The fence between a shot and everything that may still be on its way to it.
+
+#include "shots/ShotGate.h"
+
+namespace android {
+
+std::atomic<ShotGate*> ShotGate::sFirst{nullptr};
+thread_local ShotGate::Entry* ShotGate::sInnermost = nullptr;
+
+ShotGate& ShotGate::take(void* key, Kind kind) {
+    for (ShotGate* gate = sFirst.load(std::memory_order_acquire); gate; gate = gate->mNext) {
+        if (gate->tryReuse(key, kind))
+            return *gate;
+    }
+    ShotGate* gate = new ShotGate;
+    gate->tryReuse(key, kind);
+    ShotGate* first = sFirst.load(std::memory_order_relaxed);
+    do {
+        gate->mNext = first;
+    } while (!sFirst.compare_exchange_weak(first, gate, std::memory_order_release, std::memory_order_relaxed));
+    return *gate;
+}
+
+bool ShotGate::tryReuse(void* key, Kind kind) {
+    uint32_t unused = kClosed;
+    if (!mState.compare_exchange_strong(unused, kClosed | kHoldOne, std::memory_order_acq_rel,
+                                        std::memory_order_relaxed))
+        return false;
+    mKey.store(key, std::memory_order_relaxed);
+    mKind.store(kind, std::memory_order_relaxed);
+    return true;
+}
+
+void ShotGate::giveUp() {
+    mState.fetch_sub(kHoldOne, std::memory_order_release);
+}
+
+void ShotGate::publish() {
+    mState.fetch_and(~kClosed, std::memory_order_release);
+}
+
+void ShotGate::close() {
+    mState.fetch_or(kClosed, std::memory_order_acq_rel);
+}
+
+void ShotGate::drain() {
+    const AutoMutex held(mDrainLock);
+    while (mState.load(std::memory_order_acquire) & kInsideMask)
+        mDrained.wait(mDrainLock);
+}
+
+bool ShotGate::addInside(uint32_t alsoHold) {
+    if (!(mState.fetch_add(kInsideOne + alsoHold, std::memory_order_acq_rel) & kClosed))
+        return true;
+    subInside(alsoHold);
+    return false;
+}
+
+void ShotGate::subInside(uint32_t alsoHold) {
+    const uint32_t after = mState.fetch_sub(kInsideOne + alsoHold, std::memory_order_acq_rel) - kInsideOne - alsoHold;
+    if ((after & kClosed) && !(after & kInsideMask)) {
+        // Somebody may be waiting. The block outlives all its users, so it may be touched after it was left.
+        const AutoMutex held(mDrainLock);
+        mDrained.broadcast();
+    }
+}
+
+ShotGate::Hold::Hold(ShotGate& gate) : mGate(gate) {
+    gate.mState.fetch_add(kHoldOne, std::memory_order_relaxed);
+}
+
+ShotGate::Entry::Entry(void* key, Kind kind) {
+    for (ShotGate* gate = sFirst.load(std::memory_order_acquire); gate; gate = gate->mNext) {
+        if (gate->mKey.load(std::memory_order_relaxed) != key || gate->mKind.load(std::memory_order_relaxed) != kind)
+            continue;
+        if (!gate->addInside(kHoldOne))
+            continue;
+        // The block may have been given to another object between the look and the entry. Now that it is entered it is
+        // that of an object that lives.
+        if (gate->mKey.load(std::memory_order_relaxed) == key && gate->mKind.load(std::memory_order_relaxed) == kind) {
+            enter(gate);
+            return;
+        }
+        gate->subInside(kHoldOne);
+    }
+}
+
+ShotGate::Entry::Entry(ShotGate& gate) {
+    if (gate.addInside(kHoldOne))
+        enter(&gate);
+}
+
+void ShotGate::Entry::enter(ShotGate* gate) {
+    mGate = gate;
+    mInside = true;
+    mOuter = sInnermost;
+    sInnermost = this;
+}
+
+ShotGate::Entry::~Entry() {
+    if (!mGate)
+        return;
+    sInnermost = mOuter;
+    if (mInside)
+        mGate->subInside(kHoldOne);
+    else
+        mGate->giveUp();
+}
+
+ShotGate::Outside::Outside(ShotGate& gate) : mEntry(sInnermost) {
+    if (!mEntry || mEntry->mGate != &gate || !mEntry->mInside) {
+        mEntry = nullptr;
+        return;
+    }
+    mEntry->mInside = false;
+    gate.subInside(0);
+}
+
+void ShotGate::Outside::back() {
+    if (!mEntry)
+        return;
+    mAlive = mEntry->mGate->addInside(0);
+    mEntry->mInside = mAlive;
+    mEntry = nullptr;
+}
+
+}  // namespace android

@@ -1,0 +1,70 @@
+// A vendor layer that records its calls and answers as a test tells it.
+#pragma once
+
+#include <camera/CameraHardwareInterface.h>
+
+#include <functional>
+#include <map>
+#include <string>
+
+namespace kov::test {
+
+/// Every operation but `getParameters` and `msgTypeEnabled` records "hw.NAME arguments". Made for tests in which one
+/// thread at a time uses it.
+class FakeCameraHardware : public android::CameraHardwareInterface {
+public:
+    FakeCameraHardware();
+    ~FakeCameraHardware() override;
+
+    /// What `openCameraHardware` returns from now on; empty for none. Records "openCameraHardware" when called.
+    static void setNext(const android::sp<android::CameraHardwareInterface>& hardware);
+
+    android::CameraParameters params;                     // what getParameters returns
+    std::map<std::string, android::status_t> results;     // by operation name; 0 where missing
+    std::map<std::string, std::function<void()>> during;  // by operation name; run within the operation
+    android::sp<android::IMemoryHeap> previewHeap, rawHeap;
+    int32_t enabledTypes = android::CAMERA_MSG_ALL_MSGS;
+    bool flag = false;  // answer of previewEnabled, recordingEnabled
+
+    // What was registered last.
+    android::notify_callback notifyCb = nullptr;
+    android::data_callback dataCb = nullptr;
+    android::data_callback_timestamp dataCbTimestamp = nullptr;
+    void* user = nullptr;
+
+    /// Sends a message through what is registered.
+    void notify(int32_t msgType, int32_t ext1 = 0, int32_t ext2 = 0) { notifyCb(msgType, ext1, ext2, user); }
+    void data(int32_t msgType, const android::sp<android::IMemory>& memory) { dataCb(msgType, memory, user); }
+    void dataTimestamp(int64_t timestamp, int32_t msgType, const android::sp<android::IMemory>& memory) {
+        dataCbTimestamp(timestamp, msgType, memory, user);
+    }
+
+    android::sp<android::IMemoryHeap> getPreviewHeap() override;
+    android::sp<android::IMemoryHeap> getRawHeap() override;
+    void setCallbacks(android::notify_callback notify_cb, android::data_callback data_cb,
+                      android::data_callback_timestamp data_cb_timestamp, void* user) override;
+    void enableMsgType(int32_t msgType) override;
+    void disableMsgType(int32_t msgType) override;
+    bool msgTypeEnabled(int32_t msgType) override { return (enabledTypes & msgType) == msgType; }
+    android::status_t startPreview() override { return call("startPreview"); }
+    void stopPreview() override { call("stopPreview"); }
+    bool previewEnabled() override { return call("previewEnabled") == 0 && flag; }
+    android::status_t startRecording() override { return call("startRecording"); }
+    void stopRecording() override { call("stopRecording"); }
+    bool recordingEnabled() override { return call("recordingEnabled") == 0 && flag; }
+    void releaseRecordingFrame(const android::sp<android::IMemory>& mem) override;
+    android::status_t autoFocus() override { return call("autoFocus"); }
+    android::status_t cancelAutoFocus() override { return call("cancelAutoFocus"); }
+    android::status_t takePicture() override { return call("takePicture"); }
+    android::status_t cancelPicture() override { return call("cancelPicture"); }
+    android::status_t setParameters(const android::CameraParameters& params) override;
+    android::CameraParameters getParameters() const override;
+    android::status_t sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) override;
+    void release() override { call("release"); }
+    android::status_t dump(int fd, const android::Vector<android::String16>& args) const override;
+
+private:
+    android::status_t call(const std::string& name, const std::string& arguments = "");
+};
+
+}  // namespace kov::test

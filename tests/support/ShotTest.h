@@ -1,0 +1,77 @@
+// The frame around a test of one shot: a fake vendor layer below it, a recording application above it.
+#pragma once
+
+#include <binder/MemoryBase.h>
+#include <binder/MemoryHeapBase.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "shots/ShotCallbacks.h"
+#include "tests/support/FakeCameraHardware.h"
+#include "tests/support/Recorder.h"
+
+namespace kov::test {
+
+/// Shared memory of `size` bytes, all `fill`.
+inline android::sp<android::IMemory> makeMemory(size_t size, uint8_t fill = 0) {
+    const android::sp<android::IMemoryHeap> heap = new android::MemoryHeapBase(size);
+    if (size)
+        std::memset(heap->base(), fill, size);
+    return new android::MemoryBase(heap, 0, size);
+}
+
+/// The bytes of a region.
+inline std::vector<uint8_t> bytesOf(const android::sp<android::IMemory>& memory) {
+    const auto* first = static_cast<const uint8_t*>(memory->pointer());
+    return {first, first + memory->size()};
+}
+
+/// Owns a `Mode` over `hardware` and is its application: its callbacks record "app.notify 0xTYPE EXT1 EXT2",
+/// "app.data 0xTYPE SIZE" (or "null") and "app.dataTimestamp TIME 0xTYPE SIZE", and keep the data message received last
+/// in `lastData`. `whileReceiving` runs in each data callback.
+template <typename Mode>
+class ShotTest : public ::testing::Test {
+protected:
+    void makeShot() {
+        shot = android::makeShot<Mode>(hardware);
+        if (hardware.get())
+            shot->setCallbacks(onNotify, onData, onDataTimestamp, this);
+    }
+    void retireShot() {
+        if (Mode* old = std::exchange(shot, nullptr))
+            android::retireShot(old, old->gate());
+    }
+    /// A preview frame of the vendor layer's preview size in 4:2:0, all bytes `fill`.
+    android::sp<android::IMemory> makeFrame(uint8_t fill = 0) const {
+        int width = 0;
+        int height = 0;
+        hardware->params.getPreviewSize(&width, &height);
+        return makeMemory(static_cast<size_t>(width) * height * 3 / 2, fill);
+    }
+    void TearDown() override { retireShot(); }
+
+    Recorder recorder;
+    android::sp<FakeCameraHardware> hardware = new FakeCameraHardware;
+    Mode* shot = nullptr;
+    android::sp<android::IMemory> lastData;
+    std::function<void()> whileReceiving;
+
+    static void onNotify(int32_t msgType, int32_t ext1, int32_t ext2, void*) {
+        record(text("app.notify 0x%X %d %d", msgType, ext1, ext2));
+    }
+    static void onData(int32_t msgType, const android::sp<android::IMemory>& data, void* user) {
+        auto* test = static_cast<ShotTest*>(user);
+        test->lastData = data;
+        record(data.get() ? text("app.data 0x%X %zu", msgType, data->size()) : text("app.data 0x%X null", msgType));
+        if (test->whileReceiving)
+            test->whileReceiving();
+    }
+    static void onDataTimestamp(int64_t timestamp, int32_t msgType, const android::sp<android::IMemory>& data, void*) {
+        record(text("app.dataTimestamp %lld 0x%X %zu", static_cast<long long>(timestamp), msgType,
+                    data.get() ? data->size() : 0));
+    }
+};
+
+}  // namespace kov::test
