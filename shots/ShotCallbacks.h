@@ -128,8 +128,7 @@ Mode* makeShot(const sp<CameraHardwareInterface>& hardware) {
 /// Takes a shot out of use and deletes it: lets nobody in any more, waits for the shot's own work in flight, takes the
 /// vendor layer from it. `gate` is the shot's. Not from inside the shot.
 inline void retireShot(ShotInterface* shot, ShotGate& gate) {
-    gate.close();
-    gate.drain();
+    gate.retire();
     shot->setCameraHardware(nullptr);
     delete shot;
 }

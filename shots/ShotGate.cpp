@@ -43,7 +43,8 @@ void ShotGate::close() {
     mState.fetch_or(kClosed, std::memory_order_acq_rel);
 }
 
-void ShotGate::drain() {
+void ShotGate::retire() {
+    close();
     const AutoMutex held(mDrainLock);
     while (mState.load(std::memory_order_acquire) & kInsideMask)
         mDrained.wait(mDrainLock);

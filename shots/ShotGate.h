@@ -10,10 +10,10 @@ namespace android {
 
 /// Control block of one shot (or of the adaptor): counts the threads that are inside its code.
 ///
-///     closed --publish--> open --close--> closed, then drain waits until nobody is inside
+///     closed --publish--> open --retire--> closed, once nobody is inside
 ///
 /// A thread gets in through an `Entry`, and steps out through an `Outside` for every call that leaves the shot, down to
-/// the vendor layer or up to the service. Thus a drain waits for the shot's own work only, never for code outside it,
+/// the vendor layer or up to the service. Thus retiring waits for the shot's own work only, never for code outside it,
 /// and a thread that switches modes from within a callback never waits for itself.
 ///
 /// Callbacks of the vendor layer carry the shot's address as user pointer, which may be stale. They find the block by
@@ -34,8 +34,8 @@ public:
     void publish();
     /// Lets nobody in any more. Threads inside go on.
     void close();
-    /// Waits until nobody is inside. Call after `close`, and not from inside.
-    void drain();
+    /// Closes, and waits until nobody is inside. Not from inside.
+    void retire();
 
     /// Held while the object registers its callbacks with the vendor layer. It lives here and not in the object because
     /// a registration in flight may outlive the object.
