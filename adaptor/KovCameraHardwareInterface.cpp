@@ -65,7 +65,7 @@ sp<CameraHardwareInterface> KovCameraHardwareInterface::createInstance() {
     {
         const AutoMutex held(instance.lock);
         for (;;) {
-            const sp<CameraHardwareInterface> alive = singleton.promote();
+            sp<CameraHardwareInterface> alive = singleton.promote();
             if (alive.get())
                 return alive;
             if (!instance.exists)
@@ -75,7 +75,7 @@ sp<CameraHardwareInterface> KovCameraHardwareInterface::createInstance() {
         instance.exists = true;
     }
     // The vendor layer is opened without the lock: that may take long, and may call anything.
-    const sp<CameraHardwareInterface> made = new KovCameraHardwareInterface;
+    sp<CameraHardwareInterface> made = new KovCameraHardwareInterface;
     const AutoMutex held(instance.lock);
     singleton = wp<CameraHardwareInterface>(made);
     instance.changed.broadcast();

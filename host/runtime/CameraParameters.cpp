@@ -20,7 +20,7 @@ String8 CameraParameters::flatten() const {
     for (const auto& [key, value] : mMap) {
         if (!text.empty())
             text += ';';
-        text += key + '=' + value;
+        text.append(key).append(1, '=').append(value);
     }
     return String8(std::move(text));
 }

@@ -24,7 +24,7 @@ typedef void (*data_callback_timestamp)(int64_t timestamp, int32_t msgType, cons
 /// Callbacks may arrive on any thread, also within an operation.
 class CameraHardwareInterface : public virtual RefBase {
 public:
-    virtual ~CameraHardwareInterface() {}
+    ~CameraHardwareInterface() override {}
 
     virtual sp<IMemoryHeap> getPreviewHeap() = 0;
     virtual sp<IMemoryHeap> getRawHeap() = 0;
