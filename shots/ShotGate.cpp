@@ -23,42 +23,62 @@ ShotGate& ShotGate::take(void* key, Kind kind) {
 
 bool ShotGate::tryReuse(void* key, Kind kind) {
     uint32_t unused = kClosed;
-    if (!mState.compare_exchange_strong(unused, kClosed | kHoldOne, std::memory_order_acq_rel,
-                                        std::memory_order_relaxed))
+    if (!mLanes[0].state.compare_exchange_strong(unused, kClosed | kHoldOne, std::memory_order_acq_rel,
+                                                 std::memory_order_relaxed))
         return false;
+    bool free = true;
+    for (uint32_t lane = 1; lane < kLanes; ++lane)
+        free = free && mLanes[lane].state.load(std::memory_order_acquire) == kClosed;
+    // A thread may have left another lane with a new hold in this one.
+    free = free && mLanes[0].state.load(std::memory_order_acquire) == (kClosed | kHoldOne);
+    if (!free) {
+        giveUp();
+        return false;
+    }
     mKey.store(key, std::memory_order_relaxed);
     mKind.store(kind, std::memory_order_relaxed);
     return true;
 }
 
-void ShotGate::giveUp() {
-    mState.fetch_sub(kHoldOne, std::memory_order_release);
-}
-
 void ShotGate::publish() {
-    mState.fetch_and(~kClosed, std::memory_order_release);
+    for (Lane& lane : mLanes)
+        lane.state.fetch_and(~kClosed, std::memory_order_release);
 }
 
 void ShotGate::close() {
-    mState.fetch_or(kClosed, std::memory_order_acq_rel);
+    for (Lane& lane : mLanes)
+        lane.state.fetch_or(kClosed, std::memory_order_acq_rel);
 }
 
 void ShotGate::retire() {
     close();
     const AutoMutex held(mDrainLock);
-    while (mState.load(std::memory_order_acquire) & kInsideMask)
+    while (anyInside())
         mDrained.wait(mDrainLock);
 }
 
-bool ShotGate::addInside(uint32_t alsoHold) {
-    if (!(mState.fetch_add(kInsideOne + alsoHold, std::memory_order_acq_rel) & kClosed))
-        return true;
-    subInside(alsoHold);
+bool ShotGate::anyInside() const {
+    for (const Lane& lane : mLanes) {
+        if (lane.state.load(std::memory_order_acquire) & kInsideMask)
+            return true;
+    }
     return false;
 }
 
-void ShotGate::subInside(uint32_t alsoHold) {
-    const uint32_t after = mState.fetch_sub(kInsideOne + alsoHold, std::memory_order_acq_rel) - kInsideOne - alsoHold;
+bool ShotGate::isKeyedTo(void* key, Kind kind) const {
+    return mKey.load(std::memory_order_relaxed) == key && mKind.load(std::memory_order_relaxed) == kind;
+}
+
+bool ShotGate::addInside(uint32_t lane, uint32_t alsoHold) {
+    if (!(mLanes[lane].state.fetch_add(kInsideOne + alsoHold, std::memory_order_acq_rel) & kClosed))
+        return true;
+    subInside(lane, alsoHold);
+    return false;
+}
+
+void ShotGate::subInside(uint32_t lane, uint32_t alsoHold) {
+    const uint32_t less = kInsideOne + alsoHold;
+    const uint32_t after = mLanes[lane].state.fetch_sub(less, std::memory_order_acq_rel) - less;
     if ((after & kClosed) && !(after & kInsideMask)) {
         // Somebody may be waiting. The block outlives all its users, so it may be touched after it was left.
         const AutoMutex held(mDrainLock);
@@ -66,33 +86,37 @@ void ShotGate::subInside(uint32_t alsoHold) {
     }
 }
 
-ShotGate::Hold::Hold(ShotGate& gate) : mGate(gate) {
-    gate.mState.fetch_add(kHoldOne, std::memory_order_relaxed);
+/// The lane that the calling thread uses in every block.
+static uint32_t ownLane(uint32_t lanes) {
+    static std::atomic<uint32_t> next{0};
+    static thread_local const uint32_t lane = next.fetch_add(1, std::memory_order_relaxed);
+    return lane % lanes;
 }
 
 ShotGate::Entry::Entry(void* key, Kind kind) {
+    const uint32_t lane = ownLane(kLanes);
     for (ShotGate* gate = sFirst.load(std::memory_order_acquire); gate; gate = gate->mNext) {
-        if (gate->mKey.load(std::memory_order_relaxed) != key || gate->mKind.load(std::memory_order_relaxed) != kind)
-            continue;
-        if (!gate->addInside(kHoldOne))
+        if (!gate->isKeyedTo(key, kind) || !gate->addInside(lane, kHoldOne))
             continue;
         // The block may have been given to another object between the look and the entry. Now that it is entered it is
         // that of an object that lives.
-        if (gate->mKey.load(std::memory_order_relaxed) == key && gate->mKind.load(std::memory_order_relaxed) == kind) {
-            enter(gate);
+        if (gate->isKeyedTo(key, kind)) {
+            enter(gate, lane);
             return;
         }
-        gate->subInside(kHoldOne);
+        gate->subInside(lane, kHoldOne);
     }
 }
 
 ShotGate::Entry::Entry(ShotGate& gate) {
-    if (gate.addInside(kHoldOne))
-        enter(&gate);
+    const uint32_t lane = ownLane(kLanes);
+    if (gate.addInside(lane, kHoldOne))
+        enter(&gate, lane);
 }
 
-void ShotGate::Entry::enter(ShotGate* gate) {
+void ShotGate::Entry::enter(ShotGate* gate, uint32_t lane) {
     mGate = gate;
+    mLane = lane;
     mInside = true;
     mOuter = sInnermost;
     sInnermost = this;
@@ -103,9 +127,9 @@ ShotGate::Entry::~Entry() {
         return;
     sInnermost = mOuter;
     if (mInside)
-        mGate->subInside(kHoldOne);
+        mGate->subInside(mLane, kHoldOne);
     else
-        mGate->giveUp();
+        mGate->subHold(mLane);
 }
 
 ShotGate::Outside::Outside(ShotGate& gate) : mEntry(sInnermost) {
@@ -114,13 +138,13 @@ ShotGate::Outside::Outside(ShotGate& gate) : mEntry(sInnermost) {
         return;
     }
     mEntry->mInside = false;
-    gate.subInside(0);
+    gate.subInside(mEntry->mLane, 0);
 }
 
 void ShotGate::Outside::back() {
     if (!mEntry)
         return;
-    mAlive = mEntry->mGate->addInside(0);
+    mAlive = mEntry->mGate->addInside(mEntry->mLane, 0);
     mEntry->mInside = mAlive;
     mEntry = nullptr;
 }
