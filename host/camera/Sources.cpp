@@ -6,7 +6,11 @@
 
 #include "host/camera/FileSources.h"
 #include "host/camera/SourceOptions.h"
+#include "host/camera/scenes/AddMe.h"
+#include "host/camera/scenes/Crossing.h"
 #include "host/camera/scenes/Landscape.h"
+#include "host/camera/scenes/Portrait.h"
+#include "host/camera/scenes/StillLife.h"
 
 namespace kov::camera {
 
@@ -25,7 +29,8 @@ Builtin builtin() {
 }
 
 const std::vector<Builtin>& builtins() {
-    static const std::vector<Builtin> kBuiltins = {builtin<Landscape>()};
+    static const std::vector<Builtin> kBuiltins = {builtin<Landscape>(), builtin<Crossing>(), builtin<Portrait>(),
+                                                   builtin<AddMe>(), builtin<StillLife>()};
     return kBuiltins;
 }
 

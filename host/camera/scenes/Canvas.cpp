@@ -49,9 +49,11 @@ cv::Mat noise(const View& view, double cell, int octaves, uint32_t seed, double 
         for (int y = 0; y < grid.rows; ++y)
             for (int x = 0; x < grid.cols; ++x)
                 grid.at<float>(y, x) = static_cast<float>(random01(left + x, top + y, seed + octave));
-        const cv::Matx23d toGrid(1 / (view.scale * wide), 0, view.origin.x / wide - left,  //
-                                 0, 1 / (view.scale * cell), view.origin.y / cell - top);
-        cv::warpAffine(grid, layer, toGrid, view.size, cv::INTER_CUBIC | cv::WARP_INVERSE_MAP, cv::BORDER_REPLICATE);
+        const double fx = wide * view.scale;
+        const double fy = cell * view.scale;
+        cv::resize(grid, layer, {}, fx, fy, cv::INTER_CUBIC);
+        const cv::Point corner(cvRound((view.origin.x / wide - left) * fx), cvRound((view.origin.y / cell - top) * fy));
+        layer = layer(cv::Rect(corner, view.size));
         cv::scaleAdd(layer, weight, sum, sum);
         total += weight;
         weight *= 0.55;

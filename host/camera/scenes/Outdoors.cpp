@@ -33,8 +33,12 @@ std::vector<cv::Point2d> ground(const View& view, double step, Height height) {
     return points;
 }
 
+/// Sharp crests where the noise passes through its middle.
+double crest(double x, double cell, uint32_t seed) {
+    return 1 - std::abs(2 * noise1(x, cell, 3, seed) - 1);
+}
 double farRidge(double x) {
-    return 215 - 150 * std::pow(noise1(x, 420, 6, 11), 1.3) - 26 * noise1(x, 60, 4, 12);
+    return 238 - 130 * std::pow(crest(x, 380, 11), 2.2) - 34 * crest(x, 90, 13) - 14 * noise1(x, 22, 3, 12);
 }
 double nearRidge(double x) {
     return 262 - 110 * noise1(x, 300, 6, 21);
@@ -57,7 +61,7 @@ void drawFarRange(Canvas& canvas) {
         const double height = view.toScene({0, static_cast<double>(y)}).y;
         for (int x = 0; x < snow.cols; ++x)
             snow.at<float>(y, x) =
-                static_cast<float>((128 - height) / 22 + (snowNoise.at<float>(y, x) - 0.5) * 6.5 + 0.6);
+                static_cast<float>((150 - height) / 22 + (snowNoise.at<float>(y, x) - 0.5) * 6.5 + 0.6);
     }
     cv::Mat base = canvas.picture().clone();
     canvas.textured(outline, rgb(0x8B9DB8), rgb(0xFAFCFF), noise(view, 22, 4, 53));
@@ -301,6 +305,51 @@ cv::Mat drawValley(const View& view) {
         canvas, [](double x) { return meadowLine(x) + 70; }, 60, 34, 62, 151);
     drawFence(canvas);
     drawForeground(canvas);
+    return canvas.picture();
+}
+
+cv::Mat drawStreet(const View& view) {
+    Canvas canvas(cv::Mat(view.size, CV_8UC3), view);
+    drawSky(canvas, 260);
+    drawNearRange(canvas);
+    drawWood(
+        canvas, [](double x) { return woodLine(x) - 6; }, 12, 30, 40, 171);
+    // A row of houses behind a hedge.
+    constexpr double kFronts[] = {-452, -300, -128, 62, 236, 402};
+    for (int i = 0; i < 6; ++i)
+        drawHouse(canvas, {kFronts[i], 352 + 5 * random01(i, 0, 181)}, 104 + 26 * random01(i, 1, 181), hash(i, 2, 181));
+    for (const double x : {-384.0, -214.0, -20.0, 158.0, 330.0, 470.0})
+        drawTree(canvas, {x, 366}, 128 + 40 * random01(static_cast<int>(x), 0, 182), hash(static_cast<int>(x), 1, 182));
+    for (int i = -62; i < 62; ++i) {
+        const cv::Point2d leaf(i * 8 + 6 * random01(i, 0, 183), 366 + 9 * random01(i, 1, 183));
+        canvas.circle(leaf, 9 + 4 * random01(i, 2, 183), mix(rgb(0x2F5A2A), rgb(0x5F8A3A), random01(i, 3, 183)));
+    }
+    // The pavement, slab by slab, and the kerb and road in front.
+    const cv::Mat grain = noise(view, 7, 3, 184);
+    const cv::Mat stains = noise(view, 90, 4, 185, 2);
+    const auto strip = [](double top, double bottom) {
+        return std::vector<cv::Point2d>{{-600, top}, {600, top}, {600, bottom}, {-600, bottom}};
+    };
+    canvas.textured(strip(378, 456), rgb(0xA8A297), rgb(0xCBC6BA), grain);
+    for (int row = 0; row < 4; ++row) {
+        const double y = 378 + 19.5 * row;
+        canvas.line({-600, y}, {600, y}, 1.2, rgb(0x88827A));
+        for (int i = -14; i < 15; ++i) {
+            const double x = i * 44 + 22 * (row % 2);
+            canvas.line({x * (0.86 + 0.05 * row), y}, {x * (0.91 + 0.05 * row), y + 19.5}, 1.2, rgb(0x8C867D));
+        }
+    }
+    canvas.textured(strip(456, 463), rgb(0xB9B5AC), rgb(0xE2DFD8), grain);
+    canvas.textured(strip(463, 520), rgb(0x55565A), rgb(0x74757A), grain);
+    canvas.shaded(strip(378, 520), stains, 0.2);
+    // A lamp and a bench.
+    canvas.limb({-262, 384}, {-262, 196}, 3.4, 2.2, rgb(0x2E3B38));
+    canvas.polygon({{-272, 196}, {-252, 196}, {-256, 172}, {-268, 172}}, rgb(0xF7EBC2));
+    canvas.polygon({{-274, 174}, {-250, 174}, {-262, 162}}, rgb(0x2E3B38));
+    for (int i = 0; i < 5; ++i)
+        canvas.rectangle({190, 338 + 9.0 * i, 96, 6}, mix(rgb(0x8A5A32), rgb(0xB57B45), random01(i, 0, 186)));
+    for (const double x : {196.0, 276.0})
+        canvas.rectangle({x, 340, 5, 48}, rgb(0x33383A));
     return canvas.picture();
 }
 
