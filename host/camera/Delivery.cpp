@@ -1,0 +1,453 @@
+// The working part of the camera: its state, its preview thread and its picture thread.
+
+#include "host/camera/Delivery.h"
+
+#include <android/log.h>
+
+#include <cstring>
+#include <sstream>
+#include <thread>
+
+namespace kov::camera {
+
+using namespace android;
+
+namespace {
+
+constexpr char kTag[] = "VendorCamera";
+constexpr nsecs_t kSecond = 1000000000;
+constexpr nsecs_t kFocusTime = 200000000;  // in the stream's time
+// A frame that is later than this many frame times moves the whole schedule, instead of being made up for.
+constexpr int kMostCatchUp = 2;
+
+status_t refuse(const char* what) {
+    __android_log_print(ANDROID_LOG_ERROR, kTag, "%s", what);
+    return INVALID_OPERATION;
+}
+
+constexpr char kReleased[] = "the camera was released; open it again";
+
+const char* yesNo(bool value) {
+    return value ? "yes" : "no";
+}
+
+}  // namespace
+
+void Delivery::Ring::allocate(size_t bytes, const char* name) {
+    heap = new MemoryHeapBase(bytes * kPlaces, 0, name);
+    frameBytes = bytes;
+    next = 0;
+    lent.fill(false);
+}
+
+sp<IMemory> Delivery::Ring::place(int index) const {
+    return new MemoryBase(heap, static_cast<ssize_t>(index * frameBytes), frameBytes);
+}
+
+int Delivery::Ring::takeFree() {
+    for (int tried = 0; tried < kPlaces; ++tried) {
+        const int index = next;
+        next = (next + 1) % kPlaces;
+        if (!lent[index])
+            return index;
+    }
+    return -1;
+}
+
+Delivery::Delivery(std::unique_ptr<FrameSource> source, std::string sourceName, double speed)
+    : mSourceName(std::move(sourceName)), mSpeed(speed), mSource(std::move(source)), mParameters(defaultParameters()) {
+    std::string error;
+    readSettings(mParameters, &mSettings, &error);
+}
+
+void Delivery::start() {
+    // Detached: the camera may be dropped on either of them, or under a lock that a callback waits for.
+    std::thread([self = shared_from_this()] { self->previewLoop(); }).detach();
+    std::thread([self = shared_from_this()] { self->pictureLoop(); }).detach();
+}
+
+void Delivery::shutDown() {
+    const AutoMutex guard(mLock);
+    mShutDown = true;
+    mCallbacks = {};
+    endPreview();
+    mFocusing = false;
+    mPictureAsked = false;
+    mPictureRunning = false;
+    ++mPictureNumber;
+    mPreviewWork.broadcast();
+    mPictureWork.broadcast();
+}
+
+void Delivery::setCallbacks(notify_callback notify, data_callback data, data_callback_timestamp dataTimestamp,
+                            void* user) {
+    const AutoMutex guard(mLock);
+    if (!mShutDown)
+        mCallbacks = {notify, data, dataTimestamp, user};
+}
+
+Delivery::Callbacks Delivery::callbacks() const {
+    const AutoMutex guard(mLock);
+    return mCallbacks;
+}
+
+CameraParameters Delivery::parameters() const {
+    const AutoMutex guard(mLock);
+    return mParameters;
+}
+
+status_t Delivery::setParameters(const CameraParameters& parameters) {
+    CameraSettings settings;
+    std::string error;
+    if (!readSettings(parameters, &settings, &error)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "setParameters: %s", error.c_str());
+        return BAD_VALUE;
+    }
+    CameraParameters accepted = parameters;
+    restoreSupportedValues(&accepted);
+    const AutoMutex guard(mLock);
+    if (mShutDown)
+        return refuse(kReleased);
+    const bool sameFrames = settings.preview == mSettings.preview && settings.previewLayout == mSettings.previewLayout;
+    if (mPreviewing && !sameFrames)
+        return refuse("setParameters: stop the preview before changing its size or format");
+    if (!sameFrames)
+        mPreviewRing = {};
+    if (settings.picture != mSettings.picture)
+        mRawHeap.clear();
+    // Stream time goes on from where it is when the frame rate changes.
+    mNextFrame = mNextFrame * settings.framesPerSecond / mSettings.framesPerSecond;
+    mSettings = settings;
+    mParameters = accepted;
+    return NO_ERROR;
+}
+
+void Delivery::ensurePreviewRing() {
+    if (!mPreviewRing.heap.get())
+        mPreviewRing.allocate(mSettings.preview.frameBytes(), "preview");
+}
+
+void Delivery::ensureRawHeap() {
+    if (!mRawHeap.get())
+        mRawHeap = new MemoryHeapBase(mSettings.picture.frameBytes(), 0, "raw picture");
+}
+
+sp<IMemoryHeap> Delivery::previewHeap() {
+    const AutoMutex guard(mLock);
+    ensurePreviewRing();
+    return mPreviewRing.heap;
+}
+
+sp<IMemoryHeap> Delivery::rawHeap() {
+    const AutoMutex guard(mLock);
+    ensureRawHeap();
+    return mRawHeap;
+}
+
+status_t Delivery::startPreview() {
+    const AutoMutex guard(mLock);
+    if (mShutDown)
+        return refuse(kReleased);
+    if (mPreviewing)
+        return NO_ERROR;
+    ensurePreviewRing();
+    mPreviewing = true;
+    ++mSession;
+    mDue = systemTime();
+    mPreviewWork.broadcast();
+    return NO_ERROR;
+}
+
+void Delivery::endPreview() {
+    mPreviewing = false;
+    mRecording = false;
+    mPreviewWork.broadcast();
+}
+
+void Delivery::stopPreview() {
+    const AutoMutex guard(mLock);
+    endPreview();
+}
+
+bool Delivery::previewing() const {
+    const AutoMutex guard(mLock);
+    return mPreviewing;
+}
+
+status_t Delivery::startRecording() {
+    const AutoMutex guard(mLock);
+    if (mShutDown)
+        return refuse(kReleased);
+    if (!mPreviewing)
+        return refuse("startRecording: start the preview first");
+    if (mRecording)
+        return NO_ERROR;
+    mRecordingRing.allocate(mSettings.preview.frameBytes(), "recording");
+    mRecording = true;
+    return NO_ERROR;
+}
+
+void Delivery::stopRecording() {
+    const AutoMutex guard(mLock);
+    mRecording = false;
+}
+
+bool Delivery::recording() const {
+    const AutoMutex guard(mLock);
+    return mRecording;
+}
+
+void Delivery::releaseRecordingFrame(const sp<IMemory>& memory) {
+    if (!memory.get())
+        return;
+    ssize_t offset = 0;
+    const sp<IMemoryHeap> heap = memory->getMemory(&offset);
+    const AutoMutex guard(mLock);
+    // A frame of an earlier recording lies in a heap that is nobody's any more.
+    if (heap.get() == mRecordingRing.heap.get() && heap.get())
+        mRecordingRing.lent[static_cast<size_t>(offset) / mRecordingRing.frameBytes] = false;
+}
+
+status_t Delivery::autoFocus() {
+    const AutoMutex guard(mLock);
+    if (mShutDown)
+        return refuse(kReleased);
+    if (!mPreviewing)
+        return refuse("autoFocus: start the preview first");
+    mFocusing = true;
+    mFocusDue = systemTime() + static_cast<nsecs_t>(kFocusTime / mSpeed);
+    mPictureWork.broadcast();
+    return NO_ERROR;
+}
+
+void Delivery::cancelAutoFocus() {
+    const AutoMutex guard(mLock);
+    mFocusing = false;
+}
+
+status_t Delivery::takePicture() {
+    const AutoMutex guard(mLock);
+    if (mShutDown)
+        return refuse(kReleased);
+    if (mPictureRunning)
+        return refuse("takePicture: a picture is being taken; wait for it or cancel it");
+    if (mRecording)
+        return refuse("takePicture: stop the recording first");
+    endPreview();
+    ensureRawHeap();
+    mPictureAsked = true;
+    mPictureRunning = true;
+    ++mPictureNumber;
+    mPictureWork.broadcast();
+    return NO_ERROR;
+}
+
+void Delivery::cancelPicture() {
+    const AutoMutex guard(mLock);
+    mPictureAsked = false;
+    mPictureRunning = false;
+    ++mPictureNumber;
+}
+
+cv::Mat Delivery::view(int64_t index, int frameRate, FrameSize size) {
+    const AutoMutex guard(mSourceLock);
+    cv::Mat picture = mSource->frame(static_cast<double>(index) / frameRate, {size.width, size.height});
+    if (picture.empty())
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "the source broke: %s", mSource->error().c_str());
+    return picture;
+}
+
+void Delivery::notifyIfEnabled(int32_t message, int32_t ext1, int32_t ext2) {
+    const Callbacks up = callbacks();
+    if (up.notify && enabled(message))
+        up.notify(message, ext1, ext2, up.user);
+}
+
+void Delivery::reportBrokenSource() {
+    stopPreview();
+    notifyIfEnabled(CAMERA_MSG_ERROR, UNKNOWN_ERROR, 0);
+}
+
+void Delivery::previewLoop() {
+    FrameWriter writer;
+    for (FrameJob job; waitForFrame(&job); job = {}) {
+        if (!fillFrame(job, writer)) {
+            reportBrokenSource();
+            continue;
+        }
+        deliverRecording(job);
+        deliverPreview(job);
+    }
+}
+
+bool Delivery::waitForFrame(FrameJob* job) {
+    const AutoMutex guard(mLock);
+    while (!mShutDown) {
+        if (!mPreviewing) {
+            mPreviewWork.wait(mLock);
+            continue;
+        }
+        const nsecs_t now = systemTime();
+        if (now < mDue) {
+            mPreviewWork.waitRelative(mLock, mDue - now);
+            continue;
+        }
+        // Absolute times: a frame that comes a little late does not delay those after it.
+        const auto frameTime = static_cast<nsecs_t>(kSecond / (mSettings.framesPerSecond * mSpeed));
+        if (now - mDue > kMostCatchUp * frameTime) {
+            ++mFramesLate;
+            mDue = now;
+        }
+        mDue += frameTime;
+        job->session = mSession;
+        job->index = mNextFrame++;
+        job->settings = mSettings;
+        job->memory = mPreviewRing.place(mPreviewRing.takeFree());
+        return true;
+    }
+    return false;
+}
+
+bool Delivery::fillFrame(const FrameJob& job, FrameWriter& writer) {
+    const cv::Mat picture = view(job.index, job.settings.framesPerSecond, job.settings.preview);
+    auto* frame = static_cast<uint8_t*>(job.memory->pointer());
+    return !picture.empty() && frame && writer.write(picture, job.settings.previewLayout, frame);
+}
+
+void Delivery::deliverPreview(const FrameJob& job) {
+    Callbacks up;
+    {
+        const AutoMutex guard(mLock);
+        if (!mPreviewing || mSession != job.session)
+            return;
+        up = mCallbacks;
+    }
+    if (up.data && enabled(CAMERA_MSG_PREVIEW_FRAME))
+        up.data(CAMERA_MSG_PREVIEW_FRAME, job.memory, up.user);
+}
+
+void Delivery::deliverRecording(const FrameJob& job) {
+    Callbacks up;
+    sp<IMemory> memory;
+    {
+        const AutoMutex guard(mLock);
+        if (!mRecording || mSession != job.session || !mCallbacks.dataTimestamp || !enabled(CAMERA_MSG_VIDEO_FRAME))
+            return;
+        const int index = mRecordingRing.takeFree();
+        if (index < 0) {
+            ++mRecordingDropped;
+            return;
+        }
+        mRecordingRing.lent[index] = true;
+        memory = mRecordingRing.place(index);
+        up = mCallbacks;
+    }
+    std::memcpy(memory->pointer(), job.memory->pointer(), job.memory->size());
+    up.dataTimestamp(systemTime(), CAMERA_MSG_VIDEO_FRAME, memory, up.user);
+}
+
+void Delivery::pictureLoop() {
+    FrameWriter writer;
+    mLock.lock();
+    while (!mShutDown) {
+        if (mPictureAsked) {
+            mPictureAsked = false;
+            // The moment of the frame that was seen last.
+            const PictureJob job = {mPictureNumber, std::max<int64_t>(0, mNextFrame - 1), mSettings.framesPerSecond,
+                                    mSettings, mRawHeap};
+            mLock.unlock();
+            makePicture(job, writer);
+            mLock.lock();
+        } else if (mFocusing && systemTime() >= mFocusDue) {
+            mFocusing = false;
+            mLock.unlock();
+            notifyIfEnabled(CAMERA_MSG_FOCUS, 1, 0);
+            mLock.lock();
+        } else if (mFocusing) {
+            mPictureWork.waitRelative(mLock, mFocusDue - systemTime());
+        } else {
+            mPictureWork.wait(mLock);
+        }
+    }
+    mLock.unlock();
+}
+
+bool Delivery::wanted(const PictureJob& job) const {
+    const AutoMutex guard(mLock);
+    return mPictureNumber == job.number;
+}
+
+void Delivery::makePicture(const PictureJob& job, FrameWriter& writer) {
+    notifyIfEnabled(CAMERA_MSG_SHUTTER, 0, 0);
+    if (!wanted(job))
+        return;
+    const cv::Mat picture = view(job.index, job.frameRate, job.settings.picture);
+    if (picture.empty()) {
+        finishPicture(job);
+        reportBrokenSource();
+        return;
+    }
+    {
+        const AutoMutex guard(mSourceLock);
+        mSource->pictureTaken();
+    }
+    sendPicture(job, CAMERA_MSG_RAW_IMAGE, !job.settings.jpeg, [&] { return makeRaw(job, picture, writer); });
+    if (job.settings.jpeg)
+        sendPicture(job, CAMERA_MSG_COMPRESSED_IMAGE, true, [&] { return makeJpeg(job, picture, writer); });
+}
+
+bool Delivery::finishPicture(const PictureJob& job) {
+    const AutoMutex guard(mLock);
+    if (mPictureNumber != job.number)
+        return false;
+    mPictureRunning = false;
+    ++mPicturesTaken;
+    return true;
+}
+
+template <typename Make>
+void Delivery::sendPicture(const PictureJob& job, int32_t message, bool last, Make make) {
+    if (!wanted(job))
+        return;
+    const sp<IMemory> memory = enabled(message) ? make() : sp<IMemory>();
+    if (!(last ? finishPicture(job) : wanted(job)))
+        return;
+    const Callbacks up = callbacks();
+    if (memory.get() && up.data && enabled(message))
+        up.data(message, memory, up.user);
+}
+
+sp<IMemory> Delivery::makeRaw(const PictureJob& job, const cv::Mat& picture, FrameWriter& writer) {
+    auto* frame = static_cast<uint8_t*>(job.rawHeap->base());
+    if (frame && writer.write(picture, job.settings.pictureLayout, frame))
+        return new MemoryBase(job.rawHeap, 0, job.settings.picture.frameBytes());
+    __android_log_print(ANDROID_LOG_ERROR, kTag, "no memory for the raw picture");
+    notifyIfEnabled(CAMERA_MSG_ERROR, UNKNOWN_ERROR, 0);
+    return {};
+}
+
+sp<IMemory> Delivery::makeJpeg(const PictureJob& job, const cv::Mat& picture, FrameWriter& writer) {
+    const std::vector<uint8_t> bytes = writer.jpeg(picture, job.settings.jpegQuality);
+    const sp<MemoryHeapBase> heap = new MemoryHeapBase(bytes.size(), 0, "jpeg picture");
+    if (heap->base()) {
+        std::memcpy(heap->base(), bytes.data(), bytes.size());
+        return new MemoryBase(heap, 0, bytes.size());
+    }
+    __android_log_print(ANDROID_LOG_ERROR, kTag, "the picture could not be compressed");
+    notifyIfEnabled(CAMERA_MSG_ERROR, UNKNOWN_ERROR, 0);
+    return {};
+}
+
+std::string Delivery::describe() const {
+    const AutoMutex guard(mLock);
+    std::ostringstream text;
+    text << "VendorCamera\n  source: " << mSourceName << "\n  speed: " << mSpeed << "\n  released: " << yesNo(mShutDown)
+         << "\n  preview: " << yesNo(mPreviewing) << "\n  frames made: " << mNextFrame
+         << "\n  times late: " << mFramesLate << "\n  recording: " << yesNo(mRecording)
+         << "\n  recording frames dropped: " << mRecordingDropped << "\n  pictures: " << mPicturesTaken
+         << "\n  taking a picture: " << yesNo(mPictureRunning) << "\n  messages: 0x" << std::hex << mMessages.load()
+         << "\n  parameters: " << mParameters.flatten().string() << '\n';
+    return text.str();
+}
+
+}  // namespace kov::camera
