@@ -2,7 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
-#include <map>
+#include <cstdlib>
 #include <memory>
 #include <opencv2/core/utils/logger.hpp>
 
@@ -194,10 +194,14 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
+    int status = kov::cam::kUserError;
     try {
-        return kov::cam::run(argc, argv);
+        status = kov::cam::run(argc, argv);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "kovcam: %s\n", error.what());
-        return kov::cam::kUserError;
     }
+    // At once: the camera's threads may still be on their way out, and destroying static objects would take away what
+    // they use. All files are written.
+    std::fflush(nullptr);
+    std::_Exit(status);
 }
