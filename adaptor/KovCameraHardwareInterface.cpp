@@ -9,6 +9,7 @@
 #include "shots/Commands.h"
 #include "shots/ShotCallbacks.h"
 #include "shots/ShotSingle.h"
+#include "shots/panorama/ShotPanorama.h"
 
 namespace android {
 
@@ -276,7 +277,7 @@ void KovCameraHardwareInterface::changeToContinuousShot() {
     switchTo(nullptr);
 }
 void KovCameraHardwareInterface::changeToPanoramaShot() {
-    switchTo(nullptr);
+    switchTo(make<ShotPanorama>);
 }
 void KovCameraHardwareInterface::changeToSmileShot() {
     switchTo(nullptr);

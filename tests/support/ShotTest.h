@@ -33,7 +33,7 @@ inline std::vector<uint8_t> bytesOf(const android::sp<android::IMemory>& memory)
 /// in `lastData`. `whileReceiving` runs in each data callback.
 template <typename Mode>
 class ShotTest : public ::testing::Test {
-protected:
+public:
     void makeShot() {
         shot = android::makeShot<Mode>(hardware);
         if (hardware.get())

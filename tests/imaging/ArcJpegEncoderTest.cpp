@@ -1,0 +1,112 @@
+// The calls that make a JPEG through the vendor's imaging library, for each of its users.
+
+#include "imaging/ArcJpegEncoder.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "tests/support/FakeArcJpeg.h"
+#include "tests/support/ShotTest.h"
+
+using namespace android;
+using kov::test::fakeArcJpeg;
+using kov::test::Lines;
+
+namespace {
+
+constexpr uint32_t kFormat = 0x70000002;
+
+class ArcJpegEncoderTest : public ::testing::Test {
+protected:
+    ArcJpegEncoderTest() { kov::test::resetFakeArcJpeg(); }
+    ~ArcJpegEncoderTest() override { kov::test::resetFakeArcJpeg(); }
+
+    bool encode(ArcJpegUser user, bool alive = true) {
+        return encodeArcJpeg(user, {pixels.data(), 16, 8, kFormat}, 90, [&](const sp<IMemory>& picture) {
+            const auto bytes = kov::test::bytesOf(picture);
+            kov::test::record("deliver " + std::string(bytes.begin(), bytes.end()));
+            EXPECT_EQ(picture->offset(), 0);
+            return alive;
+        });
+    }
+
+    std::vector<uint8_t> pixels = std::vector<uint8_t>(16 * 8 * 3 / 2);
+    kov::test::Recorder recorder;
+};
+
+/// Log lines whose values are addresses, cut before these.
+Lines withoutAddresses(Lines lines) {
+    for (std::string& line : lines) {
+        for (const char* before : {"hStreamSave:", "pPlane[0]:", "heap->base():"}) {
+            if (const size_t at = line.find(before); at != std::string::npos && line.starts_with("E "))
+                line.resize(at);
+        }
+    }
+    return lines;
+}
+
+TEST_F(ArcJpegEncoderTest, EachUserHasItsOwnCallsAndLines) {
+    EXPECT_TRUE(encode(ArcJpegUser::Panorama));
+    EXPECT_EQ(
+        withoutAddresses(recorder.take()),
+        (Lines{"AMCM_Create", "AMCM_RegisterEx 0x81002202 0x2000000 2 5 AJL2",
+               "E ShotPanorama: encode2ArcJpegData() - 1", "MStreamOpenFromMemoryBlock null 384",
+               "E ShotPanorama: encode2ArcJpegData() - 2 - ", "E ShotPanorama: encode2ArcJpegData() - 3 - capture.",
+               "MdBitmapSave 2", "E ShotPanorama: encode2ArcJpegData() - 4 - res:0", "deliver JPEG",
+               "E ShotPanorama: encode2ArcJpegData() - 5 - ", "MStreamClose",
+               "E ShotPanorama: encode2ArcJpegData() - 6 - ", "E ShotPanorama: encode2ArcJpegData() - end",
+               "AMCM_Destroy"}));
+    const Lines calls = {"AMCM_Create",
+                         "AMCM_RegisterEx 0x81002202 0x2000000 2 3 AJL2",
+                         "MStreamOpenFromMemoryBlock null 384",
+                         "MdBitmapSaveEx 2 quality 90 0x70000002",
+                         "deliver JPEG",
+                         "MStreamClose",
+                         "AMCM_Destroy"};
+    EXPECT_TRUE(encode(ArcJpegUser::Action));
+    EXPECT_EQ(recorder.take(), calls);
+
+    Lines withLines = calls;
+    withLines.insert(withLines.begin() + 2, "E ShotContinuous: encode2ArcJpegData() - 1");
+    withLines.insert(withLines.end() - 1, "E ShotContinuous: encode2ArcJpegData() - end");
+    EXPECT_FALSE(encode(ArcJpegUser::Continuous, false));  // retired during the delivery
+    EXPECT_EQ(recorder.take(), withLines);
+}
+
+TEST_F(ArcJpegEncoderTest, DescribesTheFrameWithVFirst) {
+    EXPECT_TRUE(encode(ArcJpegUser::Action));
+    const MBITMAP& bitmap = fakeArcJpeg().lastBitmap;
+    EXPECT_EQ(bitmap.dwPixelArrayFormat, kFormat);
+    EXPECT_EQ(bitmap.lWidth, 16);
+    EXPECT_EQ(bitmap.lHeight, 8);
+    for (const int32_t pitch : bitmap.lPitch)
+        EXPECT_EQ(pitch, 16);
+    EXPECT_EQ(bitmap.pPlane[0], pixels.data());
+    EXPECT_EQ(bitmap.pPlane[1], pixels.data() + 16 * 8 + 1);
+    EXPECT_EQ(bitmap.pPlane[2], pixels.data() + 16 * 8);
+}
+
+TEST_F(ArcJpegEncoderTest, GoesOnWithoutAManagerAndStopsWithoutAStream) {
+    fakeArcJpeg().createResult = 3;
+    fakeArcJpeg().jpeg = "";  // nothing fitted: an empty picture is delivered all the same
+    EXPECT_TRUE(encode(ArcJpegUser::Action));
+    EXPECT_EQ(recorder.take(),
+              (Lines{"AMCM_Create", "MStreamOpenFromMemoryBlock null 384",
+                     "without manager: MdBitmapSaveEx 2 quality 90 0x70000002", "deliver ", "MStreamClose"}));
+    kov::test::resetFakeArcJpeg();
+    fakeArcJpeg().streamOpens = false;
+    EXPECT_TRUE(encode(ArcJpegUser::Panorama));
+    EXPECT_EQ(recorder.take("E "), (Lines{"E ShotPanorama: encode2ArcJpegData() - 1",
+                                          "E ShotPanorama: encode2ArcJpegData() - 2 - hStreamSave:0"}));
+    EXPECT_TRUE(encode(ArcJpegUser::Continuous));
+    EXPECT_EQ(recorder.take("E "), Lines{"E ShotContinuous: encode2ArcJpegData() - 1"});
+}
+
+TEST_F(ArcJpegEncoderTest, QualityFollowsTheCameraParameter) {
+    const struct { int32_t parameter, quality; } cases[] = {{70, 90}, {40, 80}, {100, 95}, {0, 95}, {-1, 95}, {71, 95}};
+    for (const auto& each : cases)
+        EXPECT_EQ(arcJpegQuality(each.parameter), each.quality) << each.parameter;
+}
+
+}  // namespace
