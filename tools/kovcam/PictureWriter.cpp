@@ -13,7 +13,31 @@ namespace kov::cam {
 
 namespace {
 constexpr size_t kMostFramesWaiting = 24;
+
+/// A full-range 4:2:0 frame as BGR.
+cv::Mat toBgr(const uint8_t* frame, cv::Size size, bool planar) {
+    auto* bytes = const_cast<uint8_t*>(frame);
+    const cv::Mat luma(size, CV_8U, bytes);
+    const cv::Size half = size / 2;
+    uint8_t* const chroma = bytes + size.area();
+    cv::Mat v;
+    cv::Mat u;
+    if (planar) {
+        u = cv::Mat(half, CV_8U, chroma);
+        v = cv::Mat(half, CV_8U, chroma + half.area());
+    } else {
+        const cv::Mat pairs(half, CV_8UC2, chroma);
+        cv::extractChannel(pairs, v, 0);
+        cv::extractChannel(pairs, u, 1);
+    }
+    cv::resize(v, v, size);
+    cv::resize(u, u, size);
+    cv::Mat picture;
+    cv::merge(std::vector<cv::Mat>{luma, v, u}, picture);
+    cv::cvtColor(picture, picture, cv::COLOR_YCrCb2BGR);
+    return picture;
 }
+}  // namespace
 
 PictureWriter::PictureWriter() : mThread([this] { run(); }) {}
 
@@ -81,10 +105,7 @@ bool PictureWriter::write(const Job& job) {
         file.close();
         return file.good();
     }
-    const cv::Mat yuv(job.frameSize.height * 3 / 2, job.frameSize.width, CV_8UC1,
-                      const_cast<uint8_t*>(job.bytes.data()));
-    cv::Mat bgr;
-    cv::cvtColor(yuv, bgr, job.planar ? cv::COLOR_YUV2BGR_I420 : cv::COLOR_YUV2BGR_NV21);
+    const cv::Mat bgr = toBgr(job.bytes.data(), job.frameSize, job.planar);
     return cv::imwrite(job.path, bgr, {cv::IMWRITE_JPEG_QUALITY, 92});
 }
 

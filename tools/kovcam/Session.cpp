@@ -192,11 +192,11 @@ void Session::waitForFrames(int count) {
         waitFor(CAMERA_MSG_PREVIEW_FRAME, kFrameSeconds);
 }
 
-void Session::runFor(double seconds, const std::function<void(const Message&)>& each) {
+void Session::runFor(double seconds, const std::function<bool(const Message&)>& each) {
     const Clock::time_point until = after(seconds);
     for (Message message; nextMessage(&message, until);) {
-        if (each)
-            each(message);
+        if (each && each(message))
+            return;
     }
 }
 

@@ -65,8 +65,8 @@ public:
     Message waitFor(int32_t type, double seconds);
     /// Waits for `count` preview frames.
     void waitForFrames(int count);
-    /// Goes on for `seconds`, handing the messages that come to `each`.
-    void runFor(double seconds, const std::function<void(const Message&)>& each = {});
+    /// Goes on for `seconds`, handing the messages that come to `each`, or until that returns true.
+    void runFor(double seconds, const std::function<bool(const Message&)>& each = {});
 
     /// Saves the next preview frame under `name`, whatever `savePreviewEvery` says.
     void saveNextFrame(const std::string& name);

@@ -1,0 +1,77 @@
+// Panorama: a sweep of the camera becomes one wide picture.
+
+#include <CLI/CLI.hpp>
+
+#include "shots/Commands.h"
+#include "tools/kovcam/Error.h"
+#include "tools/kovcam/Mode.h"
+#include "tools/kovcam/Progress.h"
+#include "tools/kovcam/Session.h"
+
+namespace kov::cam {
+
+namespace {
+
+using namespace android;
+
+constexpr int kFramesBefore = 5;
+constexpr double kStitchSeconds = 60;
+
+class Panorama : public Mode {
+public:
+    Panorama() : Mode("panorama", KOV_MODE_PANORAMA, "stitches a sweep of the camera into one wide picture") {}
+
+    void addOptions(CLI::App& app) override {
+        app.add_option("--direction", mDirection, "Way of the sweep, for scene:landscape and still pictures")
+            ->check(CLI::IsMember({"right", "left", "up", "down"}));
+        app.add_option("--seconds", mSeconds, "Stop the sweep after this long; a full buffer stops it earlier")
+            ->check(CLI::Range(0.5, 120.0))
+            ->capture_default_str();
+    }
+
+    std::string source(const std::vector<std::string>& sources) const override {
+        const std::string& source = sources.front();
+        if (mDirection.empty())
+            return source;
+        const std::string option = source.starts_with("scene:") ? "direction=" + mDirection : "path=pan-" + mDirection;
+        return source + (source.find('?') == std::string::npos ? "?" : "&") + option;
+    }
+
+    void run(Session& session) override {
+        session.startPreview();
+        session.waitForFrames(kFramesBefore);
+        session.command(PANORAMA_SHOT_START);
+        Progress progress("stitching");
+        bool stitching = false;
+        bool finished = false;
+        const auto look = [&](const Message& message) {
+            if (message.type == CAMERA_MSG_PANORAMA_ERROR)
+                throw Error("the frames do not fit together; sweep more slowly, or over something with more detail");
+            if (message.type == CAMERA_MSG_PANORAMA_PROGRESS) {
+                stitching = true;
+                progress.show(message.ext1);
+            }
+            finished = finished || message.type == CAMERA_MSG_COMPRESSED_IMAGE;
+            return finished;
+        };
+        session.runFor(mSeconds, look);
+        if (!stitching)
+            session.command(PANORAMA_SHOT_STOP);
+        if (!finished)
+            session.wait("panorama", kStitchSeconds, look);
+    }
+
+    std::vector<Demo> demos() const override {
+        return {{"A sweep over a valley", {"-i", "scene:landscape", "--seconds", "9"}, 20}};
+    }
+
+private:
+    std::string mDirection;
+    double mSeconds = 8;
+};
+
+const RegisterMode<Panorama> registered;
+
+}  // namespace
+
+}  // namespace kov::cam
