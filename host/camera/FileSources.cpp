@@ -40,13 +40,7 @@ public:
     cv::Mat frame(double seconds, cv::Size size) override {
         if (mPath == "still")
             return fill(mPicture, size);
-        // The window leaves the picture room to move in, and has the shape of the frame.
-        const double room = mPath == "wobble" ? kWobbleWindow : kPanWindow;
-        const double limit =
-            std::min(static_cast<double>(mPicture.cols) / size.width, static_cast<double>(mPicture.rows) / size.height);
-        const bool wide = static_cast<double>(mPicture.cols) / mPicture.rows >
-                          kWideEnough * static_cast<double>(size.width) / size.height;
-        const double scale = limit * (wide && mPath != "wobble" ? 1.0 : room);
+        const double scale = windowScale(size);
         const cv::Size2d window(size.width * scale, size.height * scale);
         const cv::Point2d corner =
             cornerAt(seconds, cv::Size2d(mPicture.cols - window.width, mPicture.rows - window.height));
@@ -60,7 +54,18 @@ public:
 private:
     static constexpr double kPanWindow = 0.5;
     static constexpr double kWobbleWindow = 0.92;
-    static constexpr double kWideEnough = 1.8;  // a picture this much wider than the frame pans at full height
+    static constexpr double kLongEnough = 1.8;  // a picture this much longer than the frame is seen at its full breadth
+
+    /// Picture pixels a frame pixel. The window has the shape of the frame and leaves the picture room to move in.
+    double windowScale(cv::Size size) const {
+        const double across = static_cast<double>(mPicture.cols) / size.width;
+        const double down = static_cast<double>(mPicture.rows) / size.height;
+        const double limit = std::min(across, down);
+        if (mPath == "wobble")
+            return limit * kWobbleWindow;
+        const bool level = mPath == "pan-right" || mPath == "pan-left";
+        return limit * ((level ? across / down : down / across) > kLongEnough ? 1 : kPanWindow);
+    }
 
     cv::Point2d cornerAt(double seconds, cv::Size2d room) const {
         const double part = std::clamp(seconds / mSeconds, 0.0, 1.0);
