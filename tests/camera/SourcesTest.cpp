@@ -45,11 +45,11 @@ TEST(Scenes, ShowTheSameMomentAtEverySize) {
     for (const SceneInfo& info : builtinScenes()) {
         const auto source = openOrFail("scene:" + info.name);
         const cv::Mat once = source->frame(3.4, {640, 480});
-        for (const cv::Size size : {cv::Size(176, 144), cv::Size(640, 480), cv::Size(854, 480), cv::Size(1280, 960)})
+        for (const cv::Size size : {cv::Size(176, 144), cv::Size(640, 480), cv::Size(854, 480), cv::Size(960, 720)})
             ASSERT_EQ(source->frame(3.4, size).size(), size) << info.name;
         EXPECT_EQ(difference(openOrFail("scene:" + info.name)->frame(3.4, {640, 480}), once), 0) << info.name;
         // Detail may differ, what is seen may not.
-        cv::Mat large = source->frame(3.4, {1280, 960});
+        cv::Mat large = source->frame(3.4, {960, 720});
         cv::Mat small = once;
         for (cv::Mat* picture : {&large, &small})
             cv::resize(*picture, *picture, {80, 60}, 0, 0, cv::INTER_AREA);

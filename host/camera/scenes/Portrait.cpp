@@ -16,6 +16,9 @@ namespace {
 constexpr double kChange = 0.7;  // seconds from neutral to the full smile
 constexpr int kSteps = 10;       // drawn states of the face beside the neutral one
 
+constexpr double kFarScale = 0.5;  // pixels a unit at which the background is drawn
+constexpr double kFarBlur = 7;     // units
+
 const cv::Point2d kFace(0, 228);
 constexpr double kHalfWidth = 88;
 constexpr double kHalfHeight = 120;
@@ -43,14 +46,20 @@ public:
             cv::Rect({}, view.size);
         if (box.empty())
             return;
+        // What is very soft is drawn small and enlarged.
+        const double sigma = softness * view.scale;
+        const double shrink = std::max(1.0, sigma / kSigmaPixels);
         View part = view;
-        part.size = box.size();
+        part.size = cv::Size(cvCeil(box.width / shrink), cvCeil(box.height / shrink));
+        part.scale /= shrink;
         part.origin = view.toScene(box.tl());
-        cv::Mat mask = cv::Mat::zeros(box.size(), CV_8U);
+        cv::Mat mask = cv::Mat::zeros(part.size, CV_8U);
         Canvas drawing(mask, part);
         shape(drawing);
         if (softness > 0)
-            cv::GaussianBlur(mask, mask, {}, std::max(0.5, softness * view.scale));
+            cv::GaussianBlur(mask, mask, {}, std::max(0.5, sigma / shrink));
+        if (shrink > 1)
+            cv::resize(mask, mask, box.size(), 0, 0, cv::INTER_LINEAR);
         blend(mCanvas.picture()(box), mask, colour, opacity);
     }
 
@@ -69,6 +78,7 @@ public:
     }
 
 private:
+    static constexpr double kSigmaPixels = 3;
     static inline const Colour kWhite{255, 255, 255};
 
     static cv::Rect2d bounds(const std::vector<cv::Point2d>& points, double more) {
@@ -268,8 +278,13 @@ cv::Mat Portrait::frame(double seconds, cv::Size size) {
 cv::Mat Portrait::draw(const View& view, int state) {
     // State 0 is the part that does not change, 1 to 1 + kSteps are states of the face over it.
     if (state == 0) {
-        cv::Mat far = drawStreet(view);
-        cv::GaussianBlur(far, far, {}, 7 * view.scale);
+        // The street is out of focus: little of it is needed.
+        View small = view;
+        small.scale = kFarScale;
+        small.size = cv::Size(cvCeil(view.width() * kFarScale), cvCeil(view.height() * kFarScale));
+        cv::Mat far = drawStreet(small);
+        cv::GaussianBlur(far, far, {}, kFarBlur * kFarScale);
+        cv::resize(far, far, view.size, 0, 0, cv::INTER_CUBIC);
         Canvas canvas(far, view);
         Brush brush(canvas);
         drawBody(canvas, brush);
