@@ -1,0 +1,66 @@
+// What kovcam knows of a capture mode. Each has a file in modes/, and that file is all it takes to add one:
+//
+//     class Panorama : public Mode {
+//     public:
+//         Panorama() : Mode("panorama", KOV_MODE_PANORAMA, "stitches a sweep into one wide picture") {}
+//         void addOptions(CLI::App& app) override { app.add_option(...); }
+//         void run(Session& session) override { session.startPreview(); ... }
+//         std::vector<Demo> demos() const override { return {{"A sweep", {"-i", "scene:landscape"}}}; }
+//     };
+//     const RegisterMode<Panorama> registered;
+//
+// `run` is called with the mode selected and the preview not yet started. It ends when the pictures have arrived.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace kov::cam {
+
+class Session;
+
+/// One item of the demonstration: `kovcam shoot MODE` with these arguments.
+struct Demo {
+    std::string title;
+    std::vector<std::string> arguments;
+    int previewEvery = 10;  // which preview frames the gallery shows
+};
+
+class Mode {
+public:
+    virtual ~Mode() = default;
+
+    const std::string name;
+    const int32_t code;
+    const std::string summary;
+
+    /// Adds the mode's own options; the common ones are there already.
+    virtual void addOptions(CLI::App&) {}
+    /// May change the source text before the camera is opened, for a mode that takes several (-i may be given as often
+    /// as `mostSources` says). Throws Error.
+    virtual size_t mostSources() const { return 1; }
+    virtual std::string source(const std::vector<std::string>& sources) const { return sources.front(); }
+    virtual void run(Session& session) = 0;
+    virtual std::vector<Demo> demos() const = 0;
+
+protected:
+    Mode(std::string modeName, int32_t modeCode, std::string modeSummary)
+        : name(std::move(modeName)), code(modeCode), summary(std::move(modeSummary)) {}
+};
+
+/// All modes, in the order of their codes.
+const std::vector<std::unique_ptr<Mode>>& allModes();
+void addMode(std::unique_ptr<Mode> mode);
+
+template <typename Kind>
+struct RegisterMode {
+    RegisterMode() { addMode(std::make_unique<Kind>()); }
+};
+
+}  // namespace kov::cam

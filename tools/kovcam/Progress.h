@@ -1,0 +1,25 @@
+// A progress bar on a terminal, plain lines elsewhere.
+#pragma once
+
+#include <string>
+
+namespace kov::cam {
+
+/// Shows how far long work is, on standard error. One thread.
+class Progress {
+public:
+    explicit Progress(std::string label);
+    /// Ends the bar's line.
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void show(int percent);
+
+private:
+    const std::string mLabel;
+    const bool mTerminal;
+    int mShown = -1;
+};
+
+}  // namespace kov::cam

@@ -1,0 +1,207 @@
+// kovcam: the camera service and camera application of the host.
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <opencv2/core/utils/logger.hpp>
+
+#include "host/camera/Sources.h"
+#include "host/runtime/Log.h"
+#include "tools/kovcam/Error.h"
+#include "tools/kovcam/Gallery.h"
+#include "tools/kovcam/Mode.h"
+#include "tools/kovcam/Script.h"
+#include "tools/kovcam/Session.h"
+
+namespace kov::cam {
+
+namespace {
+
+constexpr int kUserError = 1;
+
+const char* const kExamples = R"(
+Examples:
+  kovcam modes
+  kovcam shoot single -i scene:landscape -o out
+  kovcam shoot single -i photo.jpg -o out --picture-size 1280x960 --quality 70 --count 3
+  kovcam shoot single -i walk.avi -o out --save-preview 10 --trace out/trace.jsonl
+  kovcam script session.kov -i scene:portrait -o out
+  kovcam demo -o gallery
+)";
+
+const char* const kShootExamples = R"(
+A source is scene:NAME (kovcam scenes lists them), a picture, a video, a folder of pictures or a /dev/video device.
+Pictures are saved as DIR/MODE-001.jpg and so on, preview frames as DIR/preview-00000.jpg.
+
+Example:
+  kovcam shoot single -i photo.jpg -o out --preview-size 1280x720 --save-preview 10
+)";
+
+const char* const kScriptHelp = R"(
+A script has one step a line, with the time in seconds (+ for: after the step before), and # for comments:
+  0.0   mode single
+  0.0   start-preview
+  1.0   picture
+  +0.0  wait 0x100 timeout 10
+docs/kovcam.md tells of every step.
+
+Example:
+  kovcam script tools/kovcam/examples/two-pictures.kov -i scene:landscape -o out
+)";
+
+/// Options that every session has.
+struct CommonOptions {
+    SessionOptions session;
+    std::vector<std::string> sources;
+    std::string previewSize;
+    std::string pictureSize;
+};
+
+/// "640x480".
+cv::Size toSize(const std::string& text) {
+    int width = 0;
+    int height = 0;
+    char rest = 0;
+    if (text.empty())
+        return {};
+    if (std::sscanf(text.c_str(), "%dx%d%c", &width, &height, &rest) != 2 || width <= 0 || height <= 0)
+        throw Error("\"" + text + "\" is no size; write it as 640x480");
+    return {width, height};
+}
+
+void addCommonOptions(CLI::App& app, CommonOptions& options) {
+    app.add_option("-i,--input", options.sources, "What the camera sees: scene:NAME, a file, a folder, a device")
+        ->required()
+        ->take_all();
+    app.add_option("-o,--output", options.session.folder, "Folder for the pictures")->required();
+    app.add_option("--preview-size", options.previewSize, "WxH of preview frames");
+    app.add_option("--picture-size", options.pictureSize, "WxH of pictures");
+    app.add_option("--preview-format", options.session.previewFormat, "yuv420sp or yuv420p");
+    app.add_option("--fps", options.session.framesPerSecond, "Preview frames a second");
+    app.add_option("--quality", options.session.quality, "JPEG quality, 1 to 100");
+    app.add_option("--save-preview", options.session.savePreviewEvery, "Save every Nth preview frame")
+        ->check(CLI::NonNegativeNumber);
+    app.add_option("--trace", options.session.trace,
+                   "Write everything that happens to this file, a JSON object a line");
+}
+
+void printModes() {
+    std::printf("%-12s %5s  %s\n", "mode", "code", "what it does");
+    for (const auto& mode : allModes())
+        std::printf("%-12s %5d  %s\n", mode->name.c_str(), mode->code, mode->summary.c_str());
+}
+
+void printScenes() {
+    for (const auto& scene : kov::camera::builtinScenes()) {
+        std::printf("scene:%-14s %s\n", scene.name.c_str(), scene.summary.c_str());
+        if (!scene.options.empty())
+            std::printf("%20s options: %s\n", "", scene.options.c_str());
+    }
+}
+
+/// Opens a session, runs `work` in it, and closes it also when that fails: what was saved stays.
+template <typename Work>
+void inSession(CommonOptions& options, const std::string& source, const std::string& prefix, Work work) {
+    options.session.source = source;
+    options.session.prefix = prefix;
+    options.session.previewSize = toSize(options.previewSize);
+    options.session.pictureSize = toSize(options.pictureSize);
+    auto* session = new Session(options.session);  // lives until the process ends; see its class
+    try {
+        work(*session);
+    } catch (...) {
+        session->close();
+        throw;
+    }
+    session->close();
+    for (const std::string& picture : session->pictures())
+        std::printf("%s\n", picture.c_str());
+}
+
+void shoot(Mode& mode, CommonOptions& options) {
+    if (options.sources.size() > mode.mostSources())
+        throw Error("too many sources; " + mode.name + " takes " + std::to_string(mode.mostSources()));
+    inSession(options, mode.source(options.sources), mode.name, [&](Session& session) {
+        session.selectMode(mode.code);
+        mode.run(session);
+    });
+}
+
+void script(const std::string& path, CommonOptions& options) {
+    const std::vector<ScriptStep> steps = readScript(path);
+    inSession(options, options.sources.front(), "picture", [&](Session& session) { runScript(steps, session); });
+}
+
+void demo(const std::string& folder) {
+    const int failed = runDemo(folder);
+    std::printf("The pictures are in %s; open %s/index.html\n", folder.c_str(), folder.c_str());
+    if (failed)
+        throw Error(std::to_string(failed) + " of the demonstrations failed; the page tells which");
+}
+
+int run(int argc, char** argv) {
+    CLI::App app("Plays the camera service and the application on top of libkovcameraadaptor.");
+    app.footer(kExamples);
+    app.set_version_flag("--version", "kovcam " KOV_VERSION);
+    app.require_subcommand(1);
+    std::string level;
+    app.add_option("--log", level, "Show the log from this level on")
+        ->check(CLI::IsMember({"verbose", "debug", "info", "warn", "error", "silent"}));
+    app.fallthrough();
+
+    app.add_subcommand("modes", "List the capture modes")->callback(printModes);
+    app.add_subcommand("scenes", "List the built-in scenes")->callback(printScenes);
+
+    CommonOptions options;
+    auto* shooting = app.add_subcommand("shoot", "Take pictures in a mode")->footer(kShootExamples);
+    shooting->require_subcommand(1);
+    for (const auto& mode : allModes()) {
+        auto* command = shooting->add_subcommand(mode->name, mode->name + " " + mode->summary)->footer(kShootExamples);
+        addCommonOptions(*command, options);
+        mode->addOptions(*command);
+        command->callback([&options, &mode] { shoot(*mode, options); });
+    }
+
+    std::string scriptPath;
+    auto* scripting = app.add_subcommand("script", "Run a session script")->footer(kScriptHelp);
+    scripting->add_option("FILE", scriptPath, "The script")->required();
+    addCommonOptions(*scripting, options);
+    scripting->callback([&] { script(scriptPath, options); });
+
+    std::string folder = "gallery";
+    auto* demonstrating = app.add_subcommand("demo", "Run every mode on built-in scenes and write a gallery page")
+                              ->footer("\nExample:\n  kovcam demo -o gallery\n");
+    demonstrating->add_option("-o,--output", folder, "Folder for the gallery")->capture_default_str();
+    demonstrating->callback([&] { demo(folder); });
+
+    app.parse_complete_callback(
+        [&] { kov::host::setLogLevel(kov::host::logLevelFromName(level.empty() ? "silent" : level)); });
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == 0)
+            return app.exit(error);
+        std::fprintf(stderr, "kovcam: %s; try --help\n", error.what());
+        return error.get_exit_code();
+    }
+    return 0;
+}
+
+}  // namespace
+
+}  // namespace kov::cam
+
+int main(int argc, char** argv) {
+    cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
+    int status = kov::cam::kUserError;
+    try {
+        status = kov::cam::run(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "kovcam: %s\n", error.what());
+    }
+    // At once: the camera's threads may still be on their way out, and destroying static objects would take away what
+    // they use. All files are written.
+    std::fflush(nullptr);
+    std::_Exit(status);
+}
