@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
+#include <opencv2/core/utils/logger.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
@@ -16,6 +18,20 @@ namespace kov::camera {
 namespace {
 
 namespace fs = std::filesystem;
+
+/// Keeps OpenCV and its decoders from writing lines of their own to standard error: what is wrong is told once, by us.
+class Quiet {
+public:
+    Quiet() : mBefore(cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT)) {
+        setenv("OPENCV_FFMPEG_LOGLEVEL", "-8", 0);  // read when the first video is opened
+    }
+    ~Quiet() { cv::utils::logging::setLogLevel(mBefore); }
+    Quiet(const Quiet&) = delete;
+    Quiet& operator=(const Quiet&) = delete;
+
+private:
+    const cv::utils::logging::LogLevel mBefore;
+};
 
 /// The largest part of `picture` with the shape of `size` around its centre, scaled to `size`.
 cv::Mat fill(const cv::Mat& picture, cv::Size size) {
@@ -127,7 +143,7 @@ private:
             mLast = next;
         } else {
             mCapture.release();
-            if (!mCapture.open(mPath) || !mCapture.read(mLast)) {
+            if (!mCapture.open(mPath, cv::CAP_FFMPEG) || !mCapture.read(mLast)) {
                 mLast.release();
                 mError = mPath + " cannot be read again from its start";
             }
@@ -151,6 +167,7 @@ public:
     cv::Mat frame(double seconds, cv::Size size) override {
         const size_t wanted = static_cast<size_t>(seconds / mSeconds + 1e-6) % mFiles.size();
         if (mPicture.empty() || wanted != mShown) {
+            const Quiet quiet;
             mPicture = cv::imread(mFiles[wanted]);
             mShown = wanted;
             if (mPicture.empty())
@@ -204,7 +221,7 @@ std::unique_ptr<FrameSource> openFolder(const std::string& path, SourceOptions& 
 
 std::unique_ptr<FrameSource> openCapture(const std::string& path, std::string* error) {
     const bool webcam = path.starts_with("/dev/video");
-    cv::VideoCapture capture(path, webcam ? cv::CAP_V4L2 : cv::CAP_ANY);
+    cv::VideoCapture capture(path, webcam ? cv::CAP_V4L2 : cv::CAP_FFMPEG);
     cv::Mat first;
     if (!capture.isOpened() || !capture.read(first) || first.empty()) {
         *error = webcam ? path + " gives no pictures; check that it is a camera and that no other program uses it"
@@ -236,6 +253,7 @@ std::unique_ptr<FrameSource> open(const std::string& path, SourceOptions& option
 }  // namespace
 
 std::unique_ptr<FrameSource> openFile(const std::string& path, SourceOptions& options, std::string* error) {
+    const Quiet quiet;
     std::unique_ptr<FrameSource> source = open(path, options, error);
     if (source && !options.finish()) {
         *error = path + ": " + options.error();
