@@ -124,8 +124,8 @@ private:
 /// A video file; it starts over at its end.
 class VideoSource : public FrameSource {
 public:
-    VideoSource(std::string path, cv::VideoCapture capture, cv::Mat first)
-        : mPath(std::move(path)), mCapture(std::move(capture)), mLast(std::move(first)) {
+    VideoSource(std::string path, const cv::VideoCapture& capture, cv::Mat first)
+        : mPath(std::move(path)), mCapture(capture), mLast(std::move(first)) {
         const double rate = mCapture.get(cv::CAP_PROP_FPS);
         mRate = rate > 0 && rate < 1000 ? rate : 30;
     }
@@ -186,7 +186,7 @@ private:
 /// A webcam shows what it sees now; a still shows the frame that it gave last.
 class WebcamSource : public FrameSource {
 public:
-    WebcamSource(cv::VideoCapture capture, cv::Mat first) : mCapture(std::move(capture)), mLast(std::move(first)) {}
+    WebcamSource(const cv::VideoCapture& capture, cv::Mat first) : mCapture(capture), mLast(std::move(first)) {}
 
     cv::Mat frame(double seconds, cv::Size size) override {
         if (seconds > mLastTime) {
@@ -229,8 +229,8 @@ std::unique_ptr<FrameSource> openCapture(const std::string& path, std::string* e
         return nullptr;
     }
     if (webcam)
-        return std::make_unique<WebcamSource>(std::move(capture), std::move(first));
-    return std::make_unique<VideoSource>(path, std::move(capture), std::move(first));
+        return std::make_unique<WebcamSource>(capture, std::move(first));
+    return std::make_unique<VideoSource>(path, capture, std::move(first));
 }
 
 std::unique_ptr<FrameSource> open(const std::string& path, SourceOptions& options, std::string* error) {

@@ -201,7 +201,7 @@ void Canvas::textured(const std::vector<cv::Point2d>& points, const Colour& a, c
             for (int c = 0; c < 3; ++c) {
                 const float value = static_cast<float>(a[c]) + static_cast<float>(b[c] - a[c]) * part;
                 const float old = pixel[x][c];
-                pixel[x][c] = static_cast<uint8_t>(old + (value - old) * opaque + 0.5F);
+                pixel[x][c] = cv::saturate_cast<uint8_t>(old + (value - old) * opaque);
             }
         }
     }
