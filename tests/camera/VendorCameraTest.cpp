@@ -16,6 +16,7 @@
 #include <set>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 #include "tests/camera/TemporaryFolder.h"
 #include "tests/support/Recorder.h"
@@ -358,21 +359,25 @@ TEST_F(VendorCameraTest, MayBeDroppedInsideACallback) {
         forget();
         openColour({50, 60, 70}, 20);
         set("picture-size", "320x240");
-        std::mutex lock;
-        bool dropped = false;
+        sp<CameraHardwareInterface> last = std::exchange(camera, {});
+        std::atomic<bool> handedOver{false};
+        std::atomic<bool> dropped{false};
         insideCallback = [&](int32_t type) {
-            const std::lock_guard guard(lock);
-            if (type == where && !dropped) {
-                camera.clear();
-                dropped = true;
-            }
+            if (type != where || dropped)
+                return;
+            while (!handedOver)
+                std::this_thread::yield();
+            last.clear();
+            dropped = true;
         };
-        const sp<CameraHardwareInterface> local = camera;
-        local->startPreview();
+        last->startPreview();
         if (where == CAMERA_MSG_COMPRESSED_IMAGE)
-            local->takePicture();
-        await(where);
-        const_cast<sp<CameraHardwareInterface>&>(local).clear();
+            last->takePicture();
+        handedOver = true;
+        for (const auto end = std::chrono::steady_clock::now() + kPatience; !dropped;) {
+            ASSERT_LT(std::chrono::steady_clock::now(), end) << where;
+            std::this_thread::sleep_for(1ms);
+        }
         TearDown();
         insideCallback = nullptr;
     }
