@@ -117,6 +117,7 @@ status_t Delivery::setParameters(const CameraParameters& parameters) {
         mRawHeap.clear();
     // Stream time goes on from where it is when the frame rate changes.
     mNextFrame = mNextFrame * settings.framesPerSecond / mSettings.framesPerSecond;
+    mShownFrame = mShownFrame * settings.framesPerSecond / mSettings.framesPerSecond;
     mSettings = settings;
     mParameters = accepted;
     return NO_ERROR;
@@ -320,6 +321,7 @@ void Delivery::deliverPreview(const FrameJob& job) {
         const AutoMutex guard(mLock);
         if (!mPreviewing || mSession != job.session)
             return;
+        mShownFrame = job.index;
         up = mCallbacks;
     }
     if (up.data && enabled(CAMERA_MSG_PREVIEW_FRAME))
@@ -353,8 +355,7 @@ void Delivery::pictureLoop() {
         if (mPictureAsked) {
             mPictureAsked = false;
             // The moment of the frame that was seen last.
-            const PictureJob job = {mPictureNumber, std::max<int64_t>(0, mNextFrame - 1), mSettings.framesPerSecond,
-                                    mSettings, mRawHeap};
+            const PictureJob job = {mPictureNumber, mShownFrame, mSettings.framesPerSecond, mSettings, mRawHeap};
             mLock.unlock();
             makePicture(job, writer);
             mLock.lock();

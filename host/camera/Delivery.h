@@ -144,9 +144,10 @@ private:
     CameraSettings mSettings GUARDED_BY(mLock);
 
     bool mPreviewing GUARDED_BY(mLock) = false;
-    uint32_t mSession GUARDED_BY(mLock) = 0;   // counts starts of the preview
-    int64_t mNextFrame GUARDED_BY(mLock) = 0;  // number of the next frame since the camera was opened
-    nsecs_t mDue GUARDED_BY(mLock) = 0;        // when it is due
+    uint32_t mSession GUARDED_BY(mLock) = 0;    // counts starts of the preview
+    int64_t mNextFrame GUARDED_BY(mLock) = 0;   // number of the next frame since the camera was opened
+    int64_t mShownFrame GUARDED_BY(mLock) = 0;  // number of the frame that was delivered last: what a picture shows
+    nsecs_t mDue GUARDED_BY(mLock) = 0;         // when it is due
     int64_t mFramesLate GUARDED_BY(mLock) = 0;
     Ring mPreviewRing GUARDED_BY(mLock);
 

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
+#include <opencv2/core/utils/logger.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
@@ -16,6 +18,20 @@ namespace kov::camera {
 namespace {
 
 namespace fs = std::filesystem;
+
+/// Keeps OpenCV and its decoders from writing lines of their own to standard error: what is wrong is told once, by us.
+class Quiet {
+public:
+    Quiet() : mBefore(cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT)) {
+        setenv("OPENCV_FFMPEG_LOGLEVEL", "-8", 0);  // read when the first video is opened
+    }
+    ~Quiet() { cv::utils::logging::setLogLevel(mBefore); }
+    Quiet(const Quiet&) = delete;
+    Quiet& operator=(const Quiet&) = delete;
+
+private:
+    const cv::utils::logging::LogLevel mBefore;
+};
 
 /// The largest part of `picture` with the shape of `size` around its centre, scaled to `size`.
 cv::Mat fill(const cv::Mat& picture, cv::Size size) {
@@ -40,13 +56,7 @@ public:
     cv::Mat frame(double seconds, cv::Size size) override {
         if (mPath == "still")
             return fill(mPicture, size);
-        // The window leaves the picture room to move in, and has the shape of the frame.
-        const double room = mPath == "wobble" ? kWobbleWindow : kPanWindow;
-        const double limit =
-            std::min(static_cast<double>(mPicture.cols) / size.width, static_cast<double>(mPicture.rows) / size.height);
-        const bool wide = static_cast<double>(mPicture.cols) / mPicture.rows >
-                          kWideEnough * static_cast<double>(size.width) / size.height;
-        const double scale = limit * (wide && mPath != "wobble" ? 1.0 : room);
+        const double scale = windowScale(size);
         const cv::Size2d window(size.width * scale, size.height * scale);
         const cv::Point2d corner =
             cornerAt(seconds, cv::Size2d(mPicture.cols - window.width, mPicture.rows - window.height));
@@ -60,7 +70,18 @@ public:
 private:
     static constexpr double kPanWindow = 0.5;
     static constexpr double kWobbleWindow = 0.92;
-    static constexpr double kWideEnough = 1.8;  // a picture this much wider than the frame pans at full height
+    static constexpr double kLongEnough = 1.8;  // a picture this much longer than the frame is seen at its full breadth
+
+    /// Picture pixels a frame pixel. The window has the shape of the frame and leaves the picture room to move in.
+    double windowScale(cv::Size size) const {
+        const double across = static_cast<double>(mPicture.cols) / size.width;
+        const double down = static_cast<double>(mPicture.rows) / size.height;
+        const double limit = std::min(across, down);
+        if (mPath == "wobble")
+            return limit * kWobbleWindow;
+        const bool level = mPath == "pan-right" || mPath == "pan-left";
+        return limit * ((level ? across / down : down / across) > kLongEnough ? 1 : kPanWindow);
+    }
 
     cv::Point2d cornerAt(double seconds, cv::Size2d room) const {
         const double part = std::clamp(seconds / mSeconds, 0.0, 1.0);
@@ -103,8 +124,8 @@ private:
 /// A video file; it starts over at its end.
 class VideoSource : public FrameSource {
 public:
-    VideoSource(std::string path, cv::VideoCapture capture, cv::Mat first)
-        : mPath(std::move(path)), mCapture(std::move(capture)), mLast(std::move(first)) {
+    VideoSource(std::string path, const cv::VideoCapture& capture, cv::Mat first)
+        : mPath(std::move(path)), mCapture(capture), mLast(std::move(first)) {
         const double rate = mCapture.get(cv::CAP_PROP_FPS);
         mRate = rate > 0 && rate < 1000 ? rate : 30;
     }
@@ -122,7 +143,7 @@ private:
             mLast = next;
         } else {
             mCapture.release();
-            if (!mCapture.open(mPath) || !mCapture.read(mLast)) {
+            if (!mCapture.open(mPath, cv::CAP_FFMPEG) || !mCapture.read(mLast)) {
                 mLast.release();
                 mError = mPath + " cannot be read again from its start";
             }
@@ -146,6 +167,7 @@ public:
     cv::Mat frame(double seconds, cv::Size size) override {
         const size_t wanted = static_cast<size_t>(seconds / mSeconds + 1e-6) % mFiles.size();
         if (mPicture.empty() || wanted != mShown) {
+            const Quiet quiet;
             mPicture = cv::imread(mFiles[wanted]);
             mShown = wanted;
             if (mPicture.empty())
@@ -164,7 +186,7 @@ private:
 /// A webcam shows what it sees now; a still shows the frame that it gave last.
 class WebcamSource : public FrameSource {
 public:
-    WebcamSource(cv::VideoCapture capture, cv::Mat first) : mCapture(std::move(capture)), mLast(std::move(first)) {}
+    WebcamSource(const cv::VideoCapture& capture, cv::Mat first) : mCapture(capture), mLast(std::move(first)) {}
 
     cv::Mat frame(double seconds, cv::Size size) override {
         if (seconds > mLastTime) {
@@ -199,7 +221,7 @@ std::unique_ptr<FrameSource> openFolder(const std::string& path, SourceOptions& 
 
 std::unique_ptr<FrameSource> openCapture(const std::string& path, std::string* error) {
     const bool webcam = path.starts_with("/dev/video");
-    cv::VideoCapture capture(path, webcam ? cv::CAP_V4L2 : cv::CAP_ANY);
+    cv::VideoCapture capture(path, webcam ? cv::CAP_V4L2 : cv::CAP_FFMPEG);
     cv::Mat first;
     if (!capture.isOpened() || !capture.read(first) || first.empty()) {
         *error = webcam ? path + " gives no pictures; check that it is a camera and that no other program uses it"
@@ -207,8 +229,8 @@ std::unique_ptr<FrameSource> openCapture(const std::string& path, std::string* e
         return nullptr;
     }
     if (webcam)
-        return std::make_unique<WebcamSource>(std::move(capture), std::move(first));
-    return std::make_unique<VideoSource>(path, std::move(capture), std::move(first));
+        return std::make_unique<WebcamSource>(capture, std::move(first));
+    return std::make_unique<VideoSource>(path, capture, std::move(first));
 }
 
 std::unique_ptr<FrameSource> open(const std::string& path, SourceOptions& options, std::string* error) {
@@ -231,6 +253,7 @@ std::unique_ptr<FrameSource> open(const std::string& path, SourceOptions& option
 }  // namespace
 
 std::unique_ptr<FrameSource> openFile(const std::string& path, SourceOptions& options, std::string* error) {
+    const Quiet quiet;
     std::unique_ptr<FrameSource> source = open(path, options, error);
     if (source && !options.finish()) {
         *error = path + ": " + options.error();

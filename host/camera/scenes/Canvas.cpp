@@ -12,6 +12,56 @@ namespace {
 constexpr int kShift = 5;  // fractional bits of the coordinates that the drawing calls take
 constexpr double kLeastCellPixels = 1.5;
 
+constexpr double kCoarseCellPixels = 32;  // octaves of larger cells are drawn small and enlarged
+constexpr int kCoarseFactor = 4;
+constexpr double kOctaveWeight = 0.55;  // of an octave against the next coarser one
+
+/// One octave of noise; the next has half the cell.
+struct Octave {
+    double cell;
+    double stretch;
+    uint32_t seed;
+    double weight;
+
+    Octave next() const { return {cell / 2, stretch, seed + 1, weight * kOctaveWeight}; }
+};
+
+void addOctave(const Octave& octave, const View& view, cv::Mat& sum) {
+    const double wide = octave.cell * octave.stretch;
+    const int left = static_cast<int>(std::floor(view.origin.x / wide)) - 1;
+    const int top = static_cast<int>(std::floor(view.origin.y / octave.cell)) - 1;
+    cv::Mat grid(static_cast<int>(view.height() / octave.cell) + 5, static_cast<int>(view.width() / wide) + 5, CV_32F);
+    for (int y = 0; y < grid.rows; ++y)
+        for (int x = 0; x < grid.cols; ++x)
+            grid.at<float>(y, x) = static_cast<float>(random01(left + x, top + y, octave.seed));
+    const double fx = wide * view.scale;
+    const double fy = octave.cell * view.scale;
+    cv::Mat layer;
+    cv::resize(grid, layer, {}, fx, fy, cv::INTER_CUBIC);
+    const cv::Point corner(cvRound((view.origin.x / wide - left) * fx),
+                           cvRound((view.origin.y / octave.cell - top) * fy));
+    cv::scaleAdd(layer(cv::Rect(corner, view.size)), octave.weight, sum, sum);
+}
+
+/// Adds `count` octaves from `octave` on to `sum`, which has the view's size.
+void addOctaves(Octave octave, const View& view, int count, cv::Mat& sum) {
+    int coarse = 0;
+    for (double pixels = octave.cell * view.scale; coarse < count && pixels >= kCoarseCellPixels; pixels /= 2)
+        ++coarse;
+    if (coarse > 0) {
+        View small = view;
+        small.scale /= kCoarseFactor;
+        small.size = (view.size + cv::Size(kCoarseFactor - 1, kCoarseFactor - 1)) / kCoarseFactor;
+        cv::Mat part = cv::Mat::zeros(small.size, CV_32F);
+        addOctaves(octave, small, coarse, part);
+        cv::resize(part, part, {}, kCoarseFactor, kCoarseFactor, cv::INTER_LINEAR);
+        sum += part(cv::Rect({}, view.size));
+    }
+    for (int i = 0; i < count; ++i, octave = octave.next())
+        if (i >= coarse)
+            addOctave(octave, view, sum);
+}
+
 int thickness(double width, double scale) {
     return std::max(1, static_cast<int>(std::lround(width * scale)));
 }
@@ -37,30 +87,15 @@ double random01(int32_t a, int32_t b, uint32_t seed) {
 }
 
 cv::Mat noise(const View& view, double cell, int octaves, uint32_t seed, double stretch) {
-    cv::Mat sum = cv::Mat::zeros(view.size, CV_32F);
-    cv::Mat layer;
-    double weight = 0.5;
     double total = 0;
-    for (int octave = 0; octave < octaves && cell * view.scale >= kLeastCellPixels; ++octave) {
-        const double wide = cell * stretch;
-        const int left = static_cast<int>(std::floor(view.origin.x / wide)) - 1;
-        const int top = static_cast<int>(std::floor(view.origin.y / cell)) - 1;
-        cv::Mat grid(static_cast<int>(view.height() / cell) + 5, static_cast<int>(view.width() / wide) + 5, CV_32F);
-        for (int y = 0; y < grid.rows; ++y)
-            for (int x = 0; x < grid.cols; ++x)
-                grid.at<float>(y, x) = static_cast<float>(random01(left + x, top + y, seed + octave));
-        const double fx = wide * view.scale;
-        const double fy = cell * view.scale;
-        cv::resize(grid, layer, {}, fx, fy, cv::INTER_CUBIC);
-        const cv::Point corner(cvRound((view.origin.x / wide - left) * fx), cvRound((view.origin.y / cell - top) * fy));
-        layer = layer(cv::Rect(corner, view.size));
-        cv::scaleAdd(layer, weight, sum, sum);
+    double weight = 1;
+    int visible = 0;
+    for (double size = cell * view.scale; visible < octaves && size >= kLeastCellPixels; size /= 2, ++visible) {
         total += weight;
-        weight *= 0.55;
-        cell *= 0.5;
+        weight *= kOctaveWeight;
     }
-    if (total > 0)
-        sum *= 1 / total;
+    cv::Mat sum = cv::Mat::zeros(view.size, CV_32F);
+    addOctaves({cell, stretch, seed, 1 / std::max(total, 1.0)}, view, visible, sum);
     return sum;
 }
 
@@ -166,7 +201,7 @@ void Canvas::textured(const std::vector<cv::Point2d>& points, const Colour& a, c
             for (int c = 0; c < 3; ++c) {
                 const float value = static_cast<float>(a[c]) + static_cast<float>(b[c] - a[c]) * part;
                 const float old = pixel[x][c];
-                pixel[x][c] = static_cast<uint8_t>(old + (value - old) * opaque + 0.5F);
+                pixel[x][c] = cv::saturate_cast<uint8_t>(old + (value - old) * opaque);
             }
         }
     }

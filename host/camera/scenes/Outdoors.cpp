@@ -26,8 +26,9 @@ std::vector<cv::Point2d> ground(const View& view, double step, Height height) {
     const double left = std::floor(view.origin.x / step) * step - step;
     const double right = view.origin.x + view.width() + step;
     std::vector<cv::Point2d> points;
-    for (double x = left; x < right; x += step)
-        points.emplace_back(x, height(x));
+    const int count = cvCeil((right - left) / step);
+    for (int i = 0; i < count; ++i)
+        points.emplace_back(left + i * step, height(left + i * step));
     points.emplace_back(right, 600);
     points.emplace_back(left, 600);
     return points;

@@ -16,6 +16,9 @@ namespace {
 constexpr double kChange = 0.7;  // seconds from neutral to the full smile
 constexpr int kSteps = 10;       // drawn states of the face beside the neutral one
 
+constexpr double kFarScale = 0.5;  // pixels a unit at which the background is drawn
+constexpr double kFarBlur = 7;     // units
+
 const cv::Point2d kFace(0, 228);
 constexpr double kHalfWidth = 88;
 constexpr double kHalfHeight = 120;
@@ -43,14 +46,20 @@ public:
             cv::Rect({}, view.size);
         if (box.empty())
             return;
+        // What is very soft is drawn small and enlarged.
+        const double sigma = softness * view.scale;
+        const double shrink = std::max(1.0, sigma / kSigmaPixels);
         View part = view;
-        part.size = box.size();
+        part.size = cv::Size(cvCeil(box.width / shrink), cvCeil(box.height / shrink));
+        part.scale /= shrink;
         part.origin = view.toScene(box.tl());
-        cv::Mat mask = cv::Mat::zeros(box.size(), CV_8U);
+        cv::Mat mask = cv::Mat::zeros(part.size, CV_8U);
         Canvas drawing(mask, part);
         shape(drawing);
         if (softness > 0)
-            cv::GaussianBlur(mask, mask, {}, std::max(0.5, softness * view.scale));
+            cv::GaussianBlur(mask, mask, {}, std::max(0.5, sigma / shrink));
+        if (shrink > 1)
+            cv::resize(mask, mask, box.size(), 0, 0, cv::INTER_LINEAR);
         blend(mCanvas.picture()(box), mask, colour, opacity);
     }
 
@@ -69,6 +78,7 @@ public:
     }
 
 private:
+    static constexpr double kSigmaPixels = 3;
     static inline const Colour kWhite{255, 255, 255};
 
     static cv::Rect2d bounds(const std::vector<cv::Point2d>& points, double more) {
@@ -116,8 +126,8 @@ std::vector<cv::Point2d> bow(cv::Point2d a, cv::Point2d b, cv::Point2d c) {
 
 void drawBody(Canvas& canvas, Brush& brush) {
     const Colour wool = rgb(0x33658A);
-    canvas.limb(at(-62, 150), at(-128, 300), 92, 110, kHair * 0.9);  // hair that falls behind the shoulders
-    canvas.limb(at(62, 150), at(128, 300), 92, 110, kHair * 0.9);
+    for (const double side : {-1.0, 1.0})  // hair that falls behind the shoulders
+        canvas.limb(at(side * 74, 0), at(side * 92, 176), 42, 34, kHair * 0.85);
     canvas.limb(at(-118, 232), at(-150, 330), 62, 70, wool);
     canvas.limb(at(118, 232), at(150, 330), 62, 70, wool);
     canvas.polygon({at(-70, 166), at(70, 166), at(150, 190), at(190, 330), at(-190, 330), at(-150, 190)}, wool);
@@ -130,25 +140,34 @@ void drawBody(Canvas& canvas, Brush& brush) {
     brush.curve(bow(at(-66, 168), at(0, 206), at(66, 168)), 12, wool * 1.25, 1, 1);
 }
 
+/// Forehead and temples are an ellipse; the cheeks narrow towards the chin.
+std::vector<cv::Point2d> faceOutline() {
+    std::vector<cv::Point2d> outline;
+    for (int i = 0; i < 72; ++i) {
+        const double turn = i * CV_PI / 36;
+        const double down = std::max(0.0, std::sin(turn));
+        outline.push_back(at(kHalfWidth * std::cos(turn) * (1 - 0.14 * down * down),
+                             -10 + std::sin(turn) * (turn < CV_PI ? 128 : 108)));
+    }
+    return outline;
+}
+
 void drawHead(Canvas& canvas, Brush& brush) {
     canvas.ellipse(at(0, -26), {kHalfWidth + 26, kHalfHeight + 4}, kHair);
     canvas.limb(at(-92, -10), at(-98, 120), 22, 26, kHair);
     canvas.limb(at(92, -10), at(98, 120), 22, 26, kHair);
-    for (int i = -9; i <= 9; ++i)
-        brush.curve(bow(at(i * 5, -150), at(i * 11.5, -70), at(i * 12.2, 60)), 1.6, mix(kHair, rgb(0x9A6A42), 0.5), 0.7,
-                    0.8);
+    for (int i = -10; i <= 10; ++i)
+        brush.curve(bow(at(i * 6, -144 + 0.45 * i * i), at(i * 10.4, -76), at(i * 10.8, 70)), 1.6,
+                    mix(kHair, rgb(0x9A6A42), 0.5), 0.6, 0.8);
     for (const double side : {-1.0, 1.0})
         canvas.ellipse(at(side * (kHalfWidth - 1), 6), {11, 24}, kSkin * 0.9);
-    canvas.ellipse(at(0, -14), {kHalfWidth, kHalfHeight - 16}, kSkin);
-    canvas.polygon({at(-kHalfWidth, -10), at(kHalfWidth, -10), at(80, 42), at(58, 88), at(26, 114), at(0, 118),
-                    at(-26, 114), at(-58, 88), at(-80, 42)},
-                   kSkin);
+    canvas.polygon(faceOutline(), kSkin);
     // Light from the upper left; the sides turn away from it.
     brush.ellipse(at(-14, -66), {56, 30}, kSkinLight, 0.75, 14);
-    brush.curve(bow(at(84, -60), at(88, 20), at(40, 104)), 20, kSkinShade, 0.65, 10);
-    brush.curve(bow(at(-86, -50), at(-86, 24), at(-44, 102)), 10, kSkinShade, 0.5, 7);
+    brush.curve(bow(at(84, -60), at(90, -10), at(84, 40)), 16, kSkinShade, 0.55, 10);
+    brush.curve(bow(at(-86, -50), at(-90, -10), at(-84, 40)), 8, kSkinShade, 0.4, 7);
     for (const double side : {-1.0, 1.0})
-        brush.ellipse(at(side * 46, 26), {26, 17}, kSkinLight, 0.75, 9);
+        brush.ellipse(at(side * 46, 18), {24, 13}, kSkinLight, 0.6, 9);
     brush.ellipse(at(0, 96), {20, 12}, kSkinLight, 0.6, 7);
     // Hair over the forehead.
     canvas.polygon({at(-90, -16), at(-84, -66), at(-48, -116), at(20, -126), at(72, -96), at(90, -16), at(74, -62),
@@ -189,18 +208,18 @@ void drawNose(Brush& brush) {
 }
 
 /// The mouth opens from a closed line to a smile that shows the upper teeth.
-void drawMouth(Canvas& canvas, Brush& brush, double smile) {
-    const double half = 27 + 25 * smile;
-    const double corner = 67 - 12 * smile;
-    const double upper = 66 - 1 * smile;
-    const double lower = 67 + 20 * smile;
+void drawMouth(Brush& brush, double smile) {
+    const double half = 24 + 22 * smile;
+    const double corner = 70 - 13 * smile;
+    const double upper = 67 - 1 * smile;
+    const double lower = 68 + 15 * smile;
     const cv::Point2d left = at(-half, corner);
     const cv::Point2d right = at(half, corner);
     for (const double side : {-1.0, 1.0}) {
-        brush.ellipse(at(side * (half + 5), corner + 1), {6 + 3 * smile, 7}, kSkinShade, 0.35 + 0.4 * smile, 3);
+        brush.ellipse(at(side * (half + 5), corner + 1), {6 + 3 * smile, 7}, kSkinShade, 0.7 * smile, 3);
         brush.curve(
             bow(at(side * 22, 30), at(side * (37 + 12 * smile), 44), at(side * (40 + 22 * smile), 64 - 4 * smile)), 4,
-            kSkinShade, 0.15 + 0.5 * smile, 2.6);
+            kSkinShade, 0.65 * smile, 2.6);
         brush.ellipse(at(side * (50 + 4 * smile), 22 - 4 * smile), {18, 11}, mix(kSkinLight, rgb(0xF0A08A), 0.5),
                       0.5 * smile, 6);
     }
@@ -208,7 +227,7 @@ void drawMouth(Canvas& canvas, Brush& brush, double smile) {
     std::vector<cv::Point2d> outline = bow(left, at(0, upper - 8 + smile), right);
     const std::vector<cv::Point2d> low = bow(right, at(0, lower + 11 - 2 * smile), left);
     outline.insert(outline.end(), low.begin(), low.end());
-    brush.polygon(outline, mix(kLip, kSkin, 0.3 - 0.2 * smile), 0.95, 1.2);
+    brush.polygon(outline, mix(kLip, kSkin, 0.74 * (1 - smile)), 0.95, 1.4);
     std::vector<cv::Point2d> opening = bow(left, at(0, upper), right);
     const std::vector<cv::Point2d> floor = bow(right, at(0, lower), left);
     opening.insert(opening.end(), floor.begin(), floor.end());
@@ -227,9 +246,10 @@ void drawMouth(Canvas& canvas, Brush& brush, double smile) {
         }
     }
     if (smile < 0.95)
-        brush.curve(bow(left, at(0, upper + 1.5), right), 2.6, rgb(0x6A2E2A), 0.85 * (1 - smile), 0.8);
-    brush.curve(bow(at(-half * 0.5, lower + 12), at(0, lower + 16), at(half * 0.5, lower + 12)), 5, kSkinShade, 0.5, 3);
-    canvas.circle(at(-half * 0.25, lower + 4.5), 1.2, mix(kLip, kSkinLight, 0.7));
+        brush.curve(bow(left, at(0, upper + 1.5), right), 2.6, rgb(0x9A5A50), 0.42 * (1 - smile), 1.1);
+    brush.curve(bow(at(-half * 0.5, lower + 12), at(0, lower + 16), at(half * 0.5, lower + 12)), 5, kSkinShade,
+                0.4 * smile, 3);
+    brush.ellipse(at(-half * 0.25, lower + 4.5), {2, 1.2}, kSkinLight, 0.7 * smile, 0.6);
 }
 
 }  // namespace
@@ -258,8 +278,13 @@ cv::Mat Portrait::frame(double seconds, cv::Size size) {
 cv::Mat Portrait::draw(const View& view, int state) {
     // State 0 is the part that does not change, 1 to 1 + kSteps are states of the face over it.
     if (state == 0) {
-        cv::Mat far = drawStreet(view);
-        cv::GaussianBlur(far, far, {}, 7 * view.scale);
+        // The street is out of focus: little of it is needed.
+        View small = view;
+        small.scale = kFarScale;
+        small.size = cv::Size(cvCeil(view.width() * kFarScale), cvCeil(view.height() * kFarScale));
+        cv::Mat far = drawStreet(small);
+        cv::GaussianBlur(far, far, {}, kFarBlur * kFarScale);
+        cv::resize(far, far, view.size, 0, 0, cv::INTER_CUBIC);
         Canvas canvas(far, view);
         Brush brush(canvas);
         drawBody(canvas, brush);
@@ -273,7 +298,7 @@ cv::Mat Portrait::draw(const View& view, int state) {
     for (const double side : {-1.0, 1.0})
         drawEye(canvas, brush, side, smile);
     drawNose(brush);
-    drawMouth(canvas, brush, smile);
+    drawMouth(brush, smile);
     return canvas.picture();
 }
 

@@ -41,7 +41,6 @@ void drawBody(Canvas& canvas, cv::Rect2d box, Normal normal, Paint paint, double
 }
 
 void drawShadow(Canvas& canvas, cv::Point2d at, cv::Size2d axes) {
-    const cv::Mat grain = noise(canvas.view(), 40, 2, 5);
     for (int i = 5; i > 0; --i) {
         std::vector<cv::Point2d> rim;
         for (int k = 0; k < 40; ++k)

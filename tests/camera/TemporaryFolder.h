@@ -1,0 +1,30 @@
+// A folder for one test, removed with it.
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+namespace kov::test {
+
+class TemporaryFolder {
+public:
+    TemporaryFolder() {
+        std::string name = (std::filesystem::temp_directory_path() / "kov-XXXXXX").string();
+        mPath = mkdtemp(name.data());
+    }
+    ~TemporaryFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(mPath, ignored);
+    }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    std::string operator/(const std::string& name) const { return mPath + "/" + name; }
+    const std::string& path() const { return mPath; }
+
+private:
+    std::string mPath;
+};
+
+}  // namespace kov::test
