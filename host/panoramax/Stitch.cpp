@@ -89,10 +89,12 @@ bool Stitch::refine(size_t second) {
     }
     if (cv::norm(offset - rough) > kMostCorrection)
         return false;
+    const auto [inBefore, inAfter] = overlap(mSize, rounded(offset));
+    offset = cv::Point2d(rounded(offset)) +
+             sharpen(lumaOf(before.yuv)(inBefore), lumaOf(after.yuv)(inAfter), offset - cv::Point2d(rounded(offset)));
     const cv::Point2d moved = before.place + offset - after.place;
     for (size_t i = second; i < mFrames.size(); ++i)
         mFrames[i].place += moved;
-    const auto [inBefore, inAfter] = overlap(mSize, rounded(offset));
     const double brightness = cv::mean(lumaOf(after.yuv)(inAfter))[0];
     after.gain = before.gain * cv::mean(lumaOf(before.yuv)(inBefore))[0] / std::max(brightness, 1.0);
     return true;
