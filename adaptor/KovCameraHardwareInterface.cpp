@@ -9,6 +9,7 @@
 #include "shots/Commands.h"
 #include "shots/ShotCallbacks.h"
 #include "shots/ShotSingle.h"
+#include "shots/continuous/ShotContinuous.h"
 #include "shots/panorama/ShotPanorama.h"
 
 namespace android {
@@ -274,7 +275,7 @@ void KovCameraHardwareInterface::changeToSingleShot() {
     switchTo(make<ShotSingle>);
 }
 void KovCameraHardwareInterface::changeToContinuousShot() {
-    switchTo(nullptr);
+    switchTo(make<ShotContinuous>);
 }
 void KovCameraHardwareInterface::changeToPanoramaShot() {
     switchTo(make<ShotPanorama>);

@@ -1,0 +1,427 @@
+// Continuous: a burst of up to nine frames, encoded in the background.
+
+#include "shots/continuous/ShotContinuous.h"
+
+#include <arccamera/jpeg.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <utility>
+
+#include "imaging/ArcJpegEncoder.h"
+#include "shots/Commands.h"
+#include "shots/continuous/ContinuousClock.h"
+
+namespace android {
+
+namespace {
+
+constexpr int64_t kHoldFromMs = 320;  // a frame that comes now or later is held until kIntervalMs and taken
+constexpr int64_t kIntervalMs = 360;
+constexpr int64_t kStartDelayUs = 500000;  // before the first picture
+constexpr int64_t kGapUs = 350000;         // after each picture
+
+template <typename... Values>
+void logInfo(const char* format, Values... values) {
+    __android_log_print(ANDROID_LOG_INFO, ShotContinuous::kTag, format, values...);
+}
+
+template <typename... Values>
+void logError(const char* format, Values... values) {
+    __android_log_print(ANDROID_LOG_ERROR, ShotContinuous::kTag, format, values...);
+}
+
+/// The library's form of a callback in a log line.
+unsigned asHex(const void* pointer) {
+    return static_cast<unsigned>(reinterpret_cast<uintptr_t>(pointer));
+}
+
+}  // namespace
+
+std::atomic<bool> ShotContinuous::encoderKillFlag{false};
+
+/// What an encoder thread is started with. The thread may outlive the shot: it looks at `shot` only from inside its
+/// gate.
+struct ShotContinuous::EncoderStart {
+    ShotGate::Hold gate;
+    ShotContinuous* shot;
+    sp<BurstEncoder> encoder;
+    uint32_t burst;
+};
+
+ShotContinuous::ShotContinuous(sp<CameraHardwareInterface> hardware) : ShotCallbacks(std::move(hardware)) {
+    logInfo("ShotContinuous created: pid=%d", getpid());
+    logInfo("Preview width:%d, height:%d", mPreviewWidth.load(), mPreviewHeight.load());
+    mShutter.emplace();
+    encoderKillFlag = false;
+}
+
+ShotContinuous::~ShotContinuous() {
+    logInfo("ShotContinuous destroyed: pid=%d", getpid());
+    const AutoMutex held(mBurstLock);
+    if (mEncoderRunning) {
+        logError("Killing encoder thread");
+        encoderKillFlag = true;
+    }
+    if (mEncoder.get())
+        mEncoder->stop();
+    mEncoderRunning = false;
+    emptySlots();
+    mShutter.reset();
+}
+
+status_t ShotContinuous::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
+    if (!hardwareOrLog().get())
+        return INVALID_OPERATION;
+    logInfo("ShotContinuous::sendCommand %d, %d, %d", cmd, arg1, arg2);
+    switch (cmd) {
+        case CONTINUOUS_SHOT_START_CAPTURE:
+            logInfo("CONTINUOUS_SHOT_START_CAPTURE");
+            Start();
+            return NO_ERROR;
+        case CONTINUOUS_SHOT_STOP_CAPTURE:
+            logInfo("CONTINUOUS_SHOT_STOP_CAPTURE");
+            (void)StopAndEncoding();
+            return NO_ERROR;
+        case CONTINUOUS_SHOT_TERMINATE:
+            logInfo("CONTINUOUS_SHOT_TERMINATE");
+            Terminate();
+            return NO_ERROR;
+        case CONTINUOUS_SHOT_SOUND:
+            logInfo("CONTINUOUS_SHOT_SOUND %d", arg1);
+            if (arg1 > 0)
+                mShutter->turnOn();
+            else
+                mShutter->turnOff();
+            return NO_ERROR;
+        default:
+            return ShotCommon::sendCommand(cmd, arg1, arg2);
+    }
+}
+
+// --- The burst
+
+void ShotContinuous::Start() {
+    const AutoMutex held(mBurstLock);
+    if (mStatus != CSSHOT_STATE_IDLE) {
+        logError("Start() is called in wrong state[%d]", mStatus);
+        return;
+    }
+    ++mBurst;  // an encoder that was killed and still runs now knows that nothing here is its own
+    encoderKillFlag = false;
+    mCSFrameCount = 0;
+    mCSEncodeCount = 0;
+    mStopPending = false;
+    mFirstFrame = true;
+    mStatus = CSSHOT_STATE_CAPTURING;
+    emptySlots();
+}
+
+void ShotContinuous::Terminate() {
+    const AutoMutex held(mBurstLock);
+    logInfo("Terminate() - mStatus [%d]", mStatus);
+    if (mStatus == CSSHOT_STATE_ENCODING) {
+        logError("Terminate() - CSSHOT_STATE_ENCODING");
+        encoderKillFlag = true;
+        if (mEncoder.get())
+            mEncoder->stop();
+        mEncoderRunning = false;
+    } else {
+        emptySlots();
+        mCSFrameCount = 0;
+        mCSEncodeCount = 0;
+    }
+    mStatus = CSSHOT_STATE_IDLE;
+    mStopPending = false;
+    mFirstFrame = false;
+}
+
+void ShotContinuous::emptySlots() {
+    for (Slot& slot : mCSFrameHeap)
+        slot = {};
+}
+
+bool ShotContinuous::StopAndEncoding() {
+    uint32_t burst = 0;
+    int frames = 0;
+    {
+        const AutoMutex held(mBurstLock);
+        if (mStatus != CSSHOT_STATE_CAPTURING) {
+            logError("StopAndEncoding() is called in wrong state[%d]", mStatus);
+            return true;
+        }
+        if (mFirstFrame) {
+            mStopPending = true;
+            return true;
+        }
+        mStopPending = false;
+        mStatus = CSSHOT_STATE_ENCODING;
+        burst = mBurst;
+        frames = mCSFrameCount;
+    }
+    return sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_STOPPED, frames, 0) && startEncoder(burst);
+}
+
+bool ShotContinuous::startEncoder(uint32_t burst) {
+    const AutoMutex held(mBurstLock);
+    if (mStatus != CSSHOT_STATE_ENCODING || mBurst != burst)
+        return true;  // terminated while the application was told
+    mEncoder = new BurstEncoder(mEncoder);
+    mEncoderRunning = true;
+    auto start = std::make_unique<EncoderStart>(EncoderStart{ShotGate::Hold(gate()), this, mEncoder, burst});
+    pthread_t thread;
+    if (pthread_create(&thread, nullptr, encodeCSPreview2Jpeg, start.get()) == 0) {
+        pthread_detach(thread);
+        (void)start.release();  // the thread's now
+        return true;
+    }
+    logError("the encoder thread cannot be started; the burst is dropped");
+    mEncoder->end();
+    mEncoderRunning = false;
+    mStatus = CSSHOT_STATE_IDLE;
+    mCSFrameCount = 0;
+    emptySlots();
+    return true;
+}
+
+// --- Capturing
+
+void ShotContinuous::processDataCallback(int32_t msgType, const sp<IMemory>& data) {
+    if (!mCallbacks.data()) {
+        logError("mDataCb is NULL, returning.");
+        return;
+    }
+    if (!data.get()) {
+        logError("Null data returned in data callback");
+        if (!sendNotifyIfSet(CAMERA_MSG_ERROR, UNKNOWN_ERROR, 0))
+            return;
+    } else if (msgType == CAMERA_MSG_PREVIEW_FRAME && !handlePreview(data)) {
+        return;
+    }
+    (void)sendData(msgType, data);
+}
+
+bool ShotContinuous::isCapturing() const {
+    return mStatus == CSSHOT_STATE_CAPTURING && mCSFrameCount < kBurstLimit;
+}
+
+bool ShotContinuous::handlePreview(const sp<IMemory>& frame) {
+    ContinuousClock& clock = ContinuousClock::get();
+    bool first = false;
+    uint32_t burst = 0;
+    int64_t elapsed = 0;  // ms
+    {
+        const AutoMutex held(mBurstLock);
+        if (!isCapturing())
+            return true;
+        first = mFirstFrame;
+        burst = mBurst;
+        elapsed = (clock.now() - mLastCaptureTime) / 1000000;
+        if (!first && elapsed < kHoldFromMs) {
+            freeze(frame);
+            return true;
+        }
+    }
+    if (first)
+        return captureFirst(frame, burst);
+    if (elapsed < kIntervalMs && !callOut([&] { clock.sleepMicroseconds((kIntervalMs - elapsed) * 1000); }))
+        return false;
+    return captureNext(frame);
+}
+
+bool ShotContinuous::captureFirst(const sp<IMemory>& frame, uint32_t burst) {
+    if (!captureNext(frame))
+        return false;
+    bool stop = false;
+    {
+        const AutoMutex held(mBurstLock);
+        if (burst != mBurst)
+            return true;
+        mFirstFrame = false;
+        stop = mStopPending;
+    }
+    return !stop || StopAndEncoding();
+}
+
+/// Takes the frame with a click, unless the capture has ended meanwhile.
+bool ShotContinuous::captureNext(const sp<IMemory>& frame) {
+    bool taken = false;
+    int frames = 0;
+    {
+        const AutoMutex held(mBurstLock);
+        if (!isCapturing())
+            return true;
+        mShutter->play();
+        mLastCaptureTime = ContinuousClock::get().now();
+        taken = take(frame);
+        frames = mCSFrameCount;
+    }
+    return !taken || sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_FRAME_TAKEN, frames, kBurstLimit);
+}
+
+bool ShotContinuous::Capture(const sp<IMemory>& frame) {
+    bool taken = false;
+    int frames = 0;
+    {
+        const AutoMutex held(mBurstLock);
+        taken = take(frame);
+        frames = mCSFrameCount;
+    }
+    return !taken || sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_FRAME_TAKEN, frames, kBurstLimit);
+}
+
+/// Copies the frame into the next slot.
+bool ShotContinuous::take(const sp<IMemory>& frame) {
+    logInfo("Capture() - start - Frame count : %d", mCSFrameCount);
+    if (!frame.get() || !frame->pointer()) {
+        logError("Capture() - preview frame is NULL");
+        return false;
+    }
+    const size_t size = frame->size();
+    logInfo("Capture() - size : %d", static_cast<int>(size));
+    if (mCSFrameCount >= kBurstLimit) {
+        logInfo("HandleCSFrame: mCSFrameCount >= %d", kBurstLimit);
+        return false;
+    }
+    Slot slot = {new MemoryHeapBase(size, 0, nullptr), mPreviewWidth, mPreviewHeight};
+    if (slot.heap->getSize() < size) {
+        logError("Capture() - no memory for the frame");
+        return false;
+    }
+    std::memcpy(slot.heap->base(), frame->pointer(), size);
+    mCSFrameHeap[mCSFrameCount++] = slot;
+    return true;
+}
+
+/// Shows the frame taken last in place of the current one, as far as both reach.
+void ShotContinuous::freeze(const sp<IMemory>& frame) const {
+    const sp<MemoryHeapBase> last = mCSFrameCount > 0 ? mCSFrameHeap[mCSFrameCount - 1].heap : nullptr;
+    if (last.get() && frame->pointer())
+        std::memcpy(frame->pointer(), last->base(), std::min(last->getSize(), frame->size()));
+}
+
+// --- Encoding, on the burst's own thread
+
+void* ShotContinuous::encodeCSPreview2Jpeg(void* argument) {
+    logError("encodeCSPreview2Jpeg() - start");
+    const std::unique_ptr<EncoderStart> start(static_cast<EncoderStart*>(argument));
+    if (!start) {
+        logError("encodeCSPreview2Jpeg : csInstance == NULL \n");
+        return nullptr;
+    }
+    start->encoder->begin();
+    runEncoder(*start);
+    start->encoder->end();
+    return nullptr;
+}
+
+void ShotContinuous::runEncoder(const EncoderStart& start) {
+    start.encoder->pause(kStartDelayUs);
+    for (int loop = 0; encodeNext(start, loop); ++loop)
+        start.encoder->pause(kGapUs);
+}
+
+/// Encodes and delivers one frame; false at the end of the burst, of its encoder or of the shot.
+bool ShotContinuous::encodeNext(const EncoderStart& start, int loop) {
+    const ShotGate::Entry inside(start.gate);
+    if (!inside) {
+        if (encoderKillFlag.exchange(false))
+            logError("encodeCSPreview2Jpeg() -exit: %d\n", loop);
+        return false;
+    }
+    Slot slot;
+    const Next next = start.shot->nextFrame(start.burst, *start.encoder, &slot);
+    if (next == Next::Complete)
+        (void)start.shot->complete(start.burst);
+    if (next != Next::Encode)
+        return false;
+    const clock_t begin = std::clock();
+    if (slot.heap.get() && !start.shot->encode2ArcJpegData(slot))
+        return false;
+    const float seconds = static_cast<float>(std::clock() - begin) / 1000000.0F;
+    logInfo("encodeCSPreview2Jpeg() - Codec time(%d) : %.8f\n", loop, static_cast<double>(seconds));
+    slot = {};
+    start.shot->releaseSlot(start.burst, loop);
+    return true;
+}
+
+/// Fetches the next frame, with a reference of its own.
+ShotContinuous::Next ShotContinuous::nextFrame(uint32_t burst, const BurstEncoder& encoder, Slot* slot) {
+    const AutoMutex held(mBurstLock);
+    const bool own = burst == mBurst;
+    if (own && mCSEncodeCount >= mCSFrameCount)
+        return Next::Complete;
+    logInfo("encodeCSPreview2Jpeg() - mCSEncodeCount : [%d]  pthread_self[%d]\n", mCSEncodeCount,
+            static_cast<int>(pthread_self()));
+    if (!own || encoder.stopped()) {
+        logError("encodeCSPreview2Jpeg() -exit: %d\n", mCSEncodeCount);
+        if (own)
+            encoderKillFlag = false;
+        return Next::Exit;
+    }
+    *slot = mCSFrameHeap[mCSEncodeCount];
+    return Next::Encode;
+}
+
+bool ShotContinuous::getJpegQuality(int* quality) const {
+    const sp<CameraHardwareInterface> hardware = mHardware;
+    *quality = kArcJpegQualityWithoutHardware;
+    if (!hardware.get())
+        return true;
+    int parameter = 0;
+    const bool alive =
+        callOut([&] { parameter = hardware->getParameters().getInt(CameraParameters::KEY_JPEG_QUALITY); });
+    *quality = arcJpegQuality(parameter);
+    return alive;
+}
+
+/// Encodes and delivers one frame. False when the shot was retired meanwhile.
+bool ShotContinuous::encode2ArcJpegData(const Slot& slot) {
+    int quality = 0;
+    if (!getJpegQuality(&quality))
+        return false;
+    if (slot.width <= 0 || slot.height <= 0 ||
+        slot.heap->getSize() < static_cast<size_t>(slot.width) * static_cast<size_t>(slot.height) * 3 / 2) {
+        logError("encode2ArcJpegData() - the frame is smaller than %d x %d", slot.width, slot.height);
+        return true;
+    }
+    const ArcJpegFrame frame = {static_cast<uint8_t*>(slot.heap->base()), slot.width, slot.height,
+                                ARC_FORMAT_YUV420_SEMIPLANAR};
+    return encodeArcJpeg(ArcJpegUser::Continuous, frame, quality, [this](const sp<IMemory>& picture) {
+        const auto to = mCallbacks.data();
+        if (to.callback && to.cookie)
+            return sendData(CAMERA_MSG_COMPRESSED_IMAGE, picture);
+        logError("encode2ArcJpegData() - mDataCb[0x%X] or mCallbackCookie[0x%X] is null",
+                 asHex(reinterpret_cast<const void*>(to.callback)), asHex(to.cookie));
+        return true;
+    });
+}
+
+void ShotContinuous::releaseSlot(uint32_t burst, int index) {
+    const AutoMutex held(mBurstLock);
+    if (burst != mBurst)
+        return;
+    mCSFrameHeap[index] = {};
+    mCSEncodeCount = index + 1;
+    logInfo("encodeCSPreview2Jpeg - start sleep : EC FC[%d %d]\n", mCSEncodeCount, mCSFrameCount);
+}
+
+bool ShotContinuous::complete(uint32_t burst) {
+    {
+        const AutoMutex held(mBurstLock);
+        if (burst != mBurst)
+            return true;
+        mCSFrameCount = 0;
+        mCSEncodeCount = 0;
+        logError("encodeCSPreview2Jpeg - Completed jpegEncodePreview\n");
+        mEncoderRunning = false;
+        mStatus = CSSHOT_STATE_IDLE;
+    }
+    return sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_DELIVERED, 0, 0);
+}
+
+}  // namespace android
