@@ -1,10 +1,11 @@
-// Settings for ThreadSanitizer in tests that use OpenCV. Debian builds it, and what it brings, without the sanitizer.
+// Settings for ThreadSanitizer in programs that use OpenCV. Debian builds it, and what it brings, without the
+// sanitizer.
 
 #include <opencv2/core/utility.hpp>
 
 #if defined(__SANITIZE_THREAD__)
 namespace {
-// The sanitizer cannot see how OpenCV's worker threads synchronise. What is tested here are our own threads.
+// The sanitizer cannot see how worker threads of OpenCV synchronise. What is checked are our own threads.
 [[maybe_unused]] const bool gOneThread = (cv::setNumThreads(1), true);
 }  // namespace
 
