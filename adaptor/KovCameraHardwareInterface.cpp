@@ -11,6 +11,7 @@
 #include "shots/ShotSingle.h"
 #include "shots/continuous/ShotContinuous.h"
 #include "shots/panorama/ShotPanorama.h"
+#include "shots/smile/ShotSmile.h"
 
 namespace android {
 
@@ -281,7 +282,7 @@ void KovCameraHardwareInterface::changeToPanoramaShot() {
     switchTo(make<ShotPanorama>);
 }
 void KovCameraHardwareInterface::changeToSmileShot() {
-    switchTo(nullptr);
+    switchTo(make<ShotSmile>);
 }
 void KovCameraHardwareInterface::changeToSelfShot() {
     switchTo(nullptr);

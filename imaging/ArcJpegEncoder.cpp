@@ -2,12 +2,13 @@
 
 #include "imaging/ArcJpegEncoder.h"
 
-#include <android/log.h>
 #include <arccamera/jpeg.h>
 #include <binder/MemoryBase.h>
 #include <binder/MemoryHeapBase.h>
 
 #include <limits>
+
+#include "imaging/TaggedLog.h"
 
 namespace android {
 
@@ -23,20 +24,21 @@ constexpr int64_t kStreamBytesPerPixel = 3;
 struct UserTraits {
     uint32_t registeredUse;
     bool ownQuality;  // passes a quality
-    const char* tag;  // null logs nothing
-    bool allLines;    // logs every step, not only the first and the last
+    const char* tag;
+    bool firstAndLastLine;  // logs these
+    bool stepLines;         // logs those in between
 };
 
 UserTraits traitsOf(ArcJpegUser user) {
     switch (user) {
         case ArcJpegUser::Panorama:
-            return {5, false, "ShotPanorama", true};
+            return {5, false, "ShotPanorama", true, true};
         case ArcJpegUser::Continuous:
-            return {3, true, "ShotContinuous", false};
+            return {3, true, "ShotContinuous", true, false};
         case ArcJpegUser::Action:
             break;
     }
-    return {3, true, nullptr, false};
+    return {3, true, "ShotAction", false, false};
 }
 
 /// The library's numbers for handles and addresses in log lines.
@@ -116,37 +118,41 @@ int32_t arcJpegQuality(int32_t jpegQualityParameter) {
 bool encodeArcJpeg(ArcJpegUser user, const ArcJpegFrame& frame, int32_t quality,
                    const std::function<bool(const sp<IMemory>&)>& deliver) {
     const UserTraits traits = traitsOf(user);
-    const auto log = [&](bool always, const char* format, auto... values) {
-        if (traits.tag && (always || traits.allLines))
-            __android_log_print(ANDROID_LOG_ERROR, traits.tag, format, values...);
-    };
+    const TaggedLog log(traits.tag);
 
     const ComponentManager manager(traits.registeredUse);
-    log(true, "encode2ArcJpegData() - 1");
+    if (traits.firstAndLastLine)
+        log.error("encode2ArcJpegData() - 1");
     const MHandle stream = MStreamOpenFromMemoryBlock(nullptr, streamCapacity(frame));
-    log(false, "encode2ArcJpegData() - 2 - hStreamSave:%d", asInt(stream));
+    if (traits.stepLines)
+        log.error("encode2ArcJpegData() - 2 - hStreamSave:%d", asInt(stream));
     if (!stream)
         return true;
 
     MBITMAP bitmap = bitmapOf(frame);
-    log(false, "encode2ArcJpegData() - 3 - capture.pPlane[0]:%d", asInt(bitmap.pPlane[0]));
+    if (traits.stepLines)
+        log.error("encode2ArcJpegData() - 3 - capture.pPlane[0]:%d", asInt(bitmap.pPlane[0]));
     const MRESULT saved = traits.ownQuality
                               ? MdBitmapSaveEx(manager.handle(), stream, kSaveAsJpeg, &bitmap, quality, frame.format)
                               : MdBitmapSave(manager.handle(), stream, kSaveAsJpeg, &bitmap);
-    log(false, "encode2ArcJpegData() - 4 - res:%d", saved);
+    if (traits.stepLines)
+        log.error("encode2ArcJpegData() - 4 - res:%d", saved);
 
     bool alive = true;
     {
         const sp<IMemory> picture = readStream(stream);
         alive = deliver(picture);
-        log(false, "encode2ArcJpegData() - 5 - heap->base():%d,lStreamSize:%d", asInt(picture->pointer()),
-            static_cast<int>(picture->size()));
+        if (traits.stepLines)
+            log.error("encode2ArcJpegData() - 5 - heap->base():%d,lStreamSize:%d", asInt(picture->pointer()),
+                      static_cast<int>(picture->size()));
         MStreamClose(stream);
     }
-    log(false, "encode2ArcJpegData() - 6 - pPlane[0]:%x,pPlane[1]:%x,pPlane[2]:%x",
-        static_cast<unsigned>(asInt(bitmap.pPlane[0])), static_cast<unsigned>(asInt(bitmap.pPlane[1])),
-        static_cast<unsigned>(asInt(bitmap.pPlane[2])));
-    log(true, "encode2ArcJpegData() - end");
+    if (traits.stepLines)
+        log.error("encode2ArcJpegData() - 6 - pPlane[0]:%x,pPlane[1]:%x,pPlane[2]:%x",
+                  static_cast<unsigned>(asInt(bitmap.pPlane[0])), static_cast<unsigned>(asInt(bitmap.pPlane[1])),
+                  static_cast<unsigned>(asInt(bitmap.pPlane[2])));
+    if (traits.firstAndLastLine)
+        log.error("encode2ArcJpegData() - end");
     return alive;
 }
 

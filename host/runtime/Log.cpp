@@ -84,7 +84,7 @@ int logLevelFromName(std::string_view name) {
 
 }  // namespace kov::host
 
-int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list values) {
     using namespace kov::host;
     LogState& log = state();
     const bool shown = prio >= log.level.load(std::memory_order_relaxed);
@@ -92,10 +92,7 @@ int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
         return 0;
 
     char text[1024];
-    va_list args;
-    va_start(args, fmt);
-    const int length = std::vsnprintf(text, sizeof text, fmt, args);
-    va_end(args);
+    const int length = std::vsnprintf(text, sizeof text, fmt, values);
     if (length < 0)
         return length;
 
@@ -107,4 +104,12 @@ int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
     for (const auto& [id, sink] : log.sinks)
         sink(line);
     return length;
+}
+
+int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+    va_list values;
+    va_start(values, fmt);
+    const int result = __android_log_vprint(prio, tag, fmt, values);
+    va_end(values);
+    return result;
 }

@@ -18,6 +18,7 @@
 #define ACQUIRE(...) KOV_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define RELEASE(...) KOV_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 #define TRY_ACQUIRE(...) KOV_THREAD_ANNOTATION(try_acquire_capability(__VA_ARGS__))
+#define RETURN_CAPABILITY(x) KOV_THREAD_ANNOTATION(lock_returned(x))
 #define EXCLUDES(...) KOV_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
 #define NO_THREAD_SAFETY_ANALYSIS KOV_THREAD_ANNOTATION(no_thread_safety_analysis)
 

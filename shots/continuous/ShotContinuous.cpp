@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "imaging/ArcJpegEncoder.h"
+#include "imaging/TaggedLog.h"
 #include "shots/Commands.h"
 #include "shots/continuous/ContinuousClock.h"
 
@@ -25,15 +26,7 @@ constexpr int64_t kIntervalMs = 360;
 constexpr int64_t kStartDelayUs = 500000;  // before the first picture
 constexpr int64_t kGapUs = 350000;         // after each picture
 
-template <typename... Values>
-void logInfo(const char* format, Values... values) {
-    __android_log_print(ANDROID_LOG_INFO, ShotContinuous::kTag, format, values...);
-}
-
-template <typename... Values>
-void logError(const char* format, Values... values) {
-    __android_log_print(ANDROID_LOG_ERROR, ShotContinuous::kTag, format, values...);
-}
+constexpr TaggedLog kLog(ShotContinuous::kTag);
 
 /// The library's form of a callback in a log line.
 unsigned asHex(const void* pointer) {
@@ -54,17 +47,17 @@ struct ShotContinuous::EncoderStart {
 };
 
 ShotContinuous::ShotContinuous(sp<CameraHardwareInterface> hardware) : ShotCallbacks(std::move(hardware)) {
-    logInfo("ShotContinuous created: pid=%d", getpid());
-    logInfo("Preview width:%d, height:%d", mPreviewWidth.load(), mPreviewHeight.load());
+    kLog.info("ShotContinuous created: pid=%d", getpid());
+    kLog.info("Preview width:%d, height:%d", mPreviewWidth.load(), mPreviewHeight.load());
     mShutter.emplace();
     encoderKillFlag = false;
 }
 
 ShotContinuous::~ShotContinuous() {
-    logInfo("ShotContinuous destroyed: pid=%d", getpid());
+    kLog.info("ShotContinuous destroyed: pid=%d", getpid());
     const AutoMutex held(mBurstLock);
     if (mEncoderRunning) {
-        logError("Killing encoder thread");
+        kLog.error("Killing encoder thread");
         encoderKillFlag = true;
     }
     if (mEncoder.get())
@@ -77,22 +70,22 @@ ShotContinuous::~ShotContinuous() {
 status_t ShotContinuous::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
     if (!hardwareOrLog().get())
         return INVALID_OPERATION;
-    logInfo("ShotContinuous::sendCommand %d, %d, %d", cmd, arg1, arg2);
+    kLog.info("ShotContinuous::sendCommand %d, %d, %d", cmd, arg1, arg2);
     switch (cmd) {
         case CONTINUOUS_SHOT_START_CAPTURE:
-            logInfo("CONTINUOUS_SHOT_START_CAPTURE");
+            kLog.info("CONTINUOUS_SHOT_START_CAPTURE");
             Start();
             return NO_ERROR;
         case CONTINUOUS_SHOT_STOP_CAPTURE:
-            logInfo("CONTINUOUS_SHOT_STOP_CAPTURE");
+            kLog.info("CONTINUOUS_SHOT_STOP_CAPTURE");
             (void)StopAndEncoding();
             return NO_ERROR;
         case CONTINUOUS_SHOT_TERMINATE:
-            logInfo("CONTINUOUS_SHOT_TERMINATE");
+            kLog.info("CONTINUOUS_SHOT_TERMINATE");
             Terminate();
             return NO_ERROR;
         case CONTINUOUS_SHOT_SOUND:
-            logInfo("CONTINUOUS_SHOT_SOUND %d", arg1);
+            kLog.info("CONTINUOUS_SHOT_SOUND %d", arg1);
             if (arg1 > 0)
                 mShutter->turnOn();
             else
@@ -108,7 +101,7 @@ status_t ShotContinuous::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
 void ShotContinuous::Start() {
     const AutoMutex held(mBurstLock);
     if (mStatus != CSSHOT_STATE_IDLE) {
-        logError("Start() is called in wrong state[%d]", mStatus);
+        kLog.error("Start() is called in wrong state[%d]", mStatus);
         return;
     }
     ++mBurst;  // an encoder that was killed and still runs now knows that nothing here is its own
@@ -123,9 +116,9 @@ void ShotContinuous::Start() {
 
 void ShotContinuous::Terminate() {
     const AutoMutex held(mBurstLock);
-    logInfo("Terminate() - mStatus [%d]", mStatus);
+    kLog.info("Terminate() - mStatus [%d]", mStatus);
     if (mStatus == CSSHOT_STATE_ENCODING) {
-        logError("Terminate() - CSSHOT_STATE_ENCODING");
+        kLog.error("Terminate() - CSSHOT_STATE_ENCODING");
         encoderKillFlag = true;
         if (mEncoder.get())
             mEncoder->stop();
@@ -151,7 +144,7 @@ bool ShotContinuous::StopAndEncoding() {
     {
         const AutoMutex held(mBurstLock);
         if (mStatus != CSSHOT_STATE_CAPTURING) {
-            logError("StopAndEncoding() is called in wrong state[%d]", mStatus);
+            kLog.error("StopAndEncoding() is called in wrong state[%d]", mStatus);
             return true;
         }
         if (mFirstFrame) {
@@ -179,7 +172,7 @@ bool ShotContinuous::startEncoder(uint32_t burst) {
         (void)start.release();  // the thread's now
         return true;
     }
-    logError("the encoder thread cannot be started; the burst is dropped");
+    kLog.error("the encoder thread cannot be started; the burst is dropped");
     mEncoder->end();
     mEncoderRunning = false;
     mStatus = CSSHOT_STATE_IDLE;
@@ -192,11 +185,11 @@ bool ShotContinuous::startEncoder(uint32_t burst) {
 
 void ShotContinuous::processDataCallback(int32_t msgType, const sp<IMemory>& data) {
     if (!mCallbacks.data()) {
-        logError("mDataCb is NULL, returning.");
+        kLog.error("mDataCb is NULL, returning.");
         return;
     }
     if (!data.get()) {
-        logError("Null data returned in data callback");
+        kLog.error("Null data returned in data callback");
         if (!sendNotifyIfSet(CAMERA_MSG_ERROR, UNKNOWN_ERROR, 0))
             return;
     } else if (msgType == CAMERA_MSG_PREVIEW_FRAME && !handlePreview(data)) {
@@ -276,20 +269,20 @@ bool ShotContinuous::Capture(const sp<IMemory>& frame) {
 
 /// Copies the frame into the next slot.
 bool ShotContinuous::take(const sp<IMemory>& frame) {
-    logInfo("Capture() - start - Frame count : %d", mCSFrameCount);
+    kLog.info("Capture() - start - Frame count : %d", mCSFrameCount);
     if (!frame.get() || !frame->pointer()) {
-        logError("Capture() - preview frame is NULL");
+        kLog.error("Capture() - preview frame is NULL");
         return false;
     }
     const size_t size = frame->size();
-    logInfo("Capture() - size : %d", static_cast<int>(size));
+    kLog.info("Capture() - size : %d", static_cast<int>(size));
     if (mCSFrameCount >= kBurstLimit) {
-        logInfo("HandleCSFrame: mCSFrameCount >= %d", kBurstLimit);
+        kLog.info("HandleCSFrame: mCSFrameCount >= %d", kBurstLimit);
         return false;
     }
     Slot slot = {new MemoryHeapBase(size, 0, nullptr), mPreviewWidth, mPreviewHeight};
     if (slot.heap->getSize() < size) {
-        logError("Capture() - no memory for the frame");
+        kLog.error("Capture() - no memory for the frame");
         return false;
     }
     std::memcpy(slot.heap->base(), frame->pointer(), size);
@@ -307,10 +300,10 @@ void ShotContinuous::freeze(const sp<IMemory>& frame) const {
 // --- Encoding, on the burst's own thread
 
 void* ShotContinuous::encodeCSPreview2Jpeg(void* argument) {
-    logError("encodeCSPreview2Jpeg() - start");
+    kLog.error("encodeCSPreview2Jpeg() - start");
     const std::unique_ptr<EncoderStart> start(static_cast<EncoderStart*>(argument));
     if (!start) {
-        logError("encodeCSPreview2Jpeg : csInstance == NULL \n");
+        kLog.error("encodeCSPreview2Jpeg : csInstance == NULL \n");
         return nullptr;
     }
     start->encoder->begin();
@@ -330,7 +323,7 @@ bool ShotContinuous::encodeNext(const EncoderStart& start, int loop) {
     const ShotGate::Entry inside(start.gate);
     if (!inside) {
         if (encoderKillFlag.exchange(false))
-            logError("encodeCSPreview2Jpeg() -exit: %d\n", loop);
+            kLog.error("encodeCSPreview2Jpeg() -exit: %d\n", loop);
         return false;
     }
     Slot slot;
@@ -343,7 +336,7 @@ bool ShotContinuous::encodeNext(const EncoderStart& start, int loop) {
     if (slot.heap.get() && !start.shot->encode2ArcJpegData(slot))
         return false;
     const float seconds = static_cast<float>(std::clock() - begin) / 1000000.0F;
-    logInfo("encodeCSPreview2Jpeg() - Codec time(%d) : %.8f\n", loop, static_cast<double>(seconds));
+    kLog.info("encodeCSPreview2Jpeg() - Codec time(%d) : %.8f\n", loop, static_cast<double>(seconds));
     slot = {};
     start.shot->releaseSlot(start.burst, loop);
     return true;
@@ -355,10 +348,10 @@ ShotContinuous::Next ShotContinuous::nextFrame(uint32_t burst, const BurstEncode
     const bool own = burst == mBurst;
     if (own && mCSEncodeCount >= mCSFrameCount)
         return Next::Complete;
-    logInfo("encodeCSPreview2Jpeg() - mCSEncodeCount : [%d]  pthread_self[%d]\n", mCSEncodeCount,
-            static_cast<int>(pthread_self()));
+    kLog.info("encodeCSPreview2Jpeg() - mCSEncodeCount : [%d]  pthread_self[%d]\n", mCSEncodeCount,
+              static_cast<int>(pthread_self()));
     if (!own || encoder.stopped()) {
-        logError("encodeCSPreview2Jpeg() -exit: %d\n", mCSEncodeCount);
+        kLog.error("encodeCSPreview2Jpeg() -exit: %d\n", mCSEncodeCount);
         if (own)
             encoderKillFlag = false;
         return Next::Exit;
@@ -386,7 +379,7 @@ bool ShotContinuous::encode2ArcJpegData(const Slot& slot) {
         return false;
     if (slot.width <= 0 || slot.height <= 0 ||
         slot.heap->getSize() < static_cast<size_t>(slot.width) * static_cast<size_t>(slot.height) * 3 / 2) {
-        logError("encode2ArcJpegData() - the frame is smaller than %d x %d", slot.width, slot.height);
+        kLog.error("encode2ArcJpegData() - the frame is smaller than %d x %d", slot.width, slot.height);
         return true;
     }
     const ArcJpegFrame frame = {static_cast<uint8_t*>(slot.heap->base()), slot.width, slot.height,
@@ -395,8 +388,8 @@ bool ShotContinuous::encode2ArcJpegData(const Slot& slot) {
         const auto to = mCallbacks.data();
         if (to.callback && to.cookie)
             return sendData(CAMERA_MSG_COMPRESSED_IMAGE, picture);
-        logError("encode2ArcJpegData() - mDataCb[0x%X] or mCallbackCookie[0x%X] is null",
-                 asHex(reinterpret_cast<const void*>(to.callback)), asHex(to.cookie));
+        kLog.error("encode2ArcJpegData() - mDataCb[0x%X] or mCallbackCookie[0x%X] is null",
+                   asHex(reinterpret_cast<const void*>(to.callback)), asHex(to.cookie));
         return true;
     });
 }
@@ -407,7 +400,7 @@ void ShotContinuous::releaseSlot(uint32_t burst, int index) {
         return;
     mCSFrameHeap[index] = {};
     mCSEncodeCount = index + 1;
-    logInfo("encodeCSPreview2Jpeg - start sleep : EC FC[%d %d]\n", mCSEncodeCount, mCSFrameCount);
+    kLog.info("encodeCSPreview2Jpeg - start sleep : EC FC[%d %d]\n", mCSEncodeCount, mCSFrameCount);
 }
 
 bool ShotContinuous::complete(uint32_t burst) {
@@ -417,7 +410,7 @@ bool ShotContinuous::complete(uint32_t burst) {
             return true;
         mCSFrameCount = 0;
         mCSEncodeCount = 0;
-        logError("encodeCSPreview2Jpeg - Completed jpegEncodePreview\n");
+        kLog.error("encodeCSPreview2Jpeg - Completed jpegEncodePreview\n");
         mEncoderRunning = false;
         mStatus = CSSHOT_STATE_IDLE;
     }

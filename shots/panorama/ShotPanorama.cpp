@@ -13,6 +13,7 @@
 
 #include "imaging/ArcJpegEncoder.h"
 #include "imaging/Overlay.h"
+#include "imaging/TaggedLog.h"
 #include "shots/Commands.h"
 
 namespace android {
@@ -49,15 +50,7 @@ unsigned long asLong(uint32_t value) {
     return value;
 }
 
-template <typename... Values>
-void logProgress(const char* format, Values... values) {
-    __android_log_print(ANDROID_LOG_WARN, ShotPanorama::kTag, format, values...);
-}
-
-template <typename... Values>
-void logError(const char* format, Values... values) {
-    __android_log_print(ANDROID_LOG_ERROR, ShotPanorama::kTag, format, values...);
-}
+constexpr TaggedLog kLog(ShotPanorama::kTag);
 
 }  // namespace
 
@@ -116,14 +109,14 @@ void ShotPanorama::Init(int width, int height, bool noAutoAdd) {
 }
 
 void ShotPanorama::initLocked(int width, int height, bool noAutoAdd) {
-    logProgress("init");
+    kLog.warn("init");
     mNoAutoAdd = noAutoAdd;
     if (mCapturing && width == mFrameWidth && height == mFrameHeight) {
-        logError("ignore Init(%d, %d) while capturing\n", width, height);
+        kLog.error("ignore Init(%d, %d) while capturing\n", width, height);
         return;
     }
     if (height <= 0 || width <= 0) {
-        logError("unexpected Init(%d, %d)\n", width, height);
+        kLog.error("unexpected Init(%d, %d)\n", width, height);
         freeLocked();
         return;
     }
@@ -143,21 +136,21 @@ void ShotPanorama::initLocked(int width, int height, bool noAutoAdd) {
 bool ShotPanorama::openInstance(int width, int height) {
     int32_t rc = px_init(&kAllocator, nullptr, 0, &mInstance);
     if (rc != 0 || !mInstance) {
-        logError("px_init failed rc = %d\n", rc);
+        kLog.error("px_init failed rc = %d\n", rc);
         return false;
     }
-    logProgress("px_init(%dx%d) ok for buffer %p instance %p\n", width, height, static_cast<void*>(nullptr), mInstance);
+    kLog.warn("px_init(%dx%d) ok for buffer %p instance %p\n", width, height, static_cast<void*>(nullptr), mInstance);
     mFrameWidth = width;
     mFrameHeight = height;
     rc = px_setParams(mInstance, width, height, 0, width, height, 0, kMostFrames, kFrameRate, kStitchQuality,
                       kMemoryBudget);
     if (rc != 0) {
-        logError("px_setParams rc = %d\n", rc);
+        kLog.error("px_setParams rc = %d\n", rc);
         return false;
     }
     rc = px_start(mInstance);
     if (rc != 0)
-        logError("px_start rc = %d\n", rc);
+        kLog.error("px_start rc = %d\n", rc);
     return rc == 0;
 }
 
@@ -167,7 +160,7 @@ void ShotPanorama::Free() {
 }
 
 void ShotPanorama::freeLocked() {
-    logProgress("free");
+    kLog.warn("free");
     mInstanceReady = false;
     mCapturing = false;
     mImageReady = false;
@@ -178,7 +171,7 @@ void ShotPanorama::freeLocked() {
         return;
     const int32_t rc = px_free(mInstance);
     if (rc != 0)
-        logError("px_free(%p) = %d\n", mInstance, rc);
+        kLog.error("px_free(%p) = %d\n", mInstance, rc);
     mInstance = nullptr;
 }
 
@@ -186,14 +179,14 @@ void ShotPanorama::freeLocked() {
 
 void ShotPanorama::StartCapture() {
     const AutoMutex held(mEngineLock);
-    logProgress("Starting panorama\n");
+    kLog.warn("Starting panorama\n");
     mPxStatus = {};
     initLocked(mPreviewWidth, mPreviewHeight, false);
     mProgress = 0;
     const int32_t rc = px_beginCapture(mInstance, 0);
     mAutoStopArmed = true;
     if (rc != 0) {
-        logError("px_beginCapture rc = %d\n", rc);
+        kLog.error("px_beginCapture rc = %d\n", rc);
         mInstanceReady = false;
     }
     mCapturing = true;
@@ -239,7 +232,7 @@ bool ShotPanorama::HandlePreview(unsigned char* frame, bool draw) {
             return false;
         if (first && !sendNotifyIfSet(CAMERA_MSG_PANORAMA_FIRST_FRAME, 0, 0))
             return false;
-        logProgress("capture duration %lu ms\n", asLong(nowMs() - begin));
+        kLog.warn("capture duration %lu ms\n", asLong(nowMs() - begin));
     }
     if (draw && handled != Handled::Skipped) {
         const AutoMutex held(mEngineLock);
@@ -257,19 +250,19 @@ ShotPanorama::Handled ShotPanorama::analyse(px_image& image, uint32_t* adding) {
         if (!mAutoStopArmed)
             return Handled::Skipped;
         mAutoStopArmed = false;
-        logProgress("HandleFrame skipped, frames buffer full %lu of %lu", asLong(mPxStatus.frame_count),
-                    asLong(mPxStatus.max_frames));
+        kLog.warn("HandleFrame skipped, frames buffer full %lu of %lu", asLong(mPxStatus.frame_count),
+                  asLong(mPxStatus.max_frames));
         return Handled::BufferFull;
     }
     const uint32_t time = nowMs();
     int32_t rc = px_handleFrame(mInstance, &image, time, &mPxStatus);
     if (rc != 0) {
-        logError("HandleFrame rc=%d\n", rc);
+        kLog.error("HandleFrame rc=%d\n", rc);
         return Handled::Skipped;
     }
     if (const uint32_t logged = gLoggedFrames; logged == mPxStatus.frame_count) {
-        logProgress("HandleFrame %lu rc=%d, status=%d of %lu", asLong(logged), rc, static_cast<int>(mPxStatus.status),
-                    asLong(mPxStatus.max_frames));
+        kLog.warn("HandleFrame %lu rc=%d, status=%d of %lu", asLong(logged), rc, static_cast<int>(mPxStatus.status),
+                  asLong(mPxStatus.max_frames));
         gLoggedFrames = logged + 1;
     }
     *adding = nowMs();
@@ -279,7 +272,7 @@ ShotPanorama::Handled ShotPanorama::analyse(px_image& image, uint32_t* adding) {
         return Handled::Analysed;
     rc = px_addFrame(mInstance, &image, time, &mPxStatus);
     if (rc != 0)
-        logError("px_addFrame rc = %d\n", rc);
+        kLog.error("px_addFrame rc = %d\n", rc);
     return Handled::Added;
 }
 
@@ -291,11 +284,11 @@ bool ShotPanorama::StopCapture() {
         const AutoMutex held(mEngineLock);
         if (mStitching)
             return true;
-        logProgress("Stopping panorama\n");
+        kLog.warn("Stopping panorama\n");
         const int32_t rc = px_endCapture(mInstance);
         mCapturing = false;
         if (rc != 0) {
-            logError("px_endCapture rc = %d\n", rc);
+            kLog.error("px_endCapture rc = %d\n", rc);
             mInstanceReady = false;
             mImageReady = false;
             return true;
@@ -320,8 +313,8 @@ bool ShotPanorama::stitch(uint32_t generation) {
             rc = px_createPanorama(mInstance, &mProgress);
             progress = mProgress;
             if (rc != 0) {
-                logError("px_createPanorama at %lu%%, time %lu ms rc = %d\n", asLong(progress), asLong(nowMs() - begin),
-                         rc);
+                kLog.error("px_createPanorama at %lu%%, time %lu ms rc = %d\n", asLong(progress),
+                           asLong(nowMs() - begin), rc);
                 mInstanceReady = false;
                 mImageReady = false;
                 mStitching = false;
@@ -331,7 +324,7 @@ bool ShotPanorama::stitch(uint32_t generation) {
             return sendNotifyIfSet(CAMERA_MSG_PANORAMA_ERROR, 0, 0);
         if (!sendNotifyIfSet(CAMERA_MSG_PANORAMA_PROGRESS, static_cast<int32_t>(progress), 0))
             return false;
-        logProgress("px_createPanorama at %lu%%, time %lu ms\n", asLong(progress), asLong(nowMs() - begin));
+        kLog.warn("px_createPanorama at %lu%%, time %lu ms\n", asLong(progress), asLong(nowMs() - begin));
     }
     return deliverPanorama(generation);
 }
@@ -349,7 +342,7 @@ bool ShotPanorama::deliverPanorama(uint32_t generation) {
     int width = 0;
     int height = 0;
     unsigned char* const image = panoramaImageLocked(width, height);
-    logProgress("size is %d %d", width, height);
+    kLog.warn("size is %d %d", width, height);
     if (image)
         return encode2ArcJpegData(image, width, height, ARC_FORMAT_YUV420_SEMIPLANAR);
     mEngineLock.unlock();
@@ -369,7 +362,7 @@ unsigned char* ShotPanorama::panoramaImageLocked(int& width, int& height) {
     px_image image = {};
     const int32_t rc = px_getPanoramaImage(mInstance, &image);
     if (rc != 0) {
-        logError("px_getPanoramaImage rc = %d\n", rc);
+        kLog.error("px_getPanoramaImage rc = %d\n", rc);
         mInstanceReady = false;
         return nullptr;
     }
@@ -384,11 +377,12 @@ bool ShotPanorama::encode2ArcJpegData(unsigned char* image, long width, long hei
     const ArcJpegFrame frame = {image, static_cast<int32_t>(width), static_cast<int32_t>(height),
                                 static_cast<uint32_t>(format)};
     bool locked = true;
-    const bool alive = encodeArcJpeg(ArcJpegUser::Panorama, frame, 0, [&](const sp<IMemory>& picture) {
-        mEngineLock.unlock();
-        locked = false;
-        return !mCallbacks.data() || sendData(CAMERA_MSG_COMPRESSED_IMAGE, picture);
-    });
+    const bool alive =
+        encodeArcJpeg(ArcJpegUser::Panorama, frame, 0, [&](const sp<IMemory>& picture) NO_THREAD_SAFETY_ANALYSIS {
+            mEngineLock.unlock();
+            locked = false;
+            return !mCallbacks.data() || sendData(CAMERA_MSG_COMPRESSED_IMAGE, picture);
+        });
     if (locked)
         mEngineLock.unlock();
     return alive;
