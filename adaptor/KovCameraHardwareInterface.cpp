@@ -9,6 +9,7 @@
 #include "shots/Commands.h"
 #include "shots/ShotCallbacks.h"
 #include "shots/ShotSingle.h"
+#include "shots/action/ShotAction.h"
 #include "shots/continuous/ShotContinuous.h"
 #include "shots/panorama/ShotPanorama.h"
 #include "shots/smile/ShotSmile.h"
@@ -291,7 +292,7 @@ void KovCameraHardwareInterface::changeToAddMeShot() {
     switchTo(nullptr);
 }
 void KovCameraHardwareInterface::changeToActionShot() {
-    switchTo(nullptr);
+    switchTo(make<ShotAction>);
 }
 void KovCameraHardwareInterface::changeToCartoonShot() {
     switchTo(nullptr);

@@ -39,8 +39,9 @@ Motion MotionMeter::follow(const cv::Mat& luma) {
     small.convertTo(small, CV_32F);
     Motion motion = {{}, 1};
     if (!mBefore.empty()) {
-        // The scene moves against the camera.
-        motion.offset = -cv::phaseCorrelate(mBefore, small, mWindow, &motion.confidence) * mScale;
+        // The scene moves against the camera. A copy, as the correlation applies the window in place where no padding
+        // is needed; the frame before is not used again.
+        motion.offset = -cv::phaseCorrelate(mBefore, small.clone(), mWindow, &motion.confidence) * mScale;
     }
     mBefore = small;
     return motion;

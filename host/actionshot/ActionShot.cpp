@@ -1,0 +1,318 @@
+// libActionShot.so: follows a moving subject and composes its moments into one picture.
+
+#include <actionshot/actionshot.h>
+
+#include <algorithm>
+#include <memory>
+#include <new>
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+#include <utility>
+#include <vector>
+
+#include "host/actionshot/Compose.h"
+#include "host/actionshot/SubjectTracker.h"
+
+namespace kov::action {
+
+namespace {
+
+// Results of a frame.
+constexpr int32_t kTaken = 0;
+constexpr int32_t kFollowing = 1;
+constexpr int32_t kNobody = 2;
+constexpr int32_t kEnded = 4;
+
+constexpr int32_t kMomentsParameter = 0;
+constexpr int kLeastMoments = 3;  // after which a subject that leaves ends the series
+constexpr int kGoneFrames = 12;   // without the subject
+constexpr int kSteadyFrames = 2;  // with it, before it is taken
+constexpr int kOtherPlaces = 3;   // first frame, last frame, result
+constexpr int kMargin = 4;        // pixels between two places of the subject
+constexpr int kMostSide = 4096;
+
+// The shot draws its marks at these distances from what it is told.
+const cv::Point kSubjectMark(16, 24);
+constexpr int kTakenLeft = -14, kTakenTop = 24, kTakenRight = 16, kTakenBottom = -26;
+
+ActionShot_MemoryFunctions gMemory = {};
+
+/// A moment that was taken.
+struct Taken {
+    uint8_t* place;
+    cv::Point2d shift;
+    cv::Rect subject;
+};
+
+}  // namespace
+
+class Engine {
+public:
+    Engine(cv::Size size, uint8_t* memory, size_t bytes) : mSize(size) { addPlaces(memory, bytes); }
+
+    bool hasPlaces() const { return mPlaces.size() > kOtherPlaces; }
+    void setWanted(int moments) { mWanted = std::max(moments, 1); }
+    bool lend(uint8_t** blocks, int count, size_t size);
+    bool takeBack();
+    void cancel();
+    bool start();
+    bool connected() const { return mSeen > 0; }
+    int32_t handle(const OPT_API_ASImage& frame);
+    void show(ActionShot_DisplayData* data) const;
+    int32_t progress() const { return static_cast<int32_t>(100 * mTaken.size() / static_cast<size_t>(most())); }
+    bool create(int32_t* progress, OPT_API_ASImage* result);
+
+private:
+    size_t frameBytes() const { return static_cast<size_t>(mSize.area()) * 3 / 2; }
+    void addPlaces(uint8_t* memory, size_t bytes);
+    uint8_t* place(size_t index) const {
+        return index < mPlaces.size() ? mPlaces[index] : mLent[index - mPlaces.size()];
+    }
+    int most() const { return std::min<int>(mWanted, static_cast<int>(mPlaces.size() + mLent.size()) - kOtherPlaces); }
+    void keep(const OPT_API_ASImage& frame, uint8_t* place) const;
+    bool isMoment(const Sighting& sighting) const;
+    void prepareResult();
+    void finishResult();
+
+    const cv::Size mSize;
+    std::vector<uint8_t*> mPlaces;  // for frames, in the working memory
+    std::vector<uint8_t*> mLent;    // likewise, in the temporary blocks
+    int mWanted = 8;
+
+    bool mRunning = false;
+    std::unique_ptr<SubjectTracker> mTracker;
+    bool mHaveFirst = false;
+    cv::Point2d mLastShift;
+    cv::Rect mSubject;  // in the current frame
+    int mSeen = 0;      // frames in a row with the subject
+    int mGone = 0;      // and without
+    std::vector<Taken> mTaken;
+    cv::Mat mTakenOutlines;  // of all of them
+    std::unique_ptr<Compose> mCompose;
+    int mStepsDone = 0;
+};
+
+void Engine::addPlaces(uint8_t* memory, size_t bytes) {
+    for (; memory && bytes >= frameBytes(); memory += frameBytes(), bytes -= frameBytes())
+        mPlaces.push_back(memory);
+}
+
+bool Engine::lend(uint8_t** blocks, int count, size_t size) {
+    if (!mLent.empty() || count < 1)
+        return false;
+    for (int i = 0; i < count && size >= frameBytes(); ++i)
+        mLent.push_back(blocks[i]);
+    return true;
+}
+
+bool Engine::takeBack() {
+    cancel();
+    mLent.clear();
+    return true;
+}
+
+void Engine::cancel() {
+    mRunning = false;
+    mTracker.reset();
+    mCompose.reset();
+    mTaken.clear();
+    mTakenOutlines.release();
+    mSubject = {};
+    mSeen = mGone = 0;
+    mHaveFirst = false;
+}
+
+bool Engine::start() {
+    cancel();
+    if (most() < 1)
+        return false;
+    mTracker = std::make_unique<SubjectTracker>(mSize);
+    mRunning = true;
+    return true;
+}
+
+void Engine::keep(const OPT_API_ASImage& frame, uint8_t* place) const {
+    const size_t luma = static_cast<size_t>(mSize.area());
+    gMemory.copy(place, frame.plane[0], luma);
+    gMemory.copy(place + luma, frame.plane[1], luma / 2);
+}
+
+/// The whole subject, clear of where it was taken before.
+bool Engine::isMoment(const Sighting& sighting) const {
+    if (!sighting.whole || mSeen < kSteadyFrames)
+        return false;
+    if (mTakenOutlines.empty())
+        return true;
+    cv::Mat wide;
+    cv::dilate(sighting.outline, wide, cv::getStructuringElement(cv::MORPH_ELLIPSE, {kMargin, kMargin}));
+    return cv::countNonZero(wide & mTakenOutlines) == 0;
+}
+
+int32_t Engine::handle(const OPT_API_ASImage& frame) {
+    if (!mRunning || frame.width != mSize.width || frame.height != mSize.height || !frame.plane[0] || !frame.plane[1])
+        return kEnded;
+    const Sighting sighting =
+        mTracker->look(cv::Mat(mSize, CV_8U, frame.plane[0]), cv::Mat(mSize / 2, CV_8UC2, frame.plane[1]));
+    if (!mHaveFirst) {
+        keep(frame, place(0));
+        mHaveFirst = true;
+    }
+    mSubject = sighting.subject;
+    mSeen = mSubject.empty() ? 0 : mSeen + 1;
+    mGone = mSubject.empty() ? mGone + 1 : 0;
+    if (mGone == kGoneFrames && static_cast<int>(mTaken.size()) >= kLeastMoments) {
+        keep(frame, place(1));  // without the subject: one more view of the background
+        mLastShift = sighting.shift;
+        mTaken.push_back({place(1), mLastShift, {}});
+        mRunning = false;
+        return kEnded;
+    }
+    if (!isMoment(sighting))
+        return mSubject.empty() ? kNobody : kFollowing;
+    uint8_t* const to = place(kOtherPlaces + mTaken.size());
+    keep(frame, to);
+    mTaken.push_back({to, sighting.shift, sighting.subject});
+    mTakenOutlines = mTakenOutlines.empty() ? sighting.outline : cv::Mat(mTakenOutlines | sighting.outline);
+    if (static_cast<int>(mTaken.size()) >= most()) {
+        mRunning = false;
+        return kEnded;
+    }
+    return kTaken;
+}
+
+void Engine::show(ActionShot_DisplayData* data) const {
+    data->count = 0;
+    const auto add = [&](int32_t x0, int32_t y0, int32_t x1, int32_t y1, int32_t kind) {
+        data->entries[data->count++] = {x0, y0, x1, y1, kind};
+    };
+    for (const Taken& taken : mTaken) {
+        const cv::Rect& at = taken.subject;
+        if (!at.empty() && data->count < 120)
+            add(at.x - kTakenLeft, at.y - kTakenTop, at.br().x - kTakenRight, at.br().y - kTakenBottom, 1);
+    }
+    if (!mSubject.empty())
+        add(mSubject.x - kSubjectMark.x, mSubject.y - kSubjectMark.y, mSubject.br().x - kSubjectMark.x,
+            mSubject.br().y - kSubjectMark.y, 0);
+}
+
+void Engine::prepareResult() {
+    const auto view = [&](uint8_t* memory) { return cv::Mat(mSize.height * 3 / 2, mSize.width, CV_8U, memory); };
+    std::vector<Moment> moments = {{view(place(0)), {}, {}}};
+    for (const Taken& taken : mTaken)
+        moments.push_back({view(taken.place), taken.shift, taken.subject});
+    mCompose = std::make_unique<Compose>(std::move(moments));
+    mStepsDone = 0;
+    mRunning = false;
+}
+
+/// Puts the picture into the result's place, semi-planar with V first.
+void Engine::finishResult() {
+    const cv::Mat& picture = mCompose->picture();
+    uint8_t* const to = place(2);
+    cv::Mat luma(mSize, CV_8U, to);
+    cv::extractChannel(picture, luma, 0);
+    cv::Mat pairs(mSize, CV_8UC2);
+    const int order[] = {1, 0, 2, 1};
+    cv::mixChannels(&picture, 1, &pairs, 1, order, 2);
+    cv::Mat chroma(mSize / 2, CV_8UC2, to + mSize.area());
+    cv::resize(pairs, chroma, chroma.size(), 0, 0, cv::INTER_AREA);
+}
+
+bool Engine::create(int32_t* progress, OPT_API_ASImage* result) {
+    if (!mCompose) {
+        if (mTaken.empty())
+            return false;  // nothing to show: the progress stays where it is
+        prepareResult();
+    }
+    mCompose->step();
+    if (++mStepsDone < mCompose->steps()) {
+        *progress = 99 * mStepsDone / mCompose->steps();
+        return true;
+    }
+    finishResult();
+    mCompose.reset();
+    *result = {0, mSize.width, mSize.height, {place(2), place(2) + mSize.area(), nullptr}};
+    *progress = 100;
+    return false;
+}
+
+namespace {
+Engine* engineOf(ActionShot_Handle handle) {
+    return static_cast<Engine*>(handle);
+}
+}  // namespace
+
+}  // namespace kov::action
+
+using namespace kov::action;
+
+void ActionShot_SetMemoryFunctions(const ActionShot_MemoryFunctions* functions) {
+    gMemory = *functions;
+}
+
+int32_t ActionShot_Initialize(ActionShot_Handle* engine, int32_t width, int32_t height, void* work_memory,
+                              uint32_t work_memory_size) {
+    if (!engine || !work_memory || !gMemory.copy || width < 16 || height < 16 || width % 2 || height % 2 ||
+        width > kMostSide || height > kMostSide)
+        return 0;
+    auto made = std::make_unique<Engine>(cv::Size(width, height), static_cast<uint8_t*>(work_memory), work_memory_size);
+    if (!made->hasPlaces())
+        return 0;
+    *engine = made.release();
+    return 1;
+}
+
+void ActionShot_SetResolution(ActionShot_Handle, int32_t, int32_t) {}  // that of ActionShot_Initialize holds
+
+void ActionShot_SetSceneCompletionActivationMode(ActionShot_Handle, int32_t) {}  // the background is always completed
+
+void ActionShot_SetConfigurationParameter(ActionShot_Handle engine, int32_t parameter, int32_t value) {
+    if (engine && parameter == kMomentsParameter)
+        engineOf(engine)->setWanted(value);
+}
+
+int32_t ActionShot_SetTempMemory(ActionShot_Handle engine, uint8_t** blocks, int32_t count, int32_t size) {
+    return engine && blocks && size > 0 && engineOf(engine)->lend(blocks, count, static_cast<size_t>(size));
+}
+
+int32_t ActionShot_UnsetTempMemory(ActionShot_Handle engine) {
+    return engine && engineOf(engine)->takeBack();
+}
+
+void ActionShot_CancelSeries(ActionShot_Handle engine) {
+    if (engine)
+        engineOf(engine)->cancel();
+}
+
+int32_t ActionShot_StartSeries(ActionShot_Handle engine) {
+    return engine && engineOf(engine)->start();
+}
+
+int32_t ActionShot_IsConnected(ActionShot_Handle engine) {
+    return engine && engineOf(engine)->connected();
+}
+
+int32_t ActionShot_HandleFrame(ActionShot_Handle engine, const OPT_API_ASImage* frame) {
+    return engine && frame ? engineOf(engine)->handle(*frame) : kEnded;
+}
+
+void ActionShot_GetAcquisitionDisplayData(ActionShot_Handle engine, ActionShot_DisplayData* data) {
+    data->count = 0;
+    if (engine)
+        engineOf(engine)->show(data);
+}
+
+int32_t ActionShot_AcquisitionProgress(ActionShot_Handle engine) {
+    return engine ? engineOf(engine)->progress() : 0;
+}
+
+int32_t ActionShot_CreateResult(ActionShot_Handle engine, int32_t* progress, OPT_API_ASImage* result) {
+    return engine && progress && result && engineOf(engine)->create(progress, result);
+}
+
+void ActionShot_Finalize(ActionShot_Handle* engine) {
+    if (!engine)
+        return;
+    delete engineOf(*engine);
+    *engine = nullptr;
+}
