@@ -1,0 +1,28 @@
+// libActionShot.so for unit tests: records its calls and answers from a script.
+#pragma once
+
+#include <actionshot/actionshot.h>
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace kov::test {
+
+struct FakeActionShot {
+    std::map<std::string, int32_t> results;  // by operation, in place of success
+    int32_t frameResult = 1;                 // of the next frames
+    std::vector<int32_t> connected = {1};    // answers one after the other; the last one stays
+    std::vector<int32_t> progress = {100};   // of the steps of the result
+    bool endsEarly = false;                  // the last step says that there is no further one, whatever its progress
+    ActionShot_DisplayData display = {};
+    std::vector<uint8_t> image = std::vector<uint8_t>(64 * 48 * 3 / 2);
+    OPT_API_ASImage result = {0, 64, 48, {nullptr, nullptr, nullptr}};  // plane 0 is `image` when null
+    bool nullPlane = false;
+    std::function<void(const std::string&)> during;  // run within an operation
+};
+
+FakeActionShot& fakeActionShot();
+
+}  // namespace kov::test
