@@ -9,6 +9,7 @@
 #include "shots/Commands.h"
 #include "shots/ShotCallbacks.h"
 #include "shots/ShotSingle.h"
+#include "shots/addme/ShotAddMe.h"
 #include "shots/panorama/ShotPanorama.h"
 
 namespace android {
@@ -286,7 +287,7 @@ void KovCameraHardwareInterface::changeToSelfShot() {
     switchTo(nullptr);
 }
 void KovCameraHardwareInterface::changeToAddMeShot() {
-    switchTo(nullptr);
+    switchTo(make<ShotAddMe>);
 }
 void KovCameraHardwareInterface::changeToActionShot() {
     switchTo(nullptr);
