@@ -10,6 +10,7 @@
 #include "shots/ShotCallbacks.h"
 #include "shots/ShotSingle.h"
 #include "shots/action/ShotAction.h"
+#include "shots/addme/ShotAddMe.h"
 #include "shots/continuous/ShotContinuous.h"
 #include "shots/panorama/ShotPanorama.h"
 #include "shots/smile/ShotSmile.h"
@@ -289,7 +290,7 @@ void KovCameraHardwareInterface::changeToSelfShot() {
     switchTo(nullptr);
 }
 void KovCameraHardwareInterface::changeToAddMeShot() {
-    switchTo(nullptr);
+    switchTo(make<ShotAddMe>);
 }
 void KovCameraHardwareInterface::changeToActionShot() {
     switchTo(make<ShotAction>);
