@@ -2,7 +2,10 @@
 
 #include "host/camera/Sources.h"
 
+#include <algorithm>
 #include <functional>
+#include <utility>
+#include <vector>
 
 #include "host/camera/FileSources.h"
 #include "host/camera/SourceOptions.h"
@@ -17,6 +20,7 @@ namespace kov::camera {
 namespace {
 
 constexpr char kScenePrefix[] = "scene:";
+constexpr char kTurnsPrefix[] = "turns:";
 
 struct Builtin {
     SceneInfo info;
@@ -51,6 +55,39 @@ std::unique_ptr<FrameSource> openScene(const std::string& name, SourceOptions& o
     return nullptr;
 }
 
+/// Several sources, each until a picture was taken.
+class InTurn : public FrameSource {
+public:
+    explicit InTurn(std::vector<std::unique_ptr<FrameSource>> sources) : mSources(std::move(sources)) {}
+
+    cv::Mat frame(double seconds, cv::Size size) override {
+        FrameSource& source = *mSources[mTurn];
+        cv::Mat picture = source.frame(seconds, size);
+        mError = source.error();
+        return picture;
+    }
+    void pictureTaken() override {
+        mSources[mTurn]->pictureTaken();
+        mTurn = (mTurn + 1) % mSources.size();
+    }
+
+private:
+    const std::vector<std::unique_ptr<FrameSource>> mSources;
+    size_t mTurn = 0;
+};
+
+std::unique_ptr<FrameSource> openInTurn(const std::string& list, std::string* error) {
+    std::vector<std::unique_ptr<FrameSource>> sources;
+    for (size_t begin = 0; begin <= list.size();) {
+        const size_t end = std::min(list.find('|', begin), list.size());
+        sources.push_back(openSource(list.substr(begin, end - begin), error));
+        if (!sources.back())
+            return nullptr;
+        begin = end + 1;
+    }
+    return std::make_unique<InTurn>(std::move(sources));
+}
+
 }  // namespace
 
 const std::vector<SceneInfo>& builtinScenes() {
@@ -64,6 +101,8 @@ const std::vector<SceneInfo>& builtinScenes() {
 }
 
 std::unique_ptr<FrameSource> openSource(const std::string& text, std::string* error) {
+    if (text.starts_with(kTurnsPrefix))
+        return openInTurn(text.substr(sizeof kTurnsPrefix - 1), error);
     const size_t mark = text.find('?');
     const std::string name = text.substr(0, mark);
     SourceOptions options(mark == std::string::npos ? "" : text.substr(mark + 1));

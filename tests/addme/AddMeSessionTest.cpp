@@ -1,0 +1,77 @@
+// Add-me end to end: kovcam, the library, the vendor camera and the engine.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <string>
+#include <vector>
+
+#include "host/camera/scenes/AddMe.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class AddMeSession : public ::testing::Test {
+protected:
+    AddMeSession() {
+        std::string name = (fs::temp_directory_path() / "kovcam-addme-XXXXXX").string();
+        folder = mkdtemp(name.data());
+    }
+    ~AddMeSession() override { fs::remove_all(folder); }
+
+    /// The exit status of `kovcam shoot addme`.
+    int shoot(const std::string& arguments) {
+        const std::string line = "KOV_CAMERA_SPEED=4 " KOV_KOVCAM " shoot addme --picture-size 1280x960 -o " +
+                                 folder.string() + " --trace " + (folder / "trace").string() + " " + arguments +
+                                 " >/dev/null 2>&1 </dev/null";
+        return WEXITSTATUS(std::system(line.c_str()));
+    }
+    /// Notifications and pictures of the application, in their order.
+    std::vector<std::string> messages() {
+        std::vector<std::string> names;
+        std::ifstream file(folder / "trace");
+        for (std::string line; std::getline(file, line);) {
+            const std::string name = nlohmann::json::parse(line).value("name", "");
+            const bool message =
+                !name.starts_with("ADDME_SHOT") && (name.starts_with("ADDME_") || name == "COMPRESSED_IMAGE");
+            if (message)
+                names.push_back(name);
+        }
+        return names;
+    }
+
+    fs::path folder;
+};
+
+TEST_F(AddMeSession, TheSceneGivesBothPeople) {
+    ASSERT_EQ(shoot("-i scene:addme --position 1"), 0);
+    EXPECT_EQ(messages(), (std::vector<std::string>{"ADDME_PICTURE_UNMERGED", "COMPRESSED_IMAGE", "ADDME_PROGRESS",
+                                                    "ADDME_PROGRESS", "ADDME_PROGRESS", "COMPRESSED_IMAGE"}));
+    const cv::Mat first = cv::imread((folder / "addme-001.jpg").string());
+    const cv::Mat merged = cv::imread((folder / "addme-002.jpg").string());
+    ASSERT_EQ(merged.size(), cv::Size(1280, 960));
+    kov::camera::SourceOptions options("");
+    const kov::camera::AddMe scene(options);
+    cv::Mat changed;
+    cv::absdiff(first, merged, changed);
+    const cv::Scalar mean = cv::mean(changed(scene.personBox(1, merged.size())));
+    EXPECT_GT(mean[0] + mean[1] + mean[2], 60);  // the second person was added
+    changed(scene.personBox(1, merged.size()) + cv::Size(40, 40) - cv::Point(20, 20)).setTo(0);
+    const cv::Scalar rest = cv::mean(changed);
+    EXPECT_LT(rest[0] + rest[1] + rest[2], 9);
+}
+
+TEST_F(AddMeSession, UnrelatedPicturesAreRefusedAndDelivered) {
+    EXPECT_EQ(shoot("-i scene:landscape -i scene:still-life"), 1);
+    EXPECT_EQ(messages(), (std::vector<std::string>{"ADDME_PICTURE_UNMERGED", "COMPRESSED_IMAGE", "ADDME_ERROR",
+                                                    "ADDME_PICTURE_UNMERGED", "COMPRESSED_IMAGE"}));
+    EXPECT_EQ(cv::imread((folder / "addme-002.jpg").string()).size(), cv::Size(1280, 960));
+}
+
+}  // namespace

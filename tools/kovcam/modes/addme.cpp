@@ -1,0 +1,86 @@
+// Add-me: two pictures of a scene become one with both people in it.
+
+#include <CLI/CLI.hpp>
+
+#include "shots/Commands.h"
+#include "tools/kovcam/Error.h"
+#include "tools/kovcam/Mode.h"
+#include "tools/kovcam/Progress.h"
+#include "tools/kovcam/Session.h"
+
+namespace kov::cam {
+
+namespace {
+
+using namespace android;
+
+constexpr int kFramesBefore = 12;  // of preview, as a person would take to frame the picture
+constexpr double kPictureSeconds = 15;
+constexpr double kMergeSeconds = 60;
+
+class AddMe : public Mode {
+public:
+    AddMe() : Mode("addme", KOV_MODE_ADDME, "merges two pictures into one with both people in it") {}
+
+    size_t mostSources() const override { return 2; }
+
+    std::string source(const std::vector<std::string>& sources) const override {
+        return sources.size() == 1 ? sources[0] : "turns:" + sources[0] + "|" + sources[1];
+    }
+
+    void addOptions(CLI::App& app) override {
+        app.add_option("--position", mPosition, "Who is in front where both stand: 1 the first, 0 the second person")
+            ->check(CLI::Range(0, 1));
+    }
+
+    void run(Session& session) override {
+        if (mPosition >= 0)
+            session.command(ADDME_SHOT_SWITCH_FIRST_PERSON, mPosition);
+        takeFirst(session);
+        takeSecond(session);
+    }
+
+    std::vector<Demo> demos() const override {
+        return {{"One person on the left, then another on the right", {"-i", "scene:addme"}, 6}};
+    }
+
+private:
+    static void askForPicture(Session& session) {
+        session.startPreview();  // a picture stops it
+        session.waitForFrames(kFramesBefore);
+        session.takePicture();
+    }
+
+    static void takeFirst(Session& session) {
+        askForPicture(session);
+        session.wait("first picture", kPictureSeconds, [](const Message& message) {
+            if (message.type == CAMERA_MSG_ADDME_ERROR)
+                throw Error("the first picture was refused; use an even size of at most 2560x1920");
+            return message.type == CAMERA_MSG_COMPRESSED_IMAGE;
+        });
+    }
+
+    static void takeSecond(Session& session) {
+        askForPicture(session);
+        Progress progress("merging");
+        bool refused = false;
+        session.wait("merged picture", kMergeSeconds, [&](const Message& message) {
+            refused = refused || message.type == CAMERA_MSG_ADDME_ERROR;
+            if (message.type == CAMERA_MSG_ADDME_PROGRESS)
+                progress.show(message.ext1);
+            if (message.type == CAMERA_MSG_COMPRESSED_IMAGE && !refused && message.size == 0)
+                throw Error("the pictures could not be merged; see --log warn");
+            return message.type == CAMERA_MSG_COMPRESSED_IMAGE;
+        });
+        if (refused)
+            throw Error("the second picture does not show the place of the first; it was saved as it is");
+    }
+
+    int mPosition = -1;
+};
+
+const RegisterMode<AddMe> registered;
+
+}  // namespace
+
+}  // namespace kov::cam
