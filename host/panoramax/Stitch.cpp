@@ -123,11 +123,13 @@ void Stitch::prepareBlender() {
     mBlender.prepare(all);
 }
 
-/// Where the frame shows: up to the middle between its place and those of its neighbours.
+/// Where the frame shows: up to the middle between its place and those of its neighbours. Both neighbours find the same
+/// pixel for that middle, so that no gap is left between them.
 cv::Mat Stitch::seamMask(size_t index) const {
     cv::Mat mask(mSize, CV_8U, cv::Scalar(255));
     const auto along = [&](size_t i) { return mSideways ? mFrames[i].place.x : mFrames[i].place.y; };
     const int length = mSideways ? mSize.width : mSize.height;
+    const int begin = mSideways ? area(index).x : area(index).y;
     const auto cut = [&](int from, int to) {
         from = std::clamp(from, 0, length);
         to = std::clamp(to, 0, length);
@@ -137,11 +139,12 @@ cv::Mat Stitch::seamMask(size_t index) const {
     for (size_t other = 0; other < mFrames.size(); ++other) {
         if (other == index)
             continue;
-        const double middle = (along(other) - along(index) + length) / 2;
+        const int middle =
+            cvRound((std::min(along(other), along(index)) + std::max(along(other), along(index)) + length) / 2) - begin;
         if (along(other) > along(index))
-            cut(cvRound(middle), length);
+            cut(middle, length);
         else
-            cut(0, cvRound(middle));
+            cut(0, middle);
     }
     return mask;
 }
