@@ -179,7 +179,8 @@ TEST_F(ShotAddMeTest, EachStepOfTheSetUpMayFail) {
          kIntroduced + kOpened + kSized + Lines{"D ShotAddMe: set resolution failed.[7]"} + kFreed},
         {"no temporary size", [] { fakePlusMe().tempSize = 0; },
          kIntroduced + kOpened + kSized + kAskedTemp + Lines{"D ShotAddMe: buf_size =  -1"}, true},
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// The sanitizers end the process instead, and a 32-bit process may get that much.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(__arm__)
         {"permanent memory", [] { fakePlusMe().permanentSize = SIZE_MAX / 2; },
          asked + Lines{"E ShotAddMe: Failed to allocate memory for copy frame."}},
         {"temporary memory", [] { fakePlusMe().tempSize = SIZE_MAX / 2; },
@@ -403,6 +404,7 @@ TEST_F(ShotAddMeTest, TheLibraryIsNeverEnteredTwice) {
     }
     frames.join();
     pictures.join();
+    fakePlusMe().during = {};  // what it counts with ends here, the shot does not
     EXPECT_EQ(overlaps, 0);
 }
 

@@ -6,6 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
+#include <mutex>
+#include <utility>
 #include <vector>
 
 #include "shots/ShotCallbacks.h"
@@ -57,13 +60,17 @@ public:
     Mode* shot = nullptr;
     android::sp<android::IMemory> lastData;
     std::function<void()> whileReceiving;
+    std::mutex mLastDataLock;  // messages may come on several threads; tests read when none does
 
     static void onNotify(int32_t msgType, int32_t ext1, int32_t ext2, void*) {
         record(text("app.notify 0x%X %d %d", msgType, ext1, ext2));
     }
     static void onData(int32_t msgType, const android::sp<android::IMemory>& data, void* user) {
         auto* test = static_cast<ShotTest*>(user);
-        test->lastData = data;
+        {
+            const std::lock_guard held(test->mLastDataLock);
+            test->lastData = data;
+        }
         record(data.get() ? text("app.data 0x%X %zu", msgType, data->size()) : text("app.data 0x%X null", msgType));
         if (test->whileReceiving)
             test->whileReceiving();
