@@ -8,6 +8,13 @@
 
 namespace android {
 
+void TaggedLog::debug(const char* format, ...) const {
+    va_list values;
+    va_start(values, format);
+    __android_log_vprint(ANDROID_LOG_DEBUG, mTag, format, values);
+    va_end(values);
+}
+
 void TaggedLog::info(const char* format, ...) const {
     va_list values;
     va_start(values, format);

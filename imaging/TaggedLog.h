@@ -8,6 +8,7 @@ class TaggedLog {
 public:
     explicit constexpr TaggedLog(const char* tag) : mTag(tag) {}
 
+    void debug(const char* format, ...) const __attribute__((format(printf, 2, 3)));
     void info(const char* format, ...) const __attribute__((format(printf, 2, 3)));
     void warn(const char* format, ...) const __attribute__((format(printf, 2, 3)));
     void error(const char* format, ...) const __attribute__((format(printf, 2, 3)));

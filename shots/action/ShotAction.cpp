@@ -46,10 +46,6 @@ uint8_t* newBlock(size_t size) {
     return new (std::nothrow) uint8_t[size];
 }
 
-void logDebug(const char* line) {
-    __android_log_print(ANDROID_LOG_DEBUG, ShotAction::kTag, "%s", line);
-}
-
 }  // namespace
 
 ShotAction::Allocators ShotAction::allocators = {std::malloc, newBlock};
@@ -293,12 +289,12 @@ std::optional<int> ShotAction::StopCapture(bool byItself) {
         const AutoMutex held(mEngineLock);
         if (mStopped)
             return 0;
-        logDebug(byItself ? "Stopping acquisition by myself." : "Stopping acquisition manually.");
+        kLog.debug("%s", byItself ? "Stopping acquisition by myself." : "Stopping acquisition manually.");
         mActionState = kStopping;
         mStarted = false;
         mStopped = true;
         if (mImageReady) {
-            logDebug("Image is already prepared.");
+            kLog.debug("Image is already prepared.");
             return 0;
         }
         series = mSeries;

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <utility>
 
+#include "imaging/TaggedLog.h"
 #include "shots/Commands.h"
 #include "shots/addme/JpegEncoderAddMe.h"
 
@@ -34,15 +35,7 @@ constexpr int32_t kNoInstance = -1;
 
 const PME_API_Memory kMemory = {memcpy, memset};
 
-template <typename... Values>
-void logDebug(const char* format, Values... values) {
-    __android_log_print(ANDROID_LOG_DEBUG, ShotAddMe::kTag, format, values...);
-}
-
-template <typename... Values>
-void logError(const char* format, Values... values) {
-    __android_log_print(ANDROID_LOG_ERROR, ShotAddMe::kTag, format, values...);
-}
+constexpr TaggedLog kLog(ShotAddMe::kTag);
 
 /// Calls an operation of the library that takes an instance. The library is not asked without one: what it would do
 /// with a null handle is not known.
@@ -69,7 +62,7 @@ size_t previewFrameSize(const CameraParameters& params) {
         if (std::strcmp(format, known.name) == 0)
             return width > 0 && height > 0 ? size_t(width) * size_t(height) * known.halves / 2 : 0;
     }
-    logError("Invalid preview format for real preview");
+    kLog.error("Invalid preview format for real preview");
     return 0;
 }
 
@@ -129,18 +122,18 @@ bool ShotAddMe::Init() {
 bool ShotAddMe::initLocked() {
     freeLocked();
     if (mPictureWidth < 1 || mPictureHeight < 1) {
-        logError("unexpected Picture size(%d, %d)\n", mPictureWidth.load(), mPictureHeight.load());
+        kLog.error("unexpected Picture size(%d, %d)\n", mPictureWidth.load(), mPictureHeight.load());
         freeLocked();
         return false;
     }
-    logDebug("%s", PlusMe_GetVersion());
-    logDebug("Dimensions snap(%d, %d) prev(%d, %d)\n", mPictureWidth.load(), mPictureHeight.load(),
-             mPreviewWidth.load(), mPreviewHeight.load());
+    kLog.debug("%s", PlusMe_GetVersion());
+    kLog.debug("Dimensions snap(%d, %d) prev(%d, %d)\n", mPictureWidth.load(), mPictureHeight.load(),
+               mPreviewWidth.load(), mPreviewHeight.load());
     const int32_t status =
         PlusMe_PreInitialize(kMostPictureWidth, kMostPictureHeight, kMostPreviewWidth, kMostPreviewHeight, 0, &kMemory,
                              kMode, kCapacity, jpeg_compress_yuv420sp_AddMe);
     if (status != 0) {
-        logError("Pre-Init of PlusMe failed.[%d]", status);
+        kLog.error("Pre-Init of PlusMe failed.[%d]", status);
         freeLocked();
         return false;
     }
@@ -150,12 +143,12 @@ bool ShotAddMe::initLocked() {
 bool ShotAddMe::openInstance() {
     const size_t size = PlusMe_GetPermanentBufferSize();
     if (size == 0) {
-        logError("buf_size =  -1");
+        kLog.error("buf_size =  -1");
         return false;
     }
     mPermanentBuffer = std::malloc(size);
     if (!mPermanentBuffer) {
-        logError("Failed to allocate memory for copy frame.");
+        kLog.error("Failed to allocate memory for copy frame.");
         return false;
     }
     int32_t status = PlusMe_Initialize(&mInstance, mPermanentBuffer, size);
@@ -165,7 +158,7 @@ bool ShotAddMe::openInstance() {
     if (status == 0)
         status = configured;
     if (status != 0) {
-        logError("Init of PlusMe failed.[%d]", status);
+        kLog.error("Init of PlusMe failed.[%d]", status);
         freeLocked();
     }
     return status == 0;
@@ -175,7 +168,7 @@ bool ShotAddMe::setUpInstance() {
     const int32_t status =
         PlusMe_SetResolution(mInstance, mPictureWidth, mPictureHeight, mPreviewWidth, mPreviewHeight);
     if (status != 0) {
-        logDebug("set resolution failed.[%d]", status);
+        kLog.debug("set resolution failed.[%d]", status);
         freeLocked();
     }
     return status == 0;
@@ -185,12 +178,12 @@ bool ShotAddMe::setUpInstance() {
 bool ShotAddMe::giveTempBuffer() {
     const size_t size = PlusMe_GetTemporaryBufferSize();
     if (size == 0) {
-        logDebug("buf_size =  -1");
+        kLog.debug("buf_size =  -1");
         return false;
     }
     mTempBuffer = std::malloc(size);
     if (!mTempBuffer) {
-        logDebug("Failed to allocate memory for temp frame");
+        kLog.debug("Failed to allocate memory for temp frame");
         return false;
     }
     PlusMe_SetTempBuffer(mInstance, mTempBuffer, size);
@@ -236,14 +229,14 @@ bool ShotAddMe::StartCapture() {
         }
     }
     (void)sendNotifyIfSet(CAMERA_MSG_ADDME_ERROR, 0, 0);
-    logError("Failed to start series. status %d", status);
+    kLog.error("Failed to start series. status %d", status);
     return false;
 }
 
 void ShotAddMe::CancelCapture() {
     const AutoMutex held(mEngineLock);
     if (!mInstance) {
-        logError("PlusMeControl::CancelCapture() - mInstance is null");
+        kLog.error("PlusMeControl::CancelCapture() - mInstance is null");
         return;
     }
     PlusMe_CancelCapture(mInstance);
@@ -254,18 +247,18 @@ void ShotAddMe::SwitchFirstPersonPosition(int position) {
     int32_t current = 0;
     const int32_t status = call(PlusMe_GetFirstPersonPosition, mInstance, &current);
     if (status == 0) {
-        logDebug("PlusMe_GetFirstPersonPosition is successed");
+        kLog.debug("PlusMe_GetFirstPersonPosition is successed");
     } else {
-        logError("PlusMe_GetFirstPersonPosition is failed[%d]", status);
+        kLog.error("PlusMe_GetFirstPersonPosition is failed[%d]", status);
         current = 0;
     }
     // The application's value is the complement of the library's.
     if ((position == 1 && current == 0) || (position == 0 && current == 1)) {
-        logDebug("first person position is already positioned");
+        kLog.debug("first person position is already positioned");
         return;
     }
     if (call(PlusMe_SwitchFirstPersonPosition, mInstance) != 0)
-        logError("switch first person position failed");
+        kLog.error("switch first person position failed");
 }
 
 std::optional<int> ShotAddMe::AddFrameJpeg(void* data, unsigned long size, PME_API_Image* image) {
@@ -284,16 +277,16 @@ std::optional<int> ShotAddMe::AddFrameJpeg(void* data, unsigned long size, PME_A
         generation = mGeneration;
     }
     if (noInstance) {
-        logError("PlusMeControl::AddFrameJpeg - mInstance is null");
+        kLog.error("PlusMeControl::AddFrameJpeg - mInstance is null");
         return sendNotifyIfSet(CAMERA_MSG_ADDME_ERROR, 1, 0) ? std::optional(0) : std::nullopt;
     }
     if (status != 0) {
-        logError("PlusMe_HandleSnapshotJpeg FAILED %d!!!!!", status);
+        kLog.error("PlusMe_HandleSnapshotJpeg FAILED %d!!!!!", status);
         if (!sendNotifyIfSet(CAMERA_MSG_ADDME_ERROR, 0, 0))
             return std::nullopt;
     }
     if (count == 1) {
-        logError("exiting ::HandlePreview snapshots 1");
+        kLog.error("exiting ::HandlePreview snapshots 1");
         return kFirstAccepted;
     }
     // A picture that is refused while another thread merges two does not begin a second merge.
@@ -323,7 +316,7 @@ bool ShotAddMe::createResult(uint32_t generation) {
             }
             const int32_t status = PlusMe_CreateResult(mInstance, &mProgress);
             if (status != 0) {
-                logError("ERROR ... status: %d", status);
+                kLog.error("ERROR ... status: %d", status);
                 mSnapshotCount = 0;
                 return true;
             }
@@ -341,13 +334,13 @@ void* ShotAddMe::GetPlusMeImage(long* size) {
 
 void* ShotAddMe::plusMeImageLocked(long* size) {
     if (!mCapturing || !mResultReady) {
-        logError("No image to return. a-%d i-%d\n", mCapturing ? 1 : 0, mResultReady ? 1 : 0);
+        kLog.error("No image to return. a-%d i-%d\n", mCapturing ? 1 : 0, mResultReady ? 1 : 0);
         return nullptr;
     }
     void* data = nullptr;
     const int32_t status = PlusMe_GetResultJpeg(mInstance, &data, size);
     if (status != 0) {
-        logError("get result [%d]\n", status);
+        kLog.error("get result [%d]\n", status);
         return nullptr;
     }
     return data;
@@ -396,7 +389,7 @@ bool ShotAddMe::HandlePreview(unsigned char* frame) {
 
 void ShotAddMe::processDataCallback(int32_t msgType, const sp<IMemory>& mem) {
     if (!mCallbacks.data()) {
-        logError("mDataCb is NULL, returning.");
+        kLog.error("mDataCb is NULL, returning.");
         return;
     }
     if (!mem.get() || (msgType == CAMERA_MSG_COMPRESSED_IMAGE && !mem->pointer())) {
@@ -416,7 +409,7 @@ void ShotAddMe::processDataCallback(int32_t msgType, const sp<IMemory>& mem) {
 }
 
 void ShotAddMe::deliverWithoutMemory(int32_t msgType, const sp<IMemory>& mem) {
-    logError("Null data returned in data callback");
+    kLog.error("Null data returned in data callback");
     if (sendNotifyIfSet(CAMERA_MSG_ERROR, UNKNOWN_ERROR, 0))
         (void)sendData(msgType, mem);
 }
@@ -424,7 +417,7 @@ void ShotAddMe::deliverWithoutMemory(int32_t msgType, const sp<IMemory>& mem) {
 void ShotAddMe::processPreviewFrame(const sp<IMemory>& mem) {
     const sp<IMemory> slot = copyToSlot(mem);
     if (!slot.get()) {
-        logError("a frame of %zu bytes has no slot", mem->size());
+        kLog.error("a frame of %zu bytes has no slot", mem->size());
         (void)sendData(CAMERA_MSG_PREVIEW_FRAME, mem);
         return;
     }
@@ -457,7 +450,7 @@ void ShotAddMe::feed(const sp<IMemory>& slot) {
     const size_t needed =
         size_t(std::max<int32_t>(mPreviewWidth, 0)) * size_t(std::max<int32_t>(mPreviewHeight, 0)) * 3 / 2;
     if (!capturing)
-        logError("we are not capturing");
+        kLog.error("we are not capturing");
     else if (slot->size() >= needed)
         HandlePreview(static_cast<unsigned char*>(slot->pointer()));
 }
@@ -477,8 +470,8 @@ sp<IMemory> ShotAddMe::copyResult() {
     const AutoMutex held(mEngineLock);  // the result is the library's
     long length = 0;
     const void* const data = plusMeImageLocked(&length);
-    logError("result data ptr[0x%X] size[%d]", static_cast<unsigned>(reinterpret_cast<uintptr_t>(data)),
-             static_cast<int>(length));
+    kLog.error("result data ptr[0x%X] size[%d]", static_cast<unsigned>(reinterpret_cast<uintptr_t>(data)),
+               static_cast<int>(length));
     size_t size = data && length > 0 ? static_cast<size_t>(length) : 0;
     const AutoMutex alsoHeld(mMemoryLock);
     mResultHeap.clear();
