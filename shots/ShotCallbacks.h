@@ -56,6 +56,29 @@ protected:
         return mHardware;
     }
 
+    /// What most modes do first with a data message: whether they may go on. Otherwise it was dropped for want of a
+    /// callback, or, being without memory, passed on with an error: return then, as after a sender's false.
+    [[nodiscard]] bool admitData(int32_t msgType, const sp<IMemory>& data) {
+        if (!haveDataCallbackOrLog())
+            return false;
+        if (!data.get())
+            sendWithoutMemory(msgType, data);
+        return data.get() != nullptr;
+    }
+    /// Whether data can be delivered; when not, writes the line for that.
+    [[nodiscard]] bool haveDataCallbackOrLog() const {
+        if (mCallbacks.data())
+            return true;
+        __android_log_print(ANDROID_LOG_ERROR, Mode::kTag, "mDataCb is NULL, returning.");
+        return false;
+    }
+    /// Passes a data message on that has no memory, with an error before it. The last thing that its caller does.
+    void sendWithoutMemory(int32_t msgType, const sp<IMemory>& data) {
+        __android_log_print(ANDROID_LOG_ERROR, Mode::kTag, "Null data returned in data callback");
+        if (sendNotifyIfSet(CAMERA_MSG_ERROR, UNKNOWN_ERROR, 0))
+            (void)sendData(msgType, data);
+    }
+
     /// Each sender calls the stored callback from outside the gate, or writes a line and drops the message when there
     /// is none. False when the shot was retired during the call: return at once then, without touching `this`.
     [[nodiscard]] bool sendNotify(int32_t msgType, int32_t ext1, int32_t ext2) {
@@ -70,9 +93,12 @@ protected:
         return send(mCallbacks.dataTimestamp(), "mDataCbTimestamp is NULL, returning.",
                     [&](auto to) { to.callback(timestamp, msgType, data, to.cookie); });
     }
-    /// As `sendNotify`, but without a line when there is no callback.
+    /// As the senders above, but without a line when there is no callback.
     [[nodiscard]] bool sendNotifyIfSet(int32_t msgType, int32_t ext1, int32_t ext2) {
         return !mCallbacks.notify() || sendNotify(msgType, ext1, ext2);
+    }
+    [[nodiscard]] bool sendDataIfSet(int32_t msgType, const sp<IMemory>& data) {
+        return !mCallbacks.data() || sendData(msgType, data);
     }
 
     CallbackSet mCallbacks;

@@ -6,6 +6,7 @@
 #include "imaging/Overlay.h"
 #include "imaging/TaggedLog.h"
 #include "shots/Commands.h"
+#include "shots/PreviewFrame.h"
 #include "shots/action/ShotAction.h"
 
 namespace android {
@@ -36,23 +37,6 @@ constexpr Mark kTakenMarks[] = {{-14, 24, 16, -26, kBlack},
                                 {-8, 30, 10, -32, kBlack}};
 constexpr int kCornerMark = 2;
 
-/// Bytes of a preview frame in a format; 0 for one that is not known or not set.
-size_t frameSize(int width, int height, const char* format) {
-    if (!format || width <= 0 || height <= 0)
-        return 0;
-    const size_t pixels = static_cast<size_t>(width) * static_cast<size_t>(height);
-    for (const char* name : {"yuv420sp", "yuv420sp_custom", "yuv420p"}) {
-        if (std::strcmp(format, name) == 0)
-            return pixels * 3 / 2;
-    }
-    for (const char* name : {"yuv422i", "yuv422p", "rgb565"}) {
-        if (std::strcmp(format, name) == 0)
-            return pixels * 2;
-    }
-    kLog.error("Invalid preview format for real preview");
-    return 0;
-}
-
 int sum(int32_t coordinate, int offset) {
     int result = 0;
     return __builtin_add_overflow(coordinate, offset, &result) ? coordinate : result;
@@ -70,12 +54,9 @@ status_t ShotAction::startPreview() {
     CameraParameters params;
     if (!callOut([&] { params = hardware->getParameters(); }))
         return hardware->startPreview();
-    int width = 0;
-    int height = 0;
-    params.getPreviewSize(&width, &height);
     {
         const AutoMutex held(mEngineLock);
-        mPreviewHeap = new MemoryHeapBase(kPlaces * frameSize(width, height, params.getPreviewFormat()), 0, nullptr);
+        mPreviewHeap = new MemoryHeapBase(kPlaces * previewFrameSize(params, kLog), 0, nullptr);
         previewHeapBase = static_cast<uint8_t*>(mPreviewHeap->base());
     }
     const ShotGate::Outside outside(gate());
@@ -89,10 +70,8 @@ sp<IMemoryHeap> ShotAction::getPreviewHeap() {
 }
 
 void ShotAction::processDataCallback(int32_t msgType, const sp<IMemory>& data) {
-    if (!mCallbacks.data()) {
-        kLog.error("mDataCb is NULL, returning.");
+    if (!haveDataCallbackOrLog())
         return;
-    }
     if (msgType == CAMERA_MSG_COMPRESSED_IMAGE)
         kLog.info("CAMERA_MSG_COMPRESSED_IMAGE");
     sp<MemoryBase> copy;
@@ -100,8 +79,7 @@ void ShotAction::processDataCallback(int32_t msgType, const sp<IMemory>& data) {
     if (msgType == CAMERA_MSG_PREVIEW_FRAME && data.get()) {
         const AutoMutex held(mEngineLock);
         copy = copyToRing(data);
-        analyse = mWidth > 0 && mHeight > 0 &&
-                  data->size() >= static_cast<size_t>(mWidth) * static_cast<size_t>(mHeight) * 3 / 2;
+        analyse = mWidth > 0 && mHeight > 0 && data->size() >= yuv420FrameSize(mWidth, mHeight);
     }
     if (!copy.get()) {
         (void)sendData(msgType, data);

@@ -370,7 +370,7 @@ bool ShotAction::encode2ArcJpegData(uint8_t* image, long width, long height, uns
     const auto deliver = [&](const sp<IMemory>& picture) NO_THREAD_SAFETY_ANALYSIS {
         mEngineLock.unlock();
         locked = false;
-        return !mCallbacks.data() || sendData(CAMERA_MSG_COMPRESSED_IMAGE, picture);
+        return sendDataIfSet(CAMERA_MSG_COMPRESSED_IMAGE, picture);
     };
     const bool alive = encodeArcJpeg(ArcJpegUser::Action, frame, quality, deliver);
     if (locked)

@@ -5,13 +5,13 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
 
 #include "imaging/TaggedLog.h"
 #include "shots/Commands.h"
+#include "shots/PreviewFrame.h"
 #include "shots/addme/JpegEncoderAddMe.h"
 
 namespace android {
@@ -42,28 +42,6 @@ constexpr TaggedLog kLog(ShotAddMe::kTag);
 template <typename Operation, typename... Arguments>
 int32_t call(Operation operation, PME_API_Instance instance, Arguments... arguments) {
     return instance ? operation(instance, arguments...) : kNoInstance;
-}
-
-/// Bytes of a preview frame by the vendor layer's parameters; 0 when they cannot be told.
-size_t previewFrameSize(const CameraParameters& params) {
-    static constexpr struct {
-        const char* name;
-        size_t halves;  // of a byte for each pixel
-    } kFormats[] = {{"yuv420sp", 3}, {"yuv420sp_custom", 3}, {"yuv420p", 3},
-                    {"yuv422i", 4},  {"yuv422p", 4},         {"rgb565", 4}};
-
-    const char* const format = params.getPreviewFormat();
-    if (!format)
-        return 0;
-    int width = 0;
-    int height = 0;
-    params.getPreviewSize(&width, &height);
-    for (const auto& known : kFormats) {
-        if (std::strcmp(format, known.name) == 0)
-            return width > 0 && height > 0 ? size_t(width) * size_t(height) * known.halves / 2 : 0;
-    }
-    kLog.error("Invalid preview format for real preview");
-    return 0;
 }
 
 }  // namespace
@@ -356,7 +334,7 @@ status_t ShotAddMe::startPreview() {
     CameraParameters params;
     if (!callOut([&] { params = hardware->getParameters(); }))
         return hardware->startPreview();
-    const sp<MemoryHeapBase> heap = new MemoryHeapBase(2 * previewFrameSize(params));
+    const sp<MemoryHeapBase> heap = new MemoryHeapBase(2 * previewFrameSize(params, kLog));
     {
         const AutoMutex held(mMemoryLock);
         mPreviewHeap = heap;
@@ -388,14 +366,8 @@ bool ShotAddMe::HandlePreview(unsigned char* frame) {
 // --- The data path
 
 void ShotAddMe::processDataCallback(int32_t msgType, const sp<IMemory>& mem) {
-    if (!mCallbacks.data()) {
-        kLog.error("mDataCb is NULL, returning.");
+    if (!admitData(msgType, mem))
         return;
-    }
-    if (!mem.get() || (msgType == CAMERA_MSG_COMPRESSED_IMAGE && !mem->pointer())) {
-        deliverWithoutMemory(msgType, mem);
-        return;
-    }
     switch (msgType) {
         case CAMERA_MSG_PREVIEW_FRAME:
             processPreviewFrame(mem);
@@ -406,12 +378,6 @@ void ShotAddMe::processDataCallback(int32_t msgType, const sp<IMemory>& mem) {
         default:
             (void)sendData(msgType, mem);
     }
-}
-
-void ShotAddMe::deliverWithoutMemory(int32_t msgType, const sp<IMemory>& mem) {
-    kLog.error("Null data returned in data callback");
-    if (sendNotifyIfSet(CAMERA_MSG_ERROR, UNKNOWN_ERROR, 0))
-        (void)sendData(msgType, mem);
 }
 
 void ShotAddMe::processPreviewFrame(const sp<IMemory>& mem) {
@@ -447,15 +413,17 @@ void ShotAddMe::feed(const sp<IMemory>& slot) {
         const AutoMutex held(mEngineLock);
         capturing = mCapturing;
     }
-    const size_t needed =
-        size_t(std::max<int32_t>(mPreviewWidth, 0)) * size_t(std::max<int32_t>(mPreviewHeight, 0)) * 3 / 2;
     if (!capturing)
         kLog.error("we are not capturing");
-    else if (slot->size() >= needed)
+    else if (slot->size() >= yuv420FrameSize(mPreviewWidth, mPreviewHeight))
         HandlePreview(static_cast<unsigned char*>(slot->pointer()));
 }
 
 void ShotAddMe::processPicture(const sp<IMemory>& mem) {
+    if (!mem->pointer()) {
+        sendWithoutMemory(CAMERA_MSG_COMPRESSED_IMAGE, mem);
+        return;
+    }
     const std::optional<int> result = AddFrameJpeg(mem->pointer(), mem->size(), nullptr);
     if (!result)
         return;

@@ -60,7 +60,6 @@ private:
 
     void processPreviewFrame(const sp<IMemory>& mem);
     void processPicture(const sp<IMemory>& mem);
-    void deliverWithoutMemory(int32_t msgType, const sp<IMemory>& mem);
     sp<IMemory> copyToSlot(const sp<IMemory>& mem);
     void feed(const sp<IMemory>& slot);
     [[nodiscard]] bool createResult(uint32_t generation);

@@ -15,6 +15,7 @@
 #include "imaging/ArcJpegEncoder.h"
 #include "imaging/TaggedLog.h"
 #include "shots/Commands.h"
+#include "shots/PreviewFrame.h"
 #include "shots/continuous/ContinuousClock.h"
 
 namespace android {
@@ -184,17 +185,10 @@ bool ShotContinuous::startEncoder(uint32_t burst) {
 // --- Capturing
 
 void ShotContinuous::processDataCallback(int32_t msgType, const sp<IMemory>& data) {
-    if (!mCallbacks.data()) {
-        kLog.error("mDataCb is NULL, returning.");
+    if (!admitData(msgType, data))
         return;
-    }
-    if (!data.get()) {
-        kLog.error("Null data returned in data callback");
-        if (!sendNotifyIfSet(CAMERA_MSG_ERROR, UNKNOWN_ERROR, 0))
-            return;
-    } else if (msgType == CAMERA_MSG_PREVIEW_FRAME && !handlePreview(data)) {
+    if (msgType == CAMERA_MSG_PREVIEW_FRAME && !handlePreview(data))
         return;
-    }
     (void)sendData(msgType, data);
 }
 
@@ -377,8 +371,7 @@ bool ShotContinuous::encode2ArcJpegData(const Slot& slot) {
     int quality = 0;
     if (!getJpegQuality(&quality))
         return false;
-    if (slot.width <= 0 || slot.height <= 0 ||
-        slot.heap->getSize() < static_cast<size_t>(slot.width) * static_cast<size_t>(slot.height) * 3 / 2) {
+    if (slot.width <= 0 || slot.height <= 0 || slot.heap->getSize() < yuv420FrameSize(slot.width, slot.height)) {
         kLog.error("encode2ArcJpegData() - the frame is smaller than %d x %d", slot.width, slot.height);
         return true;
     }

@@ -15,6 +15,7 @@
 #include "imaging/Overlay.h"
 #include "imaging/TaggedLog.h"
 #include "shots/Commands.h"
+#include "shots/PreviewFrame.h"
 
 namespace android {
 
@@ -93,7 +94,7 @@ status_t ShotPanorama::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
 void ShotPanorama::processDataCallback(int32_t msgType, const sp<IMemory>& data) {
     if (msgType == CAMERA_MSG_PREVIEW_FRAME && data.get() && mCapturing && mCallbacks.data()) {
         // A frame of another size than the instance's (the preview size was changed) goes by unmarked.
-        const size_t needed = static_cast<size_t>(mFrameWidth) * static_cast<size_t>(mFrameHeight) * 3 / 2;
+        const uint64_t needed = yuv420FrameSize(mFrameWidth, mFrameHeight);
         auto* const frame = static_cast<unsigned char*>(data->pointer());
         if (frame && data->size() >= needed && !HandlePreview(frame, true))
             return;
@@ -381,7 +382,7 @@ bool ShotPanorama::encode2ArcJpegData(unsigned char* image, long width, long hei
         encodeArcJpeg(ArcJpegUser::Panorama, frame, 0, [&](const sp<IMemory>& picture) NO_THREAD_SAFETY_ANALYSIS {
             mEngineLock.unlock();
             locked = false;
-            return !mCallbacks.data() || sendData(CAMERA_MSG_COMPRESSED_IMAGE, picture);
+            return sendDataIfSet(CAMERA_MSG_COMPRESSED_IMAGE, picture);
         });
     if (locked)
         mEngineLock.unlock();

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "shots/Commands.h"
+#include "shots/PreviewFrame.h"
 
 namespace android {
 
@@ -97,24 +98,15 @@ status_t ShotSmile::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
 }
 
 void ShotSmile::processDataCallback(int32_t msgType, const sp<IMemory>& data) {
-    if (!mCallbacks.data()) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "mDataCb is NULL, returning.");
+    if (!admitData(msgType, data))
         return;
-    }
-    if (!data.get()) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Null data returned in data callback");
-        if (sendNotifyIfSet(CAMERA_MSG_ERROR, UNKNOWN_ERROR, 0))
-            (void)sendData(msgType, data);
-        return;
-    }
     if (msgType == CAMERA_MSG_PREVIEW_FRAME) {
         const int32_t width = mPreviewWidth;
         const int32_t height = mPreviewHeight;
         // A frame that is smaller than the preview size says (the size is being changed) is passed on unread.
-        const bool whole =
-            width > 0 && height > 0 && data->size() >= static_cast<size_t>(width) * static_cast<size_t>(height) * 3 / 2;
+        const uint64_t needed = yuv420FrameSize(width, height);
         auto* const frame = static_cast<unsigned char*>(data->pointer());
-        if (whole && frame && !OnPreviewSmileShot(width, height, frame))
+        if (needed > 0 && data->size() >= needed && frame && !OnPreviewSmileShot(width, height, frame))
             return;
     }
     if (msgType == CAMERA_MSG_COMPRESSED_IMAGE)

@@ -1,0 +1,71 @@
+// Sizes and layouts of preview frames.
+
+#include "shots/PreviewFrame.h"
+
+#include <cstring>
+
+namespace android {
+
+namespace {
+
+constexpr uint64_t kMostBytes = INT32_MAX;  // no preview has frames that are larger
+
+constexpr struct {
+    const char* name;
+    uint64_t bytesOfTwoPixels;
+} kFormats[] = {{"yuv420sp", 3}, {"yuv420sp_custom", 3}, {"yuv420p", 3}, {"yuv422i", 4}, {"yuv422p", 4}, {"rgb565", 4}};
+
+uint64_t frameSize(int32_t width, int32_t height, uint64_t bytesOfTwoPixels) {
+    return width > 0 && height > 0 ? uint64_t(width) * uint64_t(height) * bytesOfTwoPixels / 2 : 0;
+}
+
+}  // namespace
+
+size_t previewFrameSize(const CameraParameters& params, const TaggedLog& log) {
+    const char* const format = params.getPreviewFormat();
+    if (!format)
+        return 0;
+    int width = 0;
+    int height = 0;
+    params.getPreviewSize(&width, &height);
+    for (const auto& known : kFormats) {
+        if (std::strcmp(format, known.name) != 0)
+            continue;
+        const uint64_t size = frameSize(width, height, known.bytesOfTwoPixels);
+        return size <= kMostBytes ? static_cast<size_t>(size) : 0;
+    }
+    log.error("Invalid preview format for real preview");
+    return 0;
+}
+
+uint64_t yuv420FrameSize(int32_t width, int32_t height) {
+    return frameSize(width, height, 3);
+}
+
+void planarToSemiPlanar(const uint8_t* from, int32_t width, int32_t height, uint8_t* to) {
+    const size_t luma = static_cast<size_t>(width) * static_cast<size_t>(height);
+    const size_t quarter = luma / 4;
+    std::memcpy(to, from, luma);
+    const uint8_t* const u = from + luma;
+    const uint8_t* const v = u + quarter;
+    uint8_t* const pairs = to + luma;
+    for (size_t i = 0; i < quarter; ++i) {
+        pairs[2 * i] = v[i];
+        pairs[2 * i + 1] = u[i];
+    }
+}
+
+void semiPlanarToPlanar(const uint8_t* from, int32_t width, int32_t height, uint8_t* to) {
+    const size_t luma = static_cast<size_t>(width) * static_cast<size_t>(height);
+    const size_t quarter = luma / 4;
+    std::memcpy(to, from, luma);
+    const uint8_t* const pairs = from + luma;
+    uint8_t* const u = to + luma;
+    uint8_t* const v = u + quarter;
+    for (size_t i = 0; i < quarter; ++i) {
+        v[i] = pairs[2 * i];
+        u[i] = pairs[2 * i + 1];
+    }
+}
+
+}  // namespace android
