@@ -1,0 +1,124 @@
+// Cartoon: flat colours within dark outlines.
+
+#include <array>
+#include <cmath>
+#include <opencv2/imgproc.hpp>
+
+#include "host/caps/Field.h"
+#include "host/caps/Lines.h"
+#include "host/caps/Look.h"
+
+namespace kov::caps {
+
+namespace {
+
+constexpr int kFlattenings = 3;
+constexpr double kColorReach = 24;  // grey levels that flattening joins
+constexpr float kTones = 9;         // steps of luma
+constexpr float kToneSharpness = 2.2f;
+constexpr float kVividness = 1.3f;
+constexpr float kLineFrom = 2.2f, kLineTo = 4.0f;  // grey levels of a line: nothing, and full ink
+constexpr float kInk = 20;                         // luma
+
+class Cartoon : public Look {
+public:
+    explicit Cartoon(const Picture& picture);
+    void draw(Picture& band, int row) const override;
+
+private:
+    void drawLuma(cv::Mat& luma, int row) const;
+    void drawChroma(Picture& band, int row) const;
+
+    const cv::Size mWork;
+    const cv::Size mSmall;
+    const Sampler mFine;          // from the work size to luma
+    const Sampler mFineToChroma;  // and to chroma
+    const Sampler mSmallToChroma;
+    cv::Mat mTone;   // flat luma
+    cv::Mat mLines;  // grey levels
+    cv::Mat mU, mV;  // flat chroma about 0, small
+};
+
+cv::Size halved(cv::Size size) {
+    return {std::max(1, size.width / 2), std::max(1, size.height / 2)};
+}
+
+Cartoon::Cartoon(const Picture& picture)
+    : mWork(workSize(picture.size())),
+      mSmall(halved(mWork)),
+      mFine(mWork, picture.size()),
+      mFineToChroma(mWork, picture.u.size()),
+      mSmallToChroma(mSmall, picture.u.size()) {
+    const double unit = workUnit(mWork);
+    std::array<cv::Mat, 3> planes;
+    cv::resize(picture.y, planes[0], mSmall, 0, 0, cv::INTER_AREA);
+    cv::resize(picture.u, planes[1], mSmall, 0, 0, cv::INTER_AREA);
+    cv::resize(picture.v, planes[2], mSmall, 0, 0, cv::INTER_AREA);
+    cv::Mat flat, next;
+    cv::merge(planes.data(), planes.size(), flat);
+    const double reach = 2.5 * unit;
+    for (int i = 0; i < kFlattenings; ++i) {
+        cv::bilateralFilter(flat, next, 2 * cvRound(1.5 * unit) + 1, kColorReach, reach);
+        std::swap(flat, next);
+    }
+    cv::split(flat, planes.data());
+    planes[0].convertTo(mTone, CV_32F);
+    mLines = findLines(mTone, 0.7 * unit);
+    cv::resize(mLines, mLines, mWork, 0, 0, cv::INTER_CUBIC);
+    dropSpecks(mLines, kLineFrom, cvRound(30 * unit * unit), 0);
+    cv::GaussianBlur(mTone, mTone, {}, 0.5 * unit);
+    cv::resize(mTone, mTone, mWork, 0, 0, cv::INTER_CUBIC);
+    planes[1].convertTo(mU, CV_32F, 1, -128);
+    planes[2].convertTo(mV, CV_32F, 1, -128);
+}
+
+/// Luma in steps with soft edges.
+float stepped(float tone) {
+    constexpr float kStep = 255 / kTones;
+    const float place = tone / kStep;
+    const float whole = std::floor(place);
+    const float t = std::clamp((place - whole - 0.5f) * kToneSharpness * 2 + 0.5f, 0.0f, 1.0f);
+    return (whole + t * t * (3 - 2 * t)) * kStep;
+}
+
+void Cartoon::drawLuma(cv::Mat& luma, int row) const {
+    std::vector<float> toneRoom, lineRoom;
+    for (int y = 0; y < luma.rows; ++y) {
+        const float* const tone = mFine.row(mTone, row + y, toneRoom);
+        const float* const lines = mFine.row(mLines, row + y, lineRoom);
+        uint8_t* const out = luma.ptr(y);
+        for (int x = 0; x < luma.cols; ++x) {
+            const float flat = stepped(tone[x]);
+            out[x] = toByte(flat + (std::min(flat, kInk) - flat) * ramp(lines[x], kLineFrom, kLineTo));
+        }
+    }
+}
+
+void Cartoon::drawChroma(Picture& band, int row) const {
+    std::vector<float> lineRoom, uRoom, vRoom;
+    for (int y = 0; y < band.u.rows; ++y) {
+        const float* const lines = mFineToChroma.row(mLines, row / 2 + y, lineRoom);
+        const float* const u = mSmallToChroma.row(mU, row / 2 + y, uRoom);
+        const float* const v = mSmallToChroma.row(mV, row / 2 + y, vRoom);
+        uint8_t* const outU = band.u.ptr(y);
+        uint8_t* const outV = band.v.ptr(y);
+        for (int x = 0; x < band.u.cols; ++x) {
+            const float strength = kVividness * (1 - 0.8f * ramp(lines[x], kLineFrom, kLineTo));
+            outU[x] = toByte(128 + u[x] * strength);
+            outV[x] = toByte(128 + v[x] * strength);
+        }
+    }
+}
+
+void Cartoon::draw(Picture& band, int row) const {
+    drawLuma(band.y, row);
+    drawChroma(band, row);
+}
+
+}  // namespace
+
+std::unique_ptr<Look> makeCartoon(const Picture& picture) {
+    return std::make_unique<Cartoon>(picture);
+}
+
+}  // namespace kov::caps

@@ -1,0 +1,40 @@
+// Fields: what an effect computes once over a whole picture, at a bounded size, and draws from at any size.
+#pragma once
+
+#include <algorithm>
+#include <opencv2/core.hpp>
+#include <vector>
+
+namespace kov::caps {
+
+/// Reads float fields along the rows of pictures of another size, by bilinear interpolation. Threads may share one.
+class Sampler {
+public:
+    Sampler(cv::Size field, cv::Size picture);
+
+    /// Row `y` of the picture as `field`, which has the field size, gives it: a row of the field itself, or `room`.
+    const float* row(const cv::Mat& field, int y, std::vector<float>& room) const;
+
+private:
+    struct Place {
+        int at;       // the place before
+        float share;  // of the place after
+    };
+    static std::vector<Place> places(int field, int picture);
+
+    const cv::Size mPicture;
+    const bool mSame;
+    std::vector<Place> mColumns;
+    std::vector<Place> mRows;
+};
+
+/// 0 up to `from`, 1 from `to` on, a straight line between.
+inline float ramp(float value, float from, float to) {
+    return std::clamp((value - from) / (to - from), 0.0f, 1.0f);
+}
+
+inline uint8_t toByte(float value) {
+    return static_cast<uint8_t>(std::clamp(value, 0.0f, 255.0f) + 0.5f);
+}
+
+}  // namespace kov::caps

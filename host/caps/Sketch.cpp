@@ -1,0 +1,158 @@
+// Sketches: pencil on paper, in grey or with colour washes.
+
+#include <cmath>
+#include <opencv2/imgproc.hpp>
+
+#include "host/caps/Field.h"
+#include "host/caps/Lines.h"
+#include "host/caps/Look.h"
+
+namespace kov::caps {
+
+namespace {
+
+constexpr float kPaper = 252;                      // luma
+constexpr float kGraphite = 45;                    // luma of the darkest stroke
+constexpr float kLineFrom = 0.8f, kLineTo = 7.0f;  // grey levels of a line: nothing, and full graphite
+constexpr int kTile = 512;                         // pixels of a 640 x 480 picture
+constexpr double kMostTileScale = 4;
+
+/// Pencil strokes in one direction, over and over: bytes, each value as frequent as any other.
+cv::Mat strokes(double degrees, int length, uint64_t seed) {
+    cv::RNG random(seed);
+    cv::Mat noise(kTile, kTile, CV_32F);
+    random.fill(noise, cv::RNG::NORMAL, 0, 1);
+    cv::Mat kernel = cv::Mat::zeros(2 * length + 1, 2 * length + 1, CV_32F);
+    const cv::Point middle(length, length);
+    const double angle = degrees * CV_PI / 180;
+    const cv::Point tip(cvRound(length * std::cos(angle)), cvRound(-length * std::sin(angle)));
+    cv::line(kernel, middle - tip, middle + tip, cv::Scalar(1), 1, cv::LINE_8);
+    cv::GaussianBlur(kernel, kernel, {3, 3}, 0.6);
+    cv::Mat wide, drawn;
+    cv::copyMakeBorder(noise, wide, length, length, length, length, cv::BORDER_WRAP);
+    cv::filter2D(wide, drawn, CV_32F, kernel);
+    drawn = drawn(cv::Rect(length, length, kTile, kTile)).clone();
+    cv::Mat grain(kTile, kTile, CV_32F);
+    random.fill(grain, cv::RNG::NORMAL, 0, 1);
+    cv::Scalar mean, spread;
+    cv::meanStdDev(drawn, mean, spread);
+    drawn = drawn / spread[0] + grain * 0.35;
+    cv::Mat bytes;
+    drawn.convertTo(bytes, CV_8U, 36, 128);
+    cv::equalizeHist(bytes, bytes);
+    return bytes;
+}
+
+struct Strokes {
+    cv::Mat light = strokes(52, 14, 11);
+    cv::Mat dark = strokes(118, 12, 12);
+};
+
+const Strokes& allStrokes() {
+    static const Strokes* const tiles = new Strokes;  // used by threads that outlive static objects
+    return *tiles;
+}
+
+cv::Mat tileAt(const cv::Mat& tile, double scale) {
+    if (scale <= 1)
+        return tile;
+    cv::Mat result;
+    cv::resize(tile, result, {}, scale, scale, cv::INTER_CUBIC);
+    return result;
+}
+
+class Sketch : public Look {
+public:
+    Sketch(const Picture& picture, bool color);
+    void draw(Picture& band, int row) const override;
+
+private:
+    void drawLuma(cv::Mat& luma, int row) const;
+    void drawChroma(Picture& band, int row) const;
+
+    const bool mColor;
+    const cv::Size mWork;
+    const Sampler mSampler;
+    const Sampler mToChroma;
+    cv::Mat mShade;  // 0 paper to 1 darkest
+    cv::Mat mLines;
+    cv::Mat mU, mV;
+    cv::Mat mLight, mDark;  // tiles at the picture's size
+};
+
+Sketch::Sketch(const Picture& picture, bool color)
+    : mColor(color),
+      mWork(workSize(picture.size())),
+      mSampler(mWork, picture.size()),
+      mToChroma(mWork, picture.u.size()) {
+    const double unit = workUnit(mWork);
+    cv::Mat luma = lumaField(picture.y, mWork);
+    stretch(luma, 1.8);
+    mLines = findLines(luma, 0.9 * unit);
+    cv::Mat smooth;
+    cv::GaussianBlur(luma, smooth, {}, 2 * unit);
+    mShade = 1 - smooth / 255;
+    const double scale = std::min(kMostTileScale, std::max(picture.size().width, picture.size().height) / 640.0);
+    mLight = tileAt(allStrokes().light, scale);
+    mDark = tileAt(allStrokes().dark, scale);
+    if (!color)
+        return;
+    for (const auto& [plane, field] : {std::pair(&picture.u, &mU), {&picture.v, &mV}}) {
+        cv::Mat reduced;
+        cv::resize(*plane, reduced, mWork, 0, 0, cv::INTER_AREA);
+        reduced.convertTo(*field, CV_32F, 1, -128);
+        cv::GaussianBlur(*field, *field, {}, 3 * unit);
+    }
+}
+
+void Sketch::drawLuma(cv::Mat& luma, int row) const {
+    std::vector<float> shadeRoom, lineRoom;
+    for (int y = 0; y < luma.rows; ++y) {
+        const float* const shade = mSampler.row(mShade, row + y, shadeRoom);
+        const float* const lines = mSampler.row(mLines, row + y, lineRoom);
+        const uint8_t* const light = mLight.ptr((row + y) % mLight.rows);
+        const uint8_t* const dark = mDark.ptr((row + y) % mDark.rows);
+        uint8_t* const out = luma.ptr(y);
+        for (int x = 0, tile = 0; x < luma.cols; ++x, tile = tile + 1 == mLight.cols ? 0 : tile + 1) {
+            const float a = light[tile] / 255.0f, b = dark[tile] / 255.0f;
+            const float first = ramp(shade[x] * 0.95f - a * 0.9f, -0.12f, 0.25f) * 0.55f;
+            const float second = ramp(shade[x] - 0.45f - b * 0.6f, -0.1f, 0.25f) * 0.75f;
+            const float line = ramp(lines[x], kLineFrom, kLineTo) * (0.75f + 0.25f * a);
+            const float paper = (1 - first) * (1 - second) * (1 - line);
+            const float wash = mColor ? kPaper - 60 * shade[x] : kPaper;
+            out[x] = toByte(kGraphite + (wash - kGraphite) * paper);
+        }
+    }
+}
+
+void Sketch::drawChroma(Picture& band, int row) const {
+    if (!mColor) {
+        band.u = 128;
+        band.v = 128;
+        return;
+    }
+    std::vector<float> uRoom, vRoom;
+    for (int y = 0; y < band.u.rows; ++y) {
+        const float* const u = mToChroma.row(mU, row / 2 + y, uRoom);
+        const float* const v = mToChroma.row(mV, row / 2 + y, vRoom);
+        uint8_t* const outU = band.u.ptr(y);
+        uint8_t* const outV = band.v.ptr(y);
+        for (int x = 0; x < band.u.cols; ++x) {
+            outU[x] = toByte(128 + u[x]);
+            outV[x] = toByte(128 + v[x]);
+        }
+    }
+}
+
+void Sketch::draw(Picture& band, int row) const {
+    drawLuma(band.y, row);
+    drawChroma(band, row);
+}
+
+}  // namespace
+
+std::unique_ptr<Look> makeSketch(const Picture& picture, bool color) {
+    return std::make_unique<Sketch>(picture, color);
+}
+
+}  // namespace kov::caps
