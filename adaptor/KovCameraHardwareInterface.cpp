@@ -11,8 +11,10 @@
 #include "shots/ShotSingle.h"
 #include "shots/action/ShotAction.h"
 #include "shots/addme/ShotAddMe.h"
+#include "shots/cartoon/ShotCartoon.h"
 #include "shots/continuous/ShotContinuous.h"
 #include "shots/panorama/ShotPanorama.h"
+#include "shots/self/ShotSelf.h"
 #include "shots/smile/ShotSmile.h"
 
 namespace android {
@@ -287,7 +289,7 @@ void KovCameraHardwareInterface::changeToSmileShot() {
     switchTo(make<ShotSmile>);
 }
 void KovCameraHardwareInterface::changeToSelfShot() {
-    switchTo(nullptr);
+    switchTo(make<ShotSelf>);
 }
 void KovCameraHardwareInterface::changeToAddMeShot() {
     switchTo(make<ShotAddMe>);
@@ -296,7 +298,7 @@ void KovCameraHardwareInterface::changeToActionShot() {
     switchTo(make<ShotAction>);
 }
 void KovCameraHardwareInterface::changeToCartoonShot() {
-    switchTo(nullptr);
+    switchTo(make<ShotCartoon>);
 }
 void KovCameraHardwareInterface::releaseCurrentShot() {
     switchTo(nullptr);

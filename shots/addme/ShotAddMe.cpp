@@ -9,6 +9,7 @@
 #include <cstring>
 #include <utility>
 
+#include "imaging/SharedPicture.h"
 #include "imaging/TaggedLog.h"
 #include "shots/Commands.h"
 #include "shots/PreviewFrame.h"
@@ -440,16 +441,8 @@ sp<IMemory> ShotAddMe::copyResult() {
     const void* const data = plusMeImageLocked(&length);
     kLog.error("result data ptr[0x%X] size[%d]", static_cast<unsigned>(reinterpret_cast<uintptr_t>(data)),
                static_cast<int>(length));
-    size_t size = data && length > 0 ? static_cast<size_t>(length) : 0;
     const AutoMutex alsoHeld(mMemoryLock);
-    mResultHeap.clear();
-    mCallbackMemory.clear();
-    mResultHeap = new MemoryHeapBase(size);
-    if (!mResultHeap->getBase())
-        size = 0;
-    if (size)
-        std::memcpy(mResultHeap->getBase(), data, size);
-    mCallbackMemory = new MemoryBase(mResultHeap, 0, size);
+    copyToSharedMemory(data, length > 0 ? static_cast<size_t>(length) : 0, &mResultHeap, &mCallbackMemory);
     return mCallbackMemory;
 }
 

@@ -13,10 +13,10 @@
 
 #include "adaptor/KovCameraHardwareInterface.h"
 #include "host/runtime/Log.h"
-#include "tests/support/FakeCameraHardware.h"
-#include "tests/support/ShotTest.h"
+#include "tests/support/BusyVendor.h"
 
 using namespace android;
+using kov::test::BusyVendor;
 using kov::test::FakeCameraHardware;
 
 namespace {
@@ -28,54 +28,6 @@ std::chrono::milliseconds duration() {
     const char* seconds = std::getenv("KOV_STRESS_SECONDS");
     return std::chrono::milliseconds(seconds ? std::atoi(seconds) * 1000 : 1500);
 }
-
-/// Delivers notifications, frames and timestamped frames on a thread each, without pause and without a lock, through
-/// whatever was registered: a registration may be replaced, and its receiver deleted, while a message is on its way.
-class BusyVendor : public FakeCameraHardware {
-public:
-    void setCallbacks(notify_callback notify, data_callback data, data_callback_timestamp timestamp,
-                      void* user) override {
-        const std::lock_guard held(mLock);
-        mRegistered = {notify, data, timestamp, user};
-    }
-    status_t takePicture() override {
-        const Registration to = registered();
-        if (to.data)
-            to.data(CAMERA_MSG_COMPRESSED_IMAGE, mFrame, to.user);  // synchronously, on the caller's thread
-        return NO_ERROR;
-    }
-    status_t startPreview() override { return NO_ERROR; }
-    status_t sendCommand(int32_t, int32_t, int32_t) override { return NO_ERROR; }
-
-    void deliver(int kind) {
-        const Registration to = registered();
-        std::this_thread::yield();
-        if (!to.data)
-            return;
-        if (kind == 0)
-            to.notify(CAMERA_MSG_FOCUS, 1, 0, to.user);
-        else if (kind == 1)
-            to.data(CAMERA_MSG_PREVIEW_FRAME, mFrame, to.user);
-        else
-            to.timestamp(1, CAMERA_MSG_VIDEO_FRAME, mFrame, to.user);
-    }
-
-private:
-    struct Registration {
-        notify_callback notify = nullptr;
-        data_callback data = nullptr;
-        data_callback_timestamp timestamp = nullptr;
-        void* user = nullptr;
-    };
-    Registration registered() {
-        const std::lock_guard held(mLock);
-        return mRegistered;
-    }
-
-    std::mutex mLock;
-    Registration mRegistered;
-    const sp<IMemory> mFrame = kov::test::makeMemory(64 * 48 * 3 / 2);
-};
 
 /// The camera service: one lock of its own, taken around its calls and in its callbacks.
 struct Service {
@@ -189,7 +141,8 @@ TEST(SwitchStressTest, NothingTouchesTheDeadAndNobodyWaitsForever) {
     std::printf("%llu messages delivered, %llu switches, %llu openings\n",
                 static_cast<unsigned long long>(service.delivered), static_cast<unsigned long long>(service.switched),
                 static_cast<unsigned long long>(service.opened));
-    EXPECT_EQ(vendor->getStrongCount(), 1);  // no adaptor and no shot was left over
+    vendor->waitUntilNobodyElseHoldsIt();
+    EXPECT_EQ(vendor->getStrongCount(), 1);  // no adaptor, no shot and no thread of one was left over
 }
 
 }  // namespace
