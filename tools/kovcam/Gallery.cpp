@@ -49,6 +49,7 @@ h3 { font-size: .8rem; text-transform: uppercase; letter-spacing: .06em; color: 
 .strip { display: grid; grid-template-columns: repeat(auto-fill, minmax(130px, 1fr)); gap: 6px; }
 .strip img, .pictures img { width: 100%; height: auto; border-radius: 6px; display: block; background: #8882; }
 .pictures { display: grid; grid-template-columns: repeat(auto-fill, minmax(300px, 1fr)); gap: 12px; align-items: start; }
+.pictures.four { grid-template-columns: repeat(4, 1fr); gap: 8px; }
 .pictures.sheet { grid-template-columns: repeat(3, 1fr); gap: 6px; }
 .pictures.one { grid-template-columns: 1fr; } .pictures.one img { max-height: 70vh; width: auto; max-width: 100%; }
 figure { margin: 0; } figcaption { font-size: .8rem; color: var(--soft); }
@@ -277,7 +278,10 @@ void writeItem(std::ostream& page, const Item& item) {
     page << "</div>\n<h3>What was called and what came back</h3>\n";
     writeTimeLine(page, item);
     const std::vector<std::string> pictures = files(item.folder, false);
-    const char* const form = pictures.size() == 1 ? " one" : pictures.size() >= kContactSheet ? " sheet" : "";
+    const char* const form = pictures.size() == 1               ? " one"
+                             : pictures.size() == 4             ? " four"
+                             : pictures.size() >= kContactSheet ? " sheet"
+                                                                : "";
     page << "<h3>Pictures</h3>\n<div class=\"pictures" << form << "\">\n";
     writeImages(page, item, pictures, true);
     page << "</div>\n</section>\n";

@@ -49,7 +49,7 @@ const std::string& checked(const std::string& source) {
     return source;
 }
 
-std::string numbered(const std::string& path, const char* format, int number, const char* ending) {
+std::string numbered(const std::string& path, const char* format, int number, const std::string& ending) {
     char text[32];
     std::snprintf(text, sizeof text, format, number);
     return path + text + ending;
@@ -248,8 +248,9 @@ std::string Session::save(int32_t type, const sp<IMemory>& data) {
     std::string path;
     {
         const std::lock_guard held(mLock);
-        path =
-            numbered(mOptions.folder + "/" + mOptions.prefix, "-%03d", static_cast<int>(mPictures.size()) + 1, ".jpg");
+        const std::string word = std::exchange(mNextPictureWord, {});
+        path = numbered(mOptions.folder + "/" + mOptions.prefix, "-%03d", static_cast<int>(mPictures.size()) + 1,
+                        word.empty() ? ".jpg" : "-" + word + ".jpg");
         mPictures.push_back(path);
     }
     mWriter.addFile(path, {first, first + data->size()});
@@ -276,6 +277,11 @@ std::string Session::savePreview(const sp<IMemory>& data) {
 void Session::saveNextFrame(const std::string& name) {
     const std::lock_guard held(mLock);
     mNextFrameName = name;
+}
+
+void Session::nameNextPicture(const std::string& word) {
+    const std::lock_guard held(mLock);
+    mNextPictureWord = word;
 }
 
 std::vector<std::string> Session::pictures() {

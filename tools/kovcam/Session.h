@@ -71,6 +71,9 @@ public:
     /// Saves the next preview frame under `name`, whatever `savePreviewEvery` says.
     void saveNextFrame(const std::string& name);
 
+    /// Adds a word to the file name of the next picture.
+    void nameNextPicture(const std::string& word);
+
     /// Stops, gives the camera back, and waits until everything is written.
     void close();
     /// Files of the pictures received so far.
@@ -102,6 +105,7 @@ private:
     std::vector<std::string> mPictures;
     int mFrames = 0;
     std::string mNextFrameName;
+    std::string mNextPictureWord;
 };
 
 }  // namespace kov::cam

@@ -1,0 +1,69 @@
+// Cartoon: pictures with a drawn look.
+
+#include <CLI/CLI.hpp>
+#include <map>
+
+#include "shots/Commands.h"
+#include "tools/kovcam/Mode.h"
+#include "tools/kovcam/Progress.h"
+#include "tools/kovcam/Session.h"
+
+namespace kov::cam {
+
+namespace {
+
+using namespace android;
+
+constexpr int kFramesBefore = 12;  // of preview, as a person would take to frame the picture
+constexpr double kPictureSeconds = 60;
+
+const std::map<std::string, int32_t> kEffects = {
+    {"cartoon", 0}, {"sketch", 1}, {"sketch-gray", 2}, {"stamp", 3}, {"none", 4}};
+
+class Cartoon : public Mode {
+public:
+    Cartoon() : Mode("cartoon", KOV_MODE_CARTOON, "draws preview and pictures as a cartoon, sketch or stamp") {}
+
+    void addOptions(CLI::App& app) override {
+        app.add_option("--effect", mEffects, "How to draw; a picture for each effect that is given")
+            ->check(CLI::IsMember({"cartoon", "sketch", "sketch-gray", "stamp", "none"}))
+            ->capture_default_str();
+    }
+
+    void run(Session& session) override {
+        for (const std::string& effect : mEffects) {
+            session.command(CARTOON_SHOT_SELECT_EFFECT, kEffects.at(effect));
+            session.startPreview();  // a picture stops it
+            session.waitForFrames(kFramesBefore);
+            session.nameNextPicture(effect);
+            session.takePicture();
+            Progress progress(effect);
+            session.wait("picture", kPictureSeconds, [&](const Message& message) {
+                if (message.type == CAMERA_MSG_CARTOON_PROGRESS)
+                    progress.show(message.ext1);
+                return message.type == CAMERA_MSG_COMPRESSED_IMAGE;
+            });
+        }
+    }
+
+    std::vector<Demo> demos() const override {
+        const std::vector<std::string> all = {"--effect", "cartoon",     "--effect", "sketch",
+                                              "--effect", "sketch-gray", "--effect", "stamp"};
+        const auto of = [&](std::vector<std::string> source) {
+            source.insert(source.end(), all.begin(), all.end());
+            return source;
+        };
+        return {{"Four looks of a face", of({"-i", "scene:portrait", "--picture-size", "1280x960"}), 12},
+                {"Four looks of a valley", of({"-i", "scene:landscape", "--picture-size", "1280x960"}), 12},
+                {"Four looks of a cup", of({"-i", "scene:still-life", "--picture-size", "1280x960"}), 12}};
+    }
+
+private:
+    std::vector<std::string> mEffects = {"cartoon"};
+};
+
+const RegisterMode<Cartoon> registered;
+
+}  // namespace
+
+}  // namespace kov::cam
