@@ -461,7 +461,7 @@ void ShotAddMe::processPicture(const sp<IMemory>& mem) {
         return;
     if (*result == kResultCreated)
         (void)sendData(CAMERA_MSG_COMPRESSED_IMAGE, copyResult());
-    else if (sendNotifyIfSet(CAMERA_MSG_ADDME_PICTURE_UNMERGED, 0, 0))
+    else if (sendNotifyIfSet(CAMERA_MSG_ADDME_NO_RESULT, 0, 0))
         (void)sendData(CAMERA_MSG_COMPRESSED_IMAGE, mem);
 }
 

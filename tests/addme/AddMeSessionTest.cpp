@@ -51,7 +51,7 @@ protected:
 
 TEST_F(AddMeSession, TheSceneGivesBothPeople) {
     ASSERT_EQ(shoot("-i scene:addme --position 1"), 0);
-    EXPECT_EQ(messages(), (std::vector<std::string>{"ADDME_PICTURE_UNMERGED", "COMPRESSED_IMAGE", "ADDME_PROGRESS",
+    EXPECT_EQ(messages(), (std::vector<std::string>{"ADDME_NO_RESULT", "COMPRESSED_IMAGE", "ADDME_PROGRESS",
                                                     "ADDME_PROGRESS", "ADDME_PROGRESS", "COMPRESSED_IMAGE"}));
     const cv::Mat first = cv::imread((folder / "addme-001.jpg").string());
     const cv::Mat merged = cv::imread((folder / "addme-002.jpg").string());
@@ -69,8 +69,8 @@ TEST_F(AddMeSession, TheSceneGivesBothPeople) {
 
 TEST_F(AddMeSession, UnrelatedPicturesAreRefusedAndDelivered) {
     EXPECT_EQ(shoot("-i scene:landscape -i scene:still-life"), 1);
-    EXPECT_EQ(messages(), (std::vector<std::string>{"ADDME_PICTURE_UNMERGED", "COMPRESSED_IMAGE", "ADDME_ERROR",
-                                                    "ADDME_PICTURE_UNMERGED", "COMPRESSED_IMAGE"}));
+    EXPECT_EQ(messages(), (std::vector<std::string>{"ADDME_NO_RESULT", "COMPRESSED_IMAGE", "ADDME_ERROR",
+                                                    "ADDME_NO_RESULT", "COMPRESSED_IMAGE"}));
     EXPECT_EQ(cv::imread((folder / "addme-002.jpg").string()).size(), cv::Size(1280, 960));
 }
 
