@@ -5,15 +5,18 @@
 #include <algorithm>
 #include <atomic>
 #include <thread>
+#include <vector>
 
 #include "shots/addme/JpegEncoderAddMe.h"
 #include "tests/addme/FakePlusMe.h"
+#include "tests/support/MallocWatch.h"
 #include "tests/support/ShotTest.h"
 
 using namespace android;
 using kov::test::fakePlusMe;
 using kov::test::Lines;
 using kov::test::makeMemory;
+using kov::test::MallocWatch;
 using kov::test::text;
 
 namespace {
@@ -165,6 +168,7 @@ TEST_F(ShotAddMeTest, EachStepOfTheSetUpMayFail) {
         std::function<void()> prepare;
         Lines expected;  // from PreInitialize on
         bool instanceStays = false;
+        size_t mostMemory = SIZE_MAX;
     };
     const Lines asked = kIntroduced + Lines{"pm.GetPermanentBufferSize"};
     const Case cases[] = {
@@ -179,22 +183,22 @@ TEST_F(ShotAddMeTest, EachStepOfTheSetUpMayFail) {
          kIntroduced + kOpened + kSized + Lines{"D ShotAddMe: set resolution failed.[7]"} + kFreed},
         {"no temporary size", [] { fakePlusMe().tempSize = 0; },
          kIntroduced + kOpened + kSized + kAskedTemp + Lines{"D ShotAddMe: buf_size =  -1"}, true},
-// The sanitizers end the process instead, and a 32-bit process may get that much.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(__arm__)
-        {"permanent memory", [] { fakePlusMe().permanentSize = SIZE_MAX / 2; },
-         asked + Lines{"E ShotAddMe: Failed to allocate memory for copy frame."}},
-        {"temporary memory", [] { fakePlusMe().tempSize = SIZE_MAX / 2; },
+        {"permanent memory", [] {}, asked + Lines{"E ShotAddMe: Failed to allocate memory for copy frame."}, false,
+         999},
+        {"temporary memory", [] {},
          kIntroduced + kOpened + kSized + kAskedTemp + Lines{"D ShotAddMe: Failed to allocate memory for temp frame"},
-         true},
-#endif
+         true, 1999},
     };
     for (const Case& failing : cases) {
         SCOPED_TRACE(failing.name);
         fakePlusMe() = {};
         makeReady();
         failing.prepare();
-        EXPECT_EQ(command(1033), kFreed + failing.expected);
-        EXPECT_FALSE(shot->Init());
+        {
+            const MallocWatch scarce(failing.mostMemory);
+            EXPECT_EQ(command(1033), kFreed + failing.expected);
+            EXPECT_FALSE(shot->Init());
+        }
         recorder.take();
         if (failing.instanceStays)
             EXPECT_EQ(command(1034), kStarted);
