@@ -223,6 +223,7 @@ bool ShotAddMe::StartCapture() {
         status = call(PlusMe_StartCapture, mInstance);
         mCapturing = status == 0;
         if (status == 0) {
+            ++mGeneration;
             mSnapshotCount = 0;
             mResultReady = false;
             return true;
@@ -295,8 +296,8 @@ std::optional<int> ShotAddMe::AddFrameJpeg(void* data, unsigned long size, PME_A
     return createResult(generation) ? std::optional(kResultCreated) : std::nullopt;
 }
 
-/// Merges in the library's steps, with a message to the application after each. A merge whose instance was freed
-/// meanwhile ends like one that failed. False when the shot was retired.
+/// Merges in the library's steps, with a message to the application after each. A merge whose series is over ends like
+/// one that failed, and leaves the pictures of a later series alone. False when the shot was retired.
 bool ShotAddMe::createResult(uint32_t generation) {
     {
         const AutoMutex held(mEngineLock);
@@ -373,6 +374,10 @@ sp<IMemoryHeap> ShotAddMe::getPreviewHeap() {
 
 bool ShotAddMe::HandlePreview(unsigned char* frame) {
     const AutoMutex held(mEngineLock);
+    return handlePreviewLocked(frame);
+}
+
+bool ShotAddMe::handlePreviewLocked(unsigned char* frame) {
     PME_API_TimedImage timed = {};
     timed.image.width = mPreviewWidth;
     timed.image.height = mPreviewHeight;
@@ -415,14 +420,17 @@ void ShotAddMe::deliverWithoutMemory(int32_t msgType, const sp<IMemory>& mem) {
 }
 
 void ShotAddMe::processPreviewFrame(const sp<IMemory>& mem) {
-    const sp<IMemory> slot = copyToSlot(mem);
-    if (!slot.get()) {
-        kLog.error("a frame of %zu bytes has no slot", mem->size());
-        (void)sendData(CAMERA_MSG_PREVIEW_FRAME, mem);
-        return;
+    sp<IMemory> slot;
+    {
+        // From copy to feed, so that no other thread's frame is copied over the one that the library looks at.
+        const AutoMutex held(mEngineLock);
+        slot = copyToSlot(mem);
+        if (slot.get())
+            feed(slot);
     }
-    feed(slot);
-    (void)sendData(CAMERA_MSG_PREVIEW_FRAME, slot);
+    if (!slot.get())
+        kLog.error("a frame of %zu bytes has no slot", mem->size());
+    (void)sendData(CAMERA_MSG_PREVIEW_FRAME, slot.get() ? slot : mem);
 }
 
 /// Empty when the frame does not fit: the preview was not started, or its size was changed since.
@@ -442,17 +450,12 @@ sp<IMemory> ShotAddMe::copyToSlot(const sp<IMemory>& mem) {
 /// Shows the frame to the library while a series runs. A frame that is smaller than the library expects is kept from
 /// it.
 void ShotAddMe::feed(const sp<IMemory>& slot) {
-    bool capturing = false;
-    {
-        const AutoMutex held(mEngineLock);
-        capturing = mCapturing;
-    }
     const size_t needed =
         size_t(std::max<int32_t>(mPreviewWidth, 0)) * size_t(std::max<int32_t>(mPreviewHeight, 0)) * 3 / 2;
-    if (!capturing)
+    if (!mCapturing)
         kLog.error("we are not capturing");
     else if (slot->size() >= needed)
-        HandlePreview(static_cast<unsigned char*>(slot->pointer()));
+        handlePreviewLocked(static_cast<unsigned char*>(slot->pointer()));
 }
 
 void ShotAddMe::processPicture(const sp<IMemory>& mem) {

@@ -362,6 +362,7 @@ TEST_F(ShotAddMeTest, AMergeMayBeDisturbedFromWithinItsProgress) {
              test.shot->sendCommand(1034, 0, 0);
          },
          false},
+        {"started again", [](auto& test) { test.shot->sendCommand(1034, 0, 0); }, false},
         {"retired", [](auto& test) { test.retireShot(); }, true},
     };
     for (const auto& disturbance : cases) {
@@ -382,6 +383,19 @@ TEST_F(ShotAddMeTest, AMergeMayBeDisturbedFromWithinItsProgress) {
     }
 }
 
+TEST_F(ShotAddMeTest, ASeriesStartedDuringAMergeKeepsItsPictures) {
+    makeShot();
+    shot->setCallbacks(DuringProgress::onNotify, onData, onDataTimestamp, this);
+    picture();
+    fakePlusMe().progress = {50, 100};
+    DuringProgress::act = [&] {
+        shot->sendCommand(1034, 0, 0);
+        hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(10));
+    };
+    picture();
+    EXPECT_EQ(picture().back(), "app.data 0x100 6");
+}
+
 TEST_F(ShotAddMeTest, TheLibraryIsNeverEnteredTwice) {
     makeReady();
     startPreview();
@@ -392,10 +406,13 @@ TEST_F(ShotAddMeTest, TheLibraryIsNeverEnteredTwice) {
         std::this_thread::yield();
         --inside;
     };
-    std::thread frames([&] {
-        for (int i = 0; i < 100; ++i)
-            hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(kFrame));
-    });
+    std::vector<std::thread> frames;
+    for (const uint8_t fill : {1, 2, 3}) {
+        frames.emplace_back([&, fill] {
+            for (int i = 0; i < 40; ++i)
+                hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(kFrame, fill));
+        });
+    }
     std::thread pictures([&] {
         for (int i = 0; i < 100; ++i)
             hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(10));
@@ -406,10 +423,14 @@ TEST_F(ShotAddMeTest, TheLibraryIsNeverEnteredTwice) {
         if (i % 10 == 0)
             shot->sendCommand(1033, 0, 0);
     }
-    frames.join();
+    for (std::thread& thread : frames)
+        thread.join();
     pictures.join();
     fakePlusMe().during = {};  // what it counts with ends here, the shot does not
     EXPECT_EQ(overlaps, 0);
+    const Lines lines = taken();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(), [](auto& line) { return line.ends_with(" odd"); }), 0)
+        << "a frame was copied over another one that the library looked at";
 }
 
 }  // namespace
