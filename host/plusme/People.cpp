@@ -24,7 +24,7 @@ constexpr int kNear = 15;               // that belongs to a place of the outlin
 constexpr double kMixed = 0.2;          // share of the weaker votes from which on both pictures show a person
 constexpr double kVoteReach = 18;
 constexpr int kGrabRounds = 3;
-constexpr int kLeastPart = 80;  // area
+constexpr int kLeastPart = 80;  // of a person, area
 constexpr int kMargin = 9;      // around a person that must come along
 constexpr int kCutReach = 61;   // around the people in which the cut is sought
 

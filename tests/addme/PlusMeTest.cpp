@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <new>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <string>
@@ -34,9 +35,9 @@ constexpr int32_t code(Status status) {
 /// An instance set up as the shot does it.
 class Engine {
 public:
-    explicit Engine(cv::Size size, size_t tempShort = 0) {
-        PlusMe_PreInitialize(kLarge.width, kLarge.height, 640, 480, 0, &kMemory, 1, 1900000,
-                             android::jpeg_compress_yuv420sp_AddMe);
+    explicit Engine(cv::Size size, size_t tempShort = 0,
+                    PME_API_Encoder encoder = android::jpeg_compress_yuv420sp_AddMe) {
+        PlusMe_PreInitialize(kLarge.width, kLarge.height, 640, 480, 0, &kMemory, 1, 1900000, encoder);
         mPermanent.resize(PlusMe_GetPermanentBufferSize());
         EXPECT_EQ(PlusMe_Initialize(&instance, mPermanent.data(), mPermanent.size()), 0);
         EXPECT_EQ(PlusMe_SetResolution(instance, size.width, size.height, 640, 480), 0);
@@ -205,30 +206,24 @@ TEST(PlusMe, RefusesWithACodeWhatItCannotDo) {
     EXPECT_EQ(PlusMe_Initialize(&none, few, sizeof few), code(Status::BufferTooSmall));
 }
 
-TEST(PlusMe, AnEncoderThatFailsEndsThePair) {
+TEST(PlusMe, AMergeThatFailsEndsThePair) {
     const Pair pair(kMiddle, -150, 150);
-    Engine engine(kMiddle);
-    PlusMe_PreInitialize(2560, 1920, 640, 480, 0, &kMemory, 1, 1900000,
-                         [](unsigned char*, unsigned, unsigned char*, unsigned, unsigned) { return 0; });
-    std::vector<uint8_t> permanent(PlusMe_GetPermanentBufferSize());
-    std::vector<uint8_t> temp(PlusMe_GetTemporaryBufferSize());
-    PME_API_Instance instance = nullptr;
-    PlusMe_Initialize(&instance, permanent.data(), permanent.size());
-    PlusMe_SetResolution(instance, kMiddle.width, kMiddle.height, 640, 480);
-    PlusMe_SetTempBuffer(instance, temp.data(), temp.size());
-    PlusMe_StartCapture(instance);
-    std::swap(engine.instance, instance);
-    EXPECT_EQ(engine.add(pair.first), 0);
-    EXPECT_EQ(engine.add(pair.second), 0);
-    int32_t status = 0;
-    for (int32_t progress = 0; status == 0 && progress < 100;)
-        status = PlusMe_CreateResult(engine.instance, &progress);
-    EXPECT_EQ(status, code(Status::EncoderFailed));
-    EXPECT_EQ(engine.add(pair.first), 0);  // the next pair begins
-    int32_t progress = 0;
-    EXPECT_EQ(PlusMe_CreateResult(engine.instance, &progress), code(Status::NotReady));
-    std::swap(engine.instance, instance);
-    PlusMe_Finalize(&instance);
+    const std::pair<PME_API_Encoder, Status> cases[] = {
+        {[](unsigned char*, unsigned, unsigned char*, unsigned, unsigned) { return 0; }, Status::EncoderFailed},
+        {[](unsigned char*, unsigned, unsigned char*, unsigned, unsigned) -> int { throw std::bad_alloc(); },
+         Status::Internal}};
+    for (const auto& [encoder, expected] : cases) {
+        Engine engine(kMiddle, 0, encoder);
+        EXPECT_EQ(engine.add(pair.first), 0);
+        EXPECT_EQ(engine.add(pair.second), 0);
+        int32_t status = 0;
+        int32_t progress = 0;
+        while (status == 0 && progress < 100)
+            status = PlusMe_CreateResult(engine.instance, &progress);
+        EXPECT_EQ(status, code(expected));
+        EXPECT_EQ(engine.add(pair.first), 0);  // the next pair begins
+        EXPECT_EQ(PlusMe_CreateResult(engine.instance, &progress), code(Status::NotReady));
+    }
 }
 
 }  // namespace
