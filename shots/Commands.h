@@ -62,9 +62,9 @@ enum KovCameraMessage : int32_t {
     CAMERA_MSG_ACTION_ACQUISITION_PROGRESS = 0x1800,  // ext1: progress
     CAMERA_MSG_ACTION_FRAME_ACCEPTED = 0x1A00,
 
-    CAMERA_MSG_ADDME_ERROR = 0x1C00,             // ext1: 0 or 1
-    CAMERA_MSG_ADDME_PICTURE_UNMERGED = 0x1E00,  // a picture without merged result
-    CAMERA_MSG_ADDME_PROGRESS = 0x2000,          // ext1: percent merged
+    CAMERA_MSG_ADDME_ERROR = 0x1C00,      // ext1: 0 or 1
+    CAMERA_MSG_ADDME_NO_RESULT = 0x1E00,  // a picture without merged result
+    CAMERA_MSG_ADDME_PROGRESS = 0x2000,   // ext1: percent merged
 
     CAMERA_MSG_SMILE_DETECTED = 0x2200,
     CAMERA_MSG_CARTOON_PROGRESS = 0x2400,  // ext1: percent rendered

@@ -24,8 +24,9 @@ constexpr int kNear = 15;               // that belongs to a place of the outlin
 constexpr double kMixed = 0.2;          // share of the weaker votes from which on both pictures show a person
 constexpr double kVoteReach = 18;
 constexpr int kGrabRounds = 3;
-constexpr int kMargin = 9;     // around a person that must come along
-constexpr int kCutReach = 61;  // around the people in which the cut is sought
+constexpr int kLeastPart = 80;  // of a person, area
+constexpr int kMargin = 9;      // around a person that must come along
+constexpr int kCutReach = 61;   // around the people in which the cut is sought
 
 cv::Mat ellipse(int size) {
     return cv::getStructuringElement(cv::MORPH_ELLIPSE, {size, size});
@@ -121,6 +122,21 @@ cv::Mat votesFor(const cv::Mat& first, const cv::Mat& second, const cv::Mat& sha
     return votes;
 }
 
+/// `mask` without what is too small or too thin to be a part of a person.
+cv::Mat withoutSpecks(const cv::Mat& mask) {
+    cv::Mat solid;
+    cv::morphologyEx(mask, solid, cv::MORPH_OPEN, ellipse(3));
+    cv::Mat parts;
+    cv::Mat stats;
+    cv::Mat centres;
+    const int count = cv::connectedComponentsWithStats(solid, parts, stats, centres);
+    for (int part = 1; part < count; ++part) {
+        if (stats.at<int>(part, cv::CC_STAT_AREA) < kLeastPart)
+            solid.setTo(0, parts == part);
+    }
+    return solid;
+}
+
 /// The person in `picture`: grown from where the votes say so, against what lies around the shape.
 cv::Mat personIn(const cv::Mat& picture, const cv::Mat& shape, const cv::Mat& likely) {
     cv::Mat labels(shape.size(), CV_8U, cv::Scalar(cv::GC_BGD));
@@ -131,17 +147,49 @@ cv::Mat personIn(const cv::Mat& picture, const cv::Mat& shape, const cv::Mat& li
     cv::Mat background;
     cv::Mat foreground;
     cv::grabCut(picture, labels, {}, background, foreground, kGrabRounds, cv::GC_INIT_WITH_MASK);
-    return (labels == cv::GC_PR_FGD) | (labels == cv::GC_FGD);
+    return withoutSpecks((labels == cv::GC_PR_FGD) | (labels == cv::GC_FGD));
+}
+
+/// The pixels of `picture` where `mask` is set, as a column.
+cv::Mat pixelsOf(const cv::Mat& picture, const cv::Mat& mask) {
+    std::vector<cv::Vec3b> pixels;
+    for (int y = 0; y < picture.rows; ++y)
+        for (int x = 0; x < picture.cols; ++x)
+            if (mask.at<uint8_t>(y, x))
+                pixels.push_back(picture.at<cv::Vec3b>(y, x));
+    return cv::Mat(pixels, true);
+}
+
+/// The person in `picture` once more, where both pictures were found to show one: between an arm and the body one sees
+/// what is behind. The colours of the person are learned where only this picture shows one, those of the background
+/// around the shape and where only the other picture does.
+cv::Mat personBeside(const cv::Mat& picture, const cv::Mat& shape, const cv::Mat& found, const cv::Mat& others) {
+    const cv::Mat person = pixelsOf(picture, found & ~others);
+    const cv::Mat behind = pixelsOf(picture, ~shape | (others & ~found));
+    if (person.rows < kNear * kNear || behind.rows < kNear * kNear)
+        return found;
+    cv::Mat known;
+    cv::vconcat(person, behind, known);
+    cv::Mat labels(known.size(), CV_8U, cv::Scalar(cv::GC_BGD));
+    labels.rowRange(0, person.rows).setTo(cv::GC_FGD);
+    cv::Mat background;
+    cv::Mat foreground;
+    cv::grabCut(known, labels, {}, background, foreground, 0, cv::GC_INIT_WITH_MASK);  // only learns
+    labels = cv::Mat(shape.size(), CV_8U, cv::Scalar(cv::GC_BGD));
+    labels.setTo(cv::GC_PR_BGD, shape);
+    labels.setTo(cv::GC_PR_FGD, found);
+    cv::grabCut(picture, labels, {}, background, foreground, 1, cv::GC_EVAL_FREEZE_MODEL);
+    return withoutSpecks(labels == cv::GC_PR_FGD);
 }
 
 /// Sorts a shape in which both pictures show a person.
 void separate(const cv::Mat& first, const cv::Mat& second, const cv::Mat& shape, const cv::Mat& votes, People* people) {
     cv::Mat tendency;
     cv::GaussianBlur(votes, tendency, {}, kVoteReach);
-    const cv::Mat ofFirst = shape & (tendency > 0);
-    const cv::Mat ofSecond = shape & (tendency < 0);
-    people->first |= personIn(first, shape, ofFirst);
-    people->second |= personIn(second, shape, ofSecond);
+    const cv::Mat inFirst = personIn(first, shape, shape & (tendency > 0));
+    const cv::Mat inSecond = personIn(second, shape, shape & (tendency < 0));
+    people->first |= personBeside(first, shape, inFirst, inSecond);
+    people->second |= personBeside(second, shape, inSecond, inFirst);
 }
 
 void sortShape(const cv::Mat& first, const cv::Mat& second, const std::vector<cv::Point>& outline, People* people) {

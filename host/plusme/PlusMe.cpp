@@ -57,7 +57,10 @@ public:
     Status handlePicture(const uint8_t* jpeg, size_t size);
     Status createStep(int32_t* progress);
     Status result(void** jpeg, long* size) const;
-    void cancel() { mPictures = mSteps = 0; }
+    void cancelCapture() {
+        mPictures = 0;
+        mCapturing = false;
+    }
 
     int front = 0;
 
@@ -111,7 +114,7 @@ Status Instance::setTempBuffer(void* block, size_t size) {
 Status Instance::startCapture() {
     if (!mConfigured)
         return Status::NotReady;
-    cancel();
+    mPictures = 0;
     mJpegSize = 0;
     mCapturing = true;
     return Status::Good;
@@ -229,11 +232,11 @@ Status Instance::compress() {
     return Status::Good;
 }
 
-/// The steps of a merge. A merge that fails ends the pair.
+/// The steps of a merge. A step that fails ends the pair, for its pictures may be changed already.
 Status Instance::createStep(int32_t* progress) {
     if (mPictures != 2)
         return Status::NotReady;
-    Status status = Status::Good;
+    mPictures = 0;  // until the step has come to its end
     switch (mSteps++) {
         case 0:
             findCut();
@@ -244,11 +247,13 @@ Status Instance::createStep(int32_t* progress) {
             *progress = 85;
             break;
         default:
-            status = compress();
-            cancel();
-            *progress = 100;
+            const Status status = compress();
+            if (status == Status::Good)
+                *progress = 100;
+            return status;
     }
-    return status;
+    mPictures = 2;
+    return Status::Good;
 }
 
 Status Instance::result(void** jpeg, long* size) const {
@@ -268,7 +273,6 @@ int32_t run(PME_API_Instance handle, Operation operation) {
     try {
         return static_cast<int32_t>(operation(instance));
     } catch (const std::exception&) {
-        instance.cancel();
         return static_cast<int32_t>(Status::Internal);
     }
 }
@@ -380,7 +384,7 @@ int32_t PlusMe_SwitchFirstPersonPosition(PME_API_Instance instance) {
 
 int32_t PlusMe_CancelCapture(PME_API_Instance instance) {
     return run(instance, [](Instance& target) {
-        target.cancel();
+        target.cancelCapture();
         return Status::Good;
     });
 }

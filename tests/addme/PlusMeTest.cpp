@@ -5,19 +5,22 @@
 
 #include <chrono>
 #include <cstring>
+#include <new>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <string>
 #include <vector>
 
-#include "host/camera/scenes/AddMe.h"
 #include "host/camera/scenes/Outdoors.h"
 #include "host/camera/scenes/Person.h"
 #include "host/plusme/Status.h"
 #include "shots/addme/JpegEncoderAddMe.h"
+#include "tests/addme/MergedScene.h"
 
 using kov::camera::Look;
 using kov::plusme::Status;
+using kov::test::difference;
+using kov::test::wrongShare;
 
 namespace {
 
@@ -32,9 +35,9 @@ constexpr int32_t code(Status status) {
 /// An instance set up as the shot does it.
 class Engine {
 public:
-    explicit Engine(cv::Size size, size_t tempShort = 0) {
-        PlusMe_PreInitialize(kLarge.width, kLarge.height, 640, 480, 0, &kMemory, 1, 1900000,
-                             android::jpeg_compress_yuv420sp_AddMe);
+    explicit Engine(cv::Size size, size_t tempShort = 0,
+                    PME_API_Encoder encoder = android::jpeg_compress_yuv420sp_AddMe) {
+        PlusMe_PreInitialize(kLarge.width, kLarge.height, 640, 480, 0, &kMemory, 1, 1900000, encoder);
         mPermanent.resize(PlusMe_GetPermanentBufferSize());
         EXPECT_EQ(PlusMe_Initialize(&instance, mPermanent.data(), mPermanent.size()), 0);
         EXPECT_EQ(PlusMe_SetResolution(instance, size.width, size.height, 640, 480), 0);
@@ -72,14 +75,6 @@ private:
     std::vector<uint8_t> mTemp;
 };
 
-/// Mean absolute difference of two pictures where `mask` is set, in grey levels.
-double difference(const cv::Mat& a, const cv::Mat& b, const cv::Mat& mask = {}) {
-    cv::Mat all;
-    cv::absdiff(a, b, all);
-    const cv::Scalar mean = cv::mean(all, mask);
-    return (mean[0] + mean[1] + mean[2]) / 3;
-}
-
 /// Two views of a street, the second turned and shifted, with a person each.
 struct Pair {
     cv::Mat first, second;
@@ -113,37 +108,18 @@ struct Pair {
 };
 
 TEST(PlusMe, PutsBothPeopleIntoTheSceneWholeWithinThreeSeconds) {
-    kov::camera::SourceOptions options("");
-    kov::camera::AddMe scene(options);
-    const cv::Mat first = scene.frame(0, kLarge);
-    scene.pictureTaken();
-    const cv::Mat second = scene.frame(0, kLarge);
-    cv::Mat straight;
-    cv::warpAffine(second, straight, kov::camera::AddMe::movement(kLarge), kLarge,
-                   cv::INTER_CUBIC | cv::WARP_INVERSE_MAP, cv::BORDER_REPLICATE);
-    cv::Mat moved = cv::Mat::zeros(kLarge, CV_8U);
-    moved(scene.personBox(1, kLarge)) = 255;
-    cv::warpAffine(moved, moved, kov::camera::AddMe::movement(kLarge), kLarge,
-                   cv::INTER_NEAREST | cv::WARP_INVERSE_MAP);
-    const cv::Rect boxes[] = {scene.personBox(0, kLarge), cv::boundingRect(moved)};
-
+    const kov::test::MergedScene scene(kLarge);
     Engine engine(kLarge);
-    ASSERT_EQ(engine.add(first), 0);
+    ASSERT_EQ(engine.add(scene.first), 0);
     const auto begin = std::chrono::steady_clock::now();
-    ASSERT_EQ(engine.add(second), 0);
+    ASSERT_EQ(engine.add(scene.second), 0);
     const cv::Mat merged = engine.merge();
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
     RecordProperty("milliseconds", static_cast<int>(took.count() * 1000));
 #if defined(NDEBUG) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     EXPECT_LT(took.count(), 3);
 #endif
-    ASSERT_EQ(merged.size(), kLarge);
-    EXPECT_LT(difference(merged(boxes[0]), first(boxes[0])), 3);
-    EXPECT_LT(difference(merged(boxes[1]), straight(boxes[1])), 3);
-    cv::Mat rest(kLarge, CV_8U, cv::Scalar(255));
-    rest(boxes[0]) = 0;
-    rest(boxes[1]) = 0;
-    EXPECT_LT(difference(merged, first, rest), 3);
+    kov::test::expectBothPeopleWhole(merged, scene);
 }
 
 TEST(PlusMe, ThePositionDecidesWhoIsInFront) {
@@ -161,11 +137,11 @@ TEST(PlusMe, ThePositionDecidesWhoIsInFront) {
         ASSERT_EQ(engine.add(pair.first), 0);
         ASSERT_EQ(engine.add(pair.second), 0);
         const cv::Mat merged = engine.merge();
-        cv::imwrite("/tmp/addme/front" + std::to_string(position) + ".png", merged);
         const cv::Mat& wanted = position == 0 ? firstInFront : pair.withBoth;
         EXPECT_LT(difference(merged, wanted), 3);
         EXPECT_LT(difference(merged, wanted, both), 6);
         EXPECT_LT(difference(merged, wanted, pair.person[0] | pair.person[1]), 6);
+        EXPECT_LT(wrongShare(merged, wanted, pair.person[0] | pair.person[1]), 0.012);
         PlusMe_SwitchFirstPersonPosition(engine.instance);
     }
 }
@@ -215,6 +191,9 @@ TEST(PlusMe, RefusesWithACodeWhatItCannotDo) {
     ASSERT_EQ(engine.add(pair.first), 0);
     PlusMe_CancelCapture(engine.instance);
     EXPECT_EQ(PlusMe_CreateResult(engine.instance, &progress), code(Status::NotReady));
+    EXPECT_EQ(engine.add(pair.second), code(Status::NotReady));  // rather than as the first of another pair
+    ASSERT_EQ(PlusMe_StartCapture(engine.instance), 0);
+    EXPECT_EQ(engine.add(pair.first), 0);
 
     EXPECT_EQ(PlusMe_StartCapture(nullptr), code(Status::BadArgument));
     for (const auto& [width, height] : {std::pair(0, 480), {641, 480}, {2562, 1920}, {-640, 480}})
@@ -227,27 +206,24 @@ TEST(PlusMe, RefusesWithACodeWhatItCannotDo) {
     EXPECT_EQ(PlusMe_Initialize(&none, few, sizeof few), code(Status::BufferTooSmall));
 }
 
-TEST(PlusMe, AnEncoderThatFailsEndsThePair) {
+TEST(PlusMe, AMergeThatFailsEndsThePair) {
     const Pair pair(kMiddle, -150, 150);
-    Engine engine(kMiddle);
-    PlusMe_PreInitialize(2560, 1920, 640, 480, 0, &kMemory, 1, 1900000,
-                         [](unsigned char*, unsigned, unsigned char*, unsigned, unsigned) { return 0; });
-    std::vector<uint8_t> permanent(PlusMe_GetPermanentBufferSize());
-    std::vector<uint8_t> temp(PlusMe_GetTemporaryBufferSize());
-    PME_API_Instance instance = nullptr;
-    PlusMe_Initialize(&instance, permanent.data(), permanent.size());
-    PlusMe_SetResolution(instance, kMiddle.width, kMiddle.height, 640, 480);
-    PlusMe_SetTempBuffer(instance, temp.data(), temp.size());
-    PlusMe_StartCapture(instance);
-    std::swap(engine.instance, instance);
-    EXPECT_EQ(engine.add(pair.first), 0);
-    EXPECT_EQ(engine.add(pair.second), 0);
-    int32_t status = 0;
-    for (int32_t progress = 0; status == 0 && progress < 100;)
-        status = PlusMe_CreateResult(engine.instance, &progress);
-    EXPECT_EQ(status, code(Status::EncoderFailed));
-    std::swap(engine.instance, instance);
-    PlusMe_Finalize(&instance);
+    const std::pair<PME_API_Encoder, Status> cases[] = {
+        {[](unsigned char*, unsigned, unsigned char*, unsigned, unsigned) { return 0; }, Status::EncoderFailed},
+        {[](unsigned char*, unsigned, unsigned char*, unsigned, unsigned) -> int { throw std::bad_alloc(); },
+         Status::Internal}};
+    for (const auto& [encoder, expected] : cases) {
+        Engine engine(kMiddle, 0, encoder);
+        EXPECT_EQ(engine.add(pair.first), 0);
+        EXPECT_EQ(engine.add(pair.second), 0);
+        int32_t status = 0;
+        int32_t progress = 0;
+        while (status == 0 && progress < 100)
+            status = PlusMe_CreateResult(engine.instance, &progress);
+        EXPECT_EQ(status, code(expected));
+        EXPECT_EQ(engine.add(pair.first), 0);  // the next pair begins
+        EXPECT_EQ(PlusMe_CreateResult(engine.instance, &progress), code(Status::NotReady));
+    }
 }
 
 }  // namespace

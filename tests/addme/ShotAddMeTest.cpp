@@ -5,15 +5,18 @@
 #include <algorithm>
 #include <atomic>
 #include <thread>
+#include <vector>
 
 #include "shots/addme/JpegEncoderAddMe.h"
 #include "tests/addme/FakePlusMe.h"
+#include "tests/support/MallocWatch.h"
 #include "tests/support/ShotTest.h"
 
 using namespace android;
 using kov::test::fakePlusMe;
 using kov::test::Lines;
 using kov::test::makeMemory;
+using kov::test::MallocWatch;
 using kov::test::text;
 
 namespace {
@@ -165,6 +168,7 @@ TEST_F(ShotAddMeTest, EachStepOfTheSetUpMayFail) {
         std::function<void()> prepare;
         Lines expected;  // from PreInitialize on
         bool instanceStays = false;
+        size_t mostMemory = SIZE_MAX;
     };
     const Lines asked = kIntroduced + Lines{"pm.GetPermanentBufferSize"};
     const Case cases[] = {
@@ -179,22 +183,22 @@ TEST_F(ShotAddMeTest, EachStepOfTheSetUpMayFail) {
          kIntroduced + kOpened + kSized + Lines{"D ShotAddMe: set resolution failed.[7]"} + kFreed},
         {"no temporary size", [] { fakePlusMe().tempSize = 0; },
          kIntroduced + kOpened + kSized + kAskedTemp + Lines{"D ShotAddMe: buf_size =  -1"}, true},
-// The sanitizers end the process instead, and a 32-bit process may get that much.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(__arm__)
-        {"permanent memory", [] { fakePlusMe().permanentSize = SIZE_MAX / 2; },
-         asked + Lines{"E ShotAddMe: Failed to allocate memory for copy frame."}},
-        {"temporary memory", [] { fakePlusMe().tempSize = SIZE_MAX / 2; },
+        {"permanent memory", [] {}, asked + Lines{"E ShotAddMe: Failed to allocate memory for copy frame."}, false,
+         999},
+        {"temporary memory", [] {},
          kIntroduced + kOpened + kSized + kAskedTemp + Lines{"D ShotAddMe: Failed to allocate memory for temp frame"},
-         true},
-#endif
+         true, 1999},
     };
     for (const Case& failing : cases) {
         SCOPED_TRACE(failing.name);
         fakePlusMe() = {};
         makeReady();
         failing.prepare();
-        EXPECT_EQ(command(1033), kFreed + failing.expected);
-        EXPECT_FALSE(shot->Init());
+        {
+            const MallocWatch scarce(failing.mostMemory);
+            EXPECT_EQ(command(1033), kFreed + failing.expected);
+            EXPECT_FALSE(shot->Init());
+        }
         recorder.take();
         if (failing.instanceStays)
             EXPECT_EQ(command(1034), kStarted);
@@ -358,6 +362,7 @@ TEST_F(ShotAddMeTest, AMergeMayBeDisturbedFromWithinItsProgress) {
              test.shot->sendCommand(1034, 0, 0);
          },
          false},
+        {"started again", [](auto& test) { test.shot->sendCommand(1034, 0, 0); }, false},
         {"retired", [](auto& test) { test.retireShot(); }, true},
     };
     for (const auto& disturbance : cases) {
@@ -378,6 +383,19 @@ TEST_F(ShotAddMeTest, AMergeMayBeDisturbedFromWithinItsProgress) {
     }
 }
 
+TEST_F(ShotAddMeTest, ASeriesStartedDuringAMergeKeepsItsPictures) {
+    makeShot();
+    shot->setCallbacks(DuringProgress::onNotify, onData, onDataTimestamp, this);
+    picture();
+    fakePlusMe().progress = {50, 100};
+    DuringProgress::act = [&] {
+        shot->sendCommand(1034, 0, 0);
+        hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(10));
+    };
+    picture();
+    EXPECT_EQ(picture().back(), "app.data 0x100 6");
+}
+
 TEST_F(ShotAddMeTest, TheLibraryIsNeverEnteredTwice) {
     makeReady();
     startPreview();
@@ -388,10 +406,13 @@ TEST_F(ShotAddMeTest, TheLibraryIsNeverEnteredTwice) {
         std::this_thread::yield();
         --inside;
     };
-    std::thread frames([&] {
-        for (int i = 0; i < 100; ++i)
-            hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(kFrame));
-    });
+    std::vector<std::thread> frames;
+    for (const uint8_t fill : {1, 2, 3}) {
+        frames.emplace_back([&, fill] {
+            for (int i = 0; i < 40; ++i)
+                hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(kFrame, fill));
+        });
+    }
     std::thread pictures([&] {
         for (int i = 0; i < 100; ++i)
             hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(10));
@@ -402,10 +423,14 @@ TEST_F(ShotAddMeTest, TheLibraryIsNeverEnteredTwice) {
         if (i % 10 == 0)
             shot->sendCommand(1033, 0, 0);
     }
-    frames.join();
+    for (std::thread& thread : frames)
+        thread.join();
     pictures.join();
     fakePlusMe().during = {};  // what it counts with ends here, the shot does not
     EXPECT_EQ(overlaps, 0);
+    const Lines lines = taken();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(), [](auto& line) { return line.ends_with(" odd"); }), 0)
+        << "a frame was copied over another one that the library looked at";
 }
 
 }  // namespace

@@ -53,11 +53,13 @@ private:
 
     static void takeFirst(Session& session) {
         askForPicture(session);
-        session.wait("first picture", kPictureSeconds, [](const Message& message) {
-            if (message.type == CAMERA_MSG_ADDME_ERROR)
-                throw Error("the first picture was refused; use an even size of at most 2560x1920");
+        bool refused = false;
+        session.wait("first picture", kPictureSeconds, [&](const Message& message) {
+            refused = refused || message.type == CAMERA_MSG_ADDME_ERROR;
             return message.type == CAMERA_MSG_COMPRESSED_IMAGE;
         });
+        if (refused)
+            throw Error("the first picture was refused, and saved as it is; use an even size of at most 2560x1920");
     }
 
     static void takeSecond(Session& session) {
