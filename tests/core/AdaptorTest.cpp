@@ -310,6 +310,22 @@ TEST_F(AdaptorTest, ASwitchFromWithinACallbackWithinAnOperation) {
               Lines{"E KovCameraHardwareInterface: cancelAutoFocus : mCurShot is NULL, returning."});
 }
 
+TEST_F(AdaptorTest, ARegistrationThatOvertakesASwitchIsMadeAgain) {
+    for (const int32_t mode : {1000, 1004}) {
+        open(new FakeCameraHardware);
+        int calls = 0;
+        hardware->during["setCallbacks"] = [&] {
+            if (++calls == 1)
+                adaptor->sendCommand(mode, 0, 0);
+        };
+        setCallbacks();
+        recorder.take();
+        sendOneOfEach();
+        EXPECT_EQ(recorder.take("service.").size(), 3U) << mode;
+        adaptor.clear();
+    }
+}
+
 TEST_F(AdaptorTest, TheLastReferenceMayGoWithinACallback) {
     open(new FakeCameraHardware);
     static CameraHardwareInterface* held;

@@ -62,11 +62,11 @@ sp<IMemoryHeap> FakeCameraHardware::getRawHeap() {
 
 void FakeCameraHardware::setCallbacks(notify_callback notify_cb, data_callback data_cb,
                                       data_callback_timestamp data_cb_timestamp, void* newUser) {
+    call("setCallbacks");  // before: what happens within it may be overtaken by this registration
     notifyCb = notify_cb;
     dataCb = data_cb;
     dataCbTimestamp = data_cb_timestamp;
     user = newUser;
-    call("setCallbacks");
 }
 
 void FakeCameraHardware::enableMsgType(int32_t msgType) {
