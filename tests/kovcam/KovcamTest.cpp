@@ -129,13 +129,12 @@ TEST_F(KovcamTest, RunsAScript) {
     std::ofstream(path("session.kov")) << "0.0 mode single  # a comment\n\n"
                                           "0.0 start-preview\n"
                                           "+0 wait 0x10\n"
-                                          "+0 stop-preview\n"
-                                          "+0 set preview-size 320x240\n"
-                                          "+0 start-preview\n"
-                                          "+0 wait 0x10\n"
                                           "+0 set jpeg-quality 30\n"
                                           "+0 picture\n"
                                           "+0 wait 0x100 timeout 10\n"
+                                          "+0 set preview-size 320x240\n"
+                                          "+0 start-preview\n"
+                                          "+0 wait 0x10\n"
                                           "+0 command 1004\n";
     const Outcome run = kovcam("script " + path("session.kov") + " -i scene:still-life -o " + folder.string() +
                                " --picture-size 640x480 --save-preview 1");
@@ -179,6 +178,8 @@ TEST_F(KovcamTest, SaysInOneLineWhatIsWrong) {
         {"script " + path("bad-wait.kov") + scene + out, "bad-wait.kov:2: write it as wait"},
         {"script " + path("bad-code.kov") + scene + out, "bad-code.kov:1: write it as command"},
         {"", "subcommand"},
+        {"shoot nothing" + scene + out, "\"nothing\""},
+        {"demo -o /proc/none", "cannot be written"},
     };
     for (const auto& wrong : cases) {
         SCOPED_TRACE(wrong.arguments);

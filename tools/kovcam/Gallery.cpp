@@ -16,6 +16,7 @@
 
 #include "tools/kovcam/Error.h"
 #include "tools/kovcam/Mode.h"
+#include "tools/kovcam/PictureWriter.h"
 
 extern char** environ;
 
@@ -110,7 +111,7 @@ std::string joined(const std::vector<std::string>& words) {
 /// Runs one demonstration into a folder of its own. False when it failed.
 bool runItem(const Mode& mode, const Demo& demo, const fs::path& folder) {
     fs::remove_all(folder);
-    fs::create_directories(folder);
+    prepareFolder(folder);
     std::vector<std::string> words = {"shoot", mode.name};
     words.insert(words.end(), demo.arguments.begin(), demo.arguments.end());
     std::vector<std::string> all = words;

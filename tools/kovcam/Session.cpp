@@ -31,18 +31,6 @@ Clock::time_point after(double seconds) {
     return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
-/// Makes the folder and proves that it can be written to.
-void prepareFolder(const std::string& folder) {
-    std::error_code failure;
-    std::filesystem::create_directories(folder, failure);
-    const std::string probe = folder + "/.kovcam";
-    std::FILE* file = std::fopen(probe.c_str(), "w");
-    if (!file)
-        throw Error("the folder " + folder + " cannot be written to; choose another with -o");
-    std::fclose(file);
-    std::filesystem::remove(probe, failure);
-}
-
 void checkSource(const std::string& source) {
     if (const std::string error = kov::camera::checkSource(source); !error.empty())
         throw Error(error);
@@ -277,8 +265,8 @@ std::string Session::savePreview(const sp<IMemory>& data) {
         planar = mPlanar;
     }
     const size_t size = static_cast<size_t>(frame.area()) * 3 / 2;
-    if (path.empty() || data->size() < size)
-        return {};
+    if (path.empty() || data->size() != size)
+        return {};  // not wanted, or still of the size before
     const auto* first = static_cast<const uint8_t*>(data->pointer());
     return mWriter.addFrame(path, {first, first + size}, frame, planar) ? path : std::string();
 }

@@ -212,7 +212,11 @@ int run(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0)
             return app.exit(error);
-        std::fprintf(stderr, "kovcam: %s; try --help\n", error.what());
+        const std::vector<std::string> unknown = app.remaining(true);
+        if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError) && !unknown.empty())
+            std::fprintf(stderr, "kovcam: unknown command or mode \"%s\"; try --help\n", unknown.front().c_str());
+        else
+            std::fprintf(stderr, "kovcam: %s; try --help\n", error.what());
         return error.get_exit_code();
     }
     return 0;
