@@ -186,9 +186,9 @@ std::vector<std::string> spread(const std::vector<std::string>& names, size_t co
 }
 
 void writeImages(std::ostream& page, const Item& item, const std::vector<std::string>& names, bool captions) {
-    const std::string folder = item.folder.filename().string();
+    const fs::path folder = item.folder.filename();
     for (const std::string& name : names) {
-        const std::string path = escaped(folder + "/" + name);
+        const std::string path = escaped((folder / name).string());
         page << "<figure><a href=\"" << path << "\"><img loading=\"lazy\" src=\"" << path << "\" alt=\""
              << escaped(name) << "\"></a>";
         if (captions)
