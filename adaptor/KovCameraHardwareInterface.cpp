@@ -31,10 +31,11 @@ ShotCommon* make(const sp<CameraHardwareInterface>& hardware) {
 
 }  // namespace
 
-wp<CameraHardwareInterface> KovCameraHardwareInterface::singleton;
+// Storage that is never destroyed: the last reference may be dropped by a thread, or by a static object of the service,
+// that outlives the library's static objects. The same holds for Instance.
+wp<CameraHardwareInterface>& KovCameraHardwareInterface::singleton = *new wp<CameraHardwareInterface>;
 
-/// What guards the making and the destroying of adaptors. Never destroyed: the last reference may be dropped by a
-/// thread that outlives the library's static objects.
+/// What guards the making and the destroying of adaptors.
 struct KovCameraHardwareInterface::Instance {
     Mutex lock;
     Condition changed;
@@ -43,6 +44,14 @@ struct KovCameraHardwareInterface::Instance {
     static Instance& get() {
         static Instance* const instance = new Instance;
         return *instance;
+    }
+};
+
+/// Gives up the weak reference when the library is unloaded.
+struct KovCameraHardwareInterface::Unload {
+    ~Unload() {
+        const AutoMutex held(Instance::get().lock);
+        singleton.clear();
     }
 };
 
@@ -68,6 +77,7 @@ private:
 // --- Coming and going
 
 sp<CameraHardwareInterface> KovCameraHardwareInterface::createInstance() {
+    static const Unload atUnload;
     Instance& instance = Instance::get();
     {
         const AutoMutex held(instance.lock);
@@ -123,7 +133,9 @@ Result KovCameraHardwareInterface::forward(const char* lineWithoutShot, Result m
         return operation(*shot);
     if (lineWithoutShot)
         __android_log_print(ANDROID_LOG_ERROR, kTag, "%s", lineWithoutShot);
-    return mHardware.get() ? operation(*mHardware.get()) : missing;
+    // A local reference: the adaptor may be given up within the operation.
+    const sp<CameraHardwareInterface> hardware = mHardware;
+    return hardware.get() ? operation(*hardware.get()) : missing;
 }
 
 sp<IMemoryHeap> KovCameraHardwareInterface::getPreviewHeap() {
@@ -307,6 +319,7 @@ void KovCameraHardwareInterface::releaseCurrentShot() {
 // One thread switches at a time, so that there are never two shots. A second one must not wait for it: the first may be
 // in the vendor layer, which may be waiting for a callback, which may be where the second one comes from.
 void KovCameraHardwareInterface::switchTo(ShotMaker make) {
+    const sp<CameraHardwareInterface> self(this);  // the service may drop its reference within a callback meanwhile
     {
         const AutoMutex held(mShotLock);
         if (mSwitching) {
@@ -382,6 +395,7 @@ void KovCameraHardwareInterface::registerReceiver(uint32_t epoch) {
 
 void KovCameraHardwareInterface::setCallbacks(notify_callback notify, data_callback data,
                                               data_callback_timestamp dataTimestamp, void* user) {
+    const sp<CameraHardwareInterface> self(this);  // as in switchTo
     // A thread that finds the lock taken leaves the registration to its holder, which makes the very same one, and so
     // never waits for the vendor layer.
     const bool locked = mLock.tryLock() == 0;

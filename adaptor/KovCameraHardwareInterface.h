@@ -74,6 +74,7 @@ private:
 
     class CurrentShot;
     struct Instance;
+    struct Unload;
 
     KovCameraHardwareInterface();
 
@@ -91,7 +92,7 @@ private:
     uint32_t setShot(ShotInterface* shot, ShotGate* gate);
     void registerReceiver(uint32_t epoch);
 
-    static wp<CameraHardwareInterface> singleton;
+    static wp<CameraHardwareInterface>& singleton;  // guarded by Instance::lock
 
     Mutex mLock;  // held while the service's callbacks are registered
     CallbackSet mCallbacks;

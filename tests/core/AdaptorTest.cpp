@@ -2,8 +2,12 @@
 
 #include "adaptor/KovCameraHardwareInterface.h"
 
+#include <android/log.h>
+
+#include <cstdlib>
 #include <functional>
 
+#include "host/runtime/Log.h"
 #include "shots/Commands.h"
 #include "tests/support/ShotTest.h"
 
@@ -306,6 +310,22 @@ TEST_F(AdaptorTest, ASwitchFromWithinACallbackWithinAnOperation) {
               Lines{"E KovCameraHardwareInterface: cancelAutoFocus : mCurShot is NULL, returning."});
 }
 
+TEST_F(AdaptorTest, ARegistrationThatOvertakesASwitchIsMadeAgain) {
+    for (const int32_t mode : {1000, 1004}) {
+        open(new FakeCameraHardware);
+        int calls = 0;
+        hardware->during["setCallbacks"] = [&] {
+            if (++calls == 1)
+                adaptor->sendCommand(mode, 0, 0);
+        };
+        setCallbacks();
+        recorder.take();
+        sendOneOfEach();
+        EXPECT_EQ(recorder.take("service.").size(), 3U) << mode;
+        adaptor.clear();
+    }
+}
+
 TEST_F(AdaptorTest, TheLastReferenceMayGoWithinACallback) {
     open(new FakeCameraHardware);
     static CameraHardwareInterface* held;
@@ -317,6 +337,51 @@ TEST_F(AdaptorTest, TheLastReferenceMayGoWithinACallback) {
     hardware->notify(CAMERA_MSG_SHUTTER);
     EXPECT_EQ(recorder.take(), kSingleDestroyed);
     EXPECT_EQ(hardware->getStrongCount(), 2);
+}
+
+TEST_F(AdaptorTest, TheLastReferenceMayGoWithinAnOperation) {
+    const struct {
+        const char* name;
+        int32_t mode;
+        const char* vendorOperation;  // calls back; the service drops its reference there
+        std::function<void(CameraHardwareInterface&)> run;
+    } cases[] = {
+        {"picture", 1000, "takePicture", [](auto& c) { c.takePicture(); }},
+        {"picture without a shot", 1004, "takePicture", [](auto& c) { c.takePicture(); }},
+        {"registration", 1000, "setCallbacks", [](auto& c) { c.setCallbacks(nullptr, nullptr, nullptr, nullptr); }},
+        {"registration without a shot", 1004, "setCallbacks",
+         [](auto& c) { c.setCallbacks(nullptr, nullptr, nullptr, nullptr); }},
+        {"switch", 1000, "setCallbacks", [](auto& c) { c.sendCommand(1000, 0, 0); }},
+        {"release", 1000, "setCallbacks", [](auto& c) { c.sendCommand(1004, 0, 0); }},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.name);
+        open(new FakeCameraHardware);
+        adaptor->sendCommand(test.mode, 0, 0);
+        const wp<FakeCameraHardware> vendor = hardware;
+        CameraHardwareInterface& inUse = *adaptor.get();
+        hardware->during[test.vendorOperation] = [&] {
+            FakeCameraHardware::setNext(nullptr);
+            hardware.clear();
+            adaptor.clear();
+            EXPECT_TRUE(vendor.promote().get()) << "the vendor layer went while it was in use";
+        };
+        test.run(inUse);
+        EXPECT_FALSE(vendor.promote().get()) << "an adaptor or a shot was left over";
+    }
+}
+
+// Constructed before every other static object, and so destroyed after all of them.
+__attribute__((init_priority(101))) sp<CameraHardwareInterface> heldToTheEnd;
+
+TEST(AdaptorLifeTest, AnAdaptorMayOutliveTheStaticObjects) {
+    const auto endHoldingOne = [] {
+        kov::host::setLogLevel(ANDROID_LOG_SILENT);
+        FakeCameraHardware::setNext(new FakeCameraHardware);
+        heldToTheEnd = openKovCameraHardware();
+        std::exit(0);
+    };
+    EXPECT_EXIT(endHoldingOne(), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

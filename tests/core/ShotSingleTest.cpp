@@ -34,4 +34,64 @@ TEST_F(ShotSingleTest, StillCaptureInItsOrder) {
                      "I ShotSingle: ShotSingle destroyed: pid=PID", "I ShotCommon: ShotCommon destroyed: pid=PID"}));
 }
 
+TEST_F(ShotSingleTest, MessagesWithoutACallbackAreDroppedWithALine) {
+    makeShot();
+    shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
+    recorder.take();
+    hardware->notify(CAMERA_MSG_SHUTTER);
+    hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, kov::test::makeMemory(1));
+    hardware->dataTimestamp(1, CAMERA_MSG_VIDEO_FRAME, kov::test::makeMemory(1));
+    EXPECT_EQ(recorder.take(),
+              (Lines{"E ShotSingle: mNotifyCb is NULL, returning.", "E ShotSingle: mDataCb is NULL, returning.",
+                     "E ShotSingle: mDataCbTimestamp is NULL, returning."}));
+}
+
+/// The geometry of a shot, which it shares with every mode.
+class Geometry : public ShotSingle {
+public:
+    explicit Geometry(const sp<CameraHardwareInterface>& hardware) : ShotSingle(hardware) {}
+    Lines all() const {
+        return {kov::test::text("%dx%d %d", getPreviewWidth(), getPreviewHeight(), mPreviewFormat.load()),
+                kov::test::text("%dx%d %d", mPictureWidth.load(), mPictureHeight.load(), mPictureFormat.load())};
+    }
+    void readAgain() { init(); }
+};
+
+TEST_F(ShotSingleTest, GeometryIsReadAtConstructionAndThePreviewSizeAtEveryStart) {
+    Geometry geometry(hardware);
+    EXPECT_EQ(geometry.all(), (Lines{"640x480 35", "2560x1920 0"}));
+    CameraParameters changed = hardware->params;
+    changed.setPreviewSize(320, 240);
+    changed.setPreviewFormat("yuv420p");
+    changed.setPictureSize(800, 600);
+    EXPECT_EQ(geometry.setParameters(changed), NO_ERROR);
+    EXPECT_EQ(geometry.all(), (Lines{"640x480 35", "2560x1920 0"}));
+    recorder.take();
+    EXPECT_EQ(geometry.startPreview(), NO_ERROR);
+    EXPECT_EQ(recorder.take(), Lines{"hw.startPreview"});
+    EXPECT_EQ(geometry.all(), (Lines{"320x240 35", "2560x1920 0"}));
+
+    hardware->params.remove(CameraParameters::KEY_PREVIEW_FORMAT);
+    hardware->params.remove(CameraParameters::KEY_PICTURE_FORMAT);
+    geometry.readAgain();
+    EXPECT_EQ(recorder.take(), (Lines{"I ShotCommon: Preview width(320), height(240)",
+                                      "I ShotCommon: Picture width(800), height(600)"}));
+    EXPECT_EQ(geometry.all(), (Lines{"320x240 35", "800x600 0"}));
+}
+
+TEST_F(ShotSingleTest, WithItsVendorLayerTakenAwayItKeepsItsCallbacksAndRefuses) {
+    makeShot();
+    shot->setCameraHardware(nullptr);
+    recorder.take();
+    shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
+    EXPECT_EQ(shot->takePicture(), INVALID_OPERATION);
+    EXPECT_EQ(shot->startPreview(), INVALID_OPERATION);
+    hardware->notify(CAMERA_MSG_SHUTTER);
+    EXPECT_EQ(recorder.take(),
+              (Lines{"E ShotSingle: mHardware is NULL, returning.", "E ShotSingle: mHardware is NULL, returning.",
+                     "E ShotCommon: mHardware is NULL, returning.", "app.notify 0x2 0 0"}));
+    shot->ShotCommon::setCallbacks(nullptr, nullptr, nullptr, nullptr);
+    EXPECT_EQ(recorder.take(), Lines{"E ShotCommon: setCallbacks must be implemented in each shot"});
+}
+
 }  // namespace

@@ -22,6 +22,7 @@ using kov::test::FakeCameraHardware;
 namespace {
 
 constexpr auto kWatchdog = std::chrono::seconds(20);
+constexpr uint64_t kSwitchWithin = 64;  // the service switches within every so manieth message
 
 /// How long to go on: short within the suite, as long as the environment says for a soak.
 std::chrono::milliseconds duration() {
@@ -32,8 +33,9 @@ std::chrono::milliseconds duration() {
 /// The camera service: one lock of its own, taken around its calls and in its callbacks.
 struct Service {
     std::recursive_mutex lock;
-    std::atomic<uint64_t> delivered{0}, switched{0}, opened{0};
+    std::atomic<uint64_t> delivered{0}, switched{0}, switchedWithin{0}, switchedWithinPicture{0}, opened{0};
     std::atomic<bool> stop{false};
+    std::atomic<int> running{0};  // threads that have not ended
 
     void switchAtRandom(CameraHardwareInterface& adaptor, uint32_t random) {
         adaptor.sendCommand(1000 + static_cast<int32_t>(random % 17), 0, 0);
@@ -43,62 +45,95 @@ struct Service {
     void received() {
         const std::lock_guard held(lock);
         const uint64_t count = delivered.fetch_add(1, std::memory_order_relaxed);
-        if (count % 64 != 0)
-            return;
-        // The application switches modes from within its callback.
+        if (count % kSwitchWithin == 0)
+            switchWithin(count, switchedWithin);
+    }
+
+    /// A picture, which the vendor layer delivers within `takePicture`.
+    void receivedPicture() {
+        const std::lock_guard held(lock);
+        const uint64_t count = delivered.fetch_add(1, std::memory_order_relaxed);
+        if (count % 2 == 0)
+            switchWithin(count, switchedWithinPicture);
+    }
+
+    void switchWithin(uint64_t count, std::atomic<uint64_t>& counter) {
         const sp<CameraHardwareInterface> adaptor = openKovCameraHardware();
-        switchAtRandom(*adaptor.get(), static_cast<uint32_t>(count / 64));
+        switchAtRandom(*adaptor.get(), static_cast<uint32_t>(count / 2));
+        counter.fetch_add(1, std::memory_order_relaxed);
     }
 
     void registerAt(CameraHardwareInterface& adaptor) {
         adaptor.setCallbacks(
             [](int32_t, int32_t, int32_t, void* self) { static_cast<Service*>(self)->received(); },
-            [](int32_t, const sp<IMemory>&, void* self) { static_cast<Service*>(self)->received(); },
+            [](int32_t type, const sp<IMemory>&, void* self) {
+                auto* const service = static_cast<Service*>(self);
+                type == CAMERA_MSG_COMPRESSED_IMAGE ? service->receivedPicture() : service->received();
+            },
             [](int64_t, int32_t, const sp<IMemory>&, void* self) { static_cast<Service*>(self)->received(); }, this);
     }
+
+    // The threads below hold the adaptor for a few calls at a time and rest without it, so that the last reference
+    // goes, and another adaptor is made, again and again.
 
     void switcher(uint32_t seed) {
         std::minstd_rand random(seed);
         while (!stop) {
-            const sp<CameraHardwareInterface> adaptor = openKovCameraHardware();
-            for (int i = 0; i < 50 && !stop; ++i) {
-                std::unique_lock held(lock, std::defer_lock);
-                if (random() % 2)
-                    held.lock();
-                switchAtRandom(*adaptor.get(), random());
+            useAdaptor(random, [&](CameraHardwareInterface& adaptor) {
+                switchAtRandom(adaptor, random());
                 if (random() % 4 == 0)
-                    adaptor->takePicture();
+                    adaptor.takePicture();
                 if (random() % 8 == 0)
-                    adaptor->startPreview();
-            }
+                    adaptor.startPreview();
+            });
         }
     }
 
     void registrar() {
-        while (!stop) {
+        std::minstd_rand random(3);
+        while (!stop)
+            useAdaptor(random, [&](CameraHardwareInterface& adaptor) { registerAt(adaptor); });
+    }
+
+    /// Some calls, half of them under the lock, then a rest.
+    template <typename Call>
+    void useAdaptor(std::minstd_rand& random, Call call) {
+        {
             const sp<CameraHardwareInterface> adaptor = openKovCameraHardware();
-            for (int i = 0; i < 20 && !stop; ++i)
-                registerAt(*adaptor.get());
+            for (auto left = random() % 16; left > 0; --left) {
+                std::unique_lock held(lock, std::defer_lock);
+                if (random() % 2)
+                    held.lock();
+                call(*adaptor.get());
+            }
         }
+        rest(random);
     }
 
     void opener() {
+        std::minstd_rand random(4);
         while (!stop) {
             const sp<CameraHardwareInterface> adaptor = openKovCameraHardware();
             registerAt(*adaptor.get());
             opened.fetch_add(1, std::memory_order_relaxed);
+            if (random() % 4 == 0)
+                rest(random);
         }
+    }
+
+    static void rest(std::minstd_rand& random) {
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 1000));
     }
 
     uint64_t progress() const { return delivered + switched + opened; }
 };
 
-/// Waits for the end of the run; ends the process when nothing moves any more.
-void watch(const Service& service) {
-    const auto end = std::chrono::steady_clock::now() + duration();
+/// Waits for `done`; ends the process when nothing moves any more.
+template <typename Done>
+void watch(const Service& service, Done done) {
     uint64_t last = 0;
     auto lastMove = std::chrono::steady_clock::now();
-    while (std::chrono::steady_clock::now() < end) {
+    while (!done()) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         const auto now = std::chrono::steady_clock::now();
         if (service.progress() != last) {
@@ -116,31 +151,56 @@ TEST(SwitchStressTest, NothingTouchesTheDeadAndNobodyWaitsForever) {
     kov::host::setLogLevel(ANDROID_LOG_SILENT);
     const sp<BusyVendor> vendor = new BusyVendor;
     FakeCameraHardware::setNext(vendor.get());
+    const size_t openedBefore = FakeCameraHardware::timesOpened();
     static Service service;  // late messages may arrive until the process ends
 
     std::vector<std::thread> threads;
-    for (int kind = 0; kind < 3; ++kind)
-        threads.emplace_back([&, kind] {
-            while (!service.stop)
-                vendor->deliver(kind);
+    const auto start = [&](auto work) {
+        ++service.running;
+        threads.emplace_back([work] {
+            work();
+            --service.running;
         });
-    threads.emplace_back([] { service.switcher(1); });
-    threads.emplace_back([] { service.switcher(2); });
-    threads.emplace_back([] { service.registrar(); });
-    threads.emplace_back([] { service.opener(); });
+    };
+    for (int kind = 0; kind < 3; ++kind)
+        start([&vendor = *vendor.get(), kind] {
+            while (!service.stop)
+                vendor.deliver(kind);
+        });
+    start([] { service.switcher(1); });
+    start([] { service.switcher(2); });
+    start([] { service.registrar(); });
+    start([] { service.opener(); });
 
-    watch(service);
+    const auto end = std::chrono::steady_clock::now() + duration();
+    watch(service, [end] { return std::chrono::steady_clock::now() >= end; });
+    sp<CameraHardwareInterface> adaptor = openKovCameraHardware();
+    service.registerAt(*adaptor.get());
     service.stop = true;
+    watch(service, [] { return service.running == 0; });
     for (std::thread& thread : threads)
         thread.join();
+
+    const uint64_t before = service.delivered;
+    for (int kind = 0; kind < 3; ++kind)
+        vendor->deliver(kind);
+    EXPECT_EQ(service.delivered - before, 3U) << "the vendor layer was left with a receiver that is gone";
+    adaptor.clear();
     FakeCameraHardware::setNext(nullptr);
 
     EXPECT_GT(service.delivered, 100U);
     EXPECT_GT(service.switched, 100U);
-    EXPECT_GT(service.opened, 10U);
-    std::printf("%llu messages delivered, %llu switches, %llu openings\n",
-                static_cast<unsigned long long>(service.delivered), static_cast<unsigned long long>(service.switched),
-                static_cast<unsigned long long>(service.opened));
+    EXPECT_GT(service.switchedWithin, 0U);
+    EXPECT_GT(service.switchedWithinPicture, 0U);
+    EXPECT_GT(vendor->receivers, 100U);
+    EXPECT_GT(FakeCameraHardware::timesOpened() - openedBefore, 10U);
+    const auto shown = [](const std::atomic<uint64_t>& count) { return static_cast<unsigned long long>(count); };
+    std::printf(
+        "%llu messages delivered; %llu switches asked for (%llu within callbacks, %llu within takePicture), %llu "
+        "changes of the receiver made; %llu openings, %zu adaptors\n",
+        shown(service.delivered), shown(service.switched), shown(service.switchedWithin),
+        shown(service.switchedWithinPicture), shown(vendor->receivers), shown(service.opened),
+        FakeCameraHardware::timesOpened() - openedBefore);
     vendor->waitUntilNobodyElseHoldsIt();
     EXPECT_EQ(vendor->getStrongCount(), 1);  // no adaptor, no shot and no thread of one was left over
 }

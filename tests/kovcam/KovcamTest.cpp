@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -53,6 +54,15 @@ protected:
         return found;
     }
 
+    std::string lastPreview() const {
+        std::string last;
+        for (const auto& entry : fs::directory_iterator(folder)) {
+            if (entry.path().filename().string().starts_with("preview-"))
+                last = std::max(last, entry.path().string());
+        }
+        return last;
+    }
+
     static cv::Mat testPicture() {
         cv::Mat picture(600, 800, CV_8UC3, cv::Scalar(200, 180, 90));
         cv::circle(picture, {400, 300}, 200, {30, 60, 220}, cv::FILLED);
@@ -89,22 +99,29 @@ TEST_F(KovcamTest, TheTraceShowsAStillCaptureInItsOrder) {
                                " --preview-size 320x240 --picture-size 640x480 --trace " + path("trace.jsonl"));
     ASSERT_EQ(run.status, 0) << run.output;
     std::vector<std::string> seen;
+    double last = 0;
     std::ifstream file(path("trace.jsonl"));
     for (std::string line; std::getline(file, line);) {
         const auto json = nlohmann::json::parse(line);
-        EXPECT_GE(json["t"].get<double>(), 0);
         const std::string name = json.value("name", "");
         const std::string text = json.value("text", "");
+        EXPECT_GE(json["t"].get<double>(), last);
+        last = json["t"].get<double>();
         if (name == "PREVIEW_FRAME" && (seen.empty() || seen.back() != name))
             seen.push_back(name);
-        else if (name == "startPreview" || name == "SHUTTER" || name == "COMPRESSED_IMAGE")
+        else if (name == "startPreview" || name == "takePicture")
+            seen.push_back(json["kind"].get<std::string>() + " " + name);
+        else if (name == "SHUTTER" || name == "COMPRESSED_IMAGE")
             seen.push_back(name);
-        else if (text == "ShotSingle::takePicture start" || text == "CAMERA_MSG_COMPRESSED_IMAGE")
+        else if (text.starts_with("ShotSingle::takePicture") || text == "CAMERA_MSG_COMPRESSED_IMAGE")
             seen.push_back(text);
     }
-    const auto expected = std::vector<std::string>{
-        "startPreview",    "PREVIEW_FRAME", "ShotSingle::takePicture start", "SHUTTER", "CAMERA_MSG_COMPRESSED_IMAGE",
-        "COMPRESSED_IMAGE"};
+    // The camera's own thread sends the shutter while takePicture returns, or after.
+    ASSERT_EQ(std::erase(seen, "SHUTTER"), 1U) << run.output;
+    const auto expected =
+        std::vector<std::string>{"call startPreview",  "result startPreview",           "PREVIEW_FRAME",
+                                 "call takePicture",   "ShotSingle::takePicture start", "ShotSingle::takePicture end",
+                                 "result takePicture", "CAMERA_MSG_COMPRESSED_IMAGE",   "COMPRESSED_IMAGE"};
     EXPECT_EQ(seen, expected) << run.output;
 }
 
@@ -115,17 +132,23 @@ TEST_F(KovcamTest, RunsAScript) {
                                           "+0 set jpeg-quality 30\n"
                                           "+0 picture\n"
                                           "+0 wait 0x100 timeout 10\n"
+                                          "+0 set preview-size 320x240\n"
+                                          "+0 start-preview\n"
+                                          "+0 wait 0x10\n"
                                           "+0 command 1004\n";
     const Outcome run = kovcam("script " + path("session.kov") + " -i scene:still-life -o " + folder.string() +
-                               " --picture-size 640x480");
+                               " --picture-size 640x480 --save-preview 1");
     EXPECT_EQ(run.status, 0) << run.output;
     EXPECT_EQ(count("picture-"), 1U);
+    EXPECT_EQ(cv::imread(path("preview-00000.jpg")).size(), cv::Size(640, 480));
+    EXPECT_EQ(cv::imread(lastPreview()).size(), cv::Size(320, 240));
 }
 
 TEST_F(KovcamTest, SaysInOneLineWhatIsWrong) {
     std::ofstream(path("broken.avi")) << "this is no video";
     std::ofstream(path("bad-step.kov")) << "0 start-preview\n1 jump\n";
     std::ofstream(path("bad-time.kov")) << "soon picture\n";
+    std::ofstream(path("bad-code.kov")) << "0 command 99999999999\n";
     std::ofstream(path("bad-wait.kov")) << "0 picture\n0 wait 0x100 timeout soon\n";
     const std::string out = " -o " + folder.string();
     const std::string scene = " -i scene:still-life";
@@ -140,15 +163,23 @@ TEST_F(KovcamTest, SaysInOneLineWhatIsWrong) {
         {"shoot single" + scene + out + " --preview-size 641x480", "641x480"},
         {"shoot single" + scene + out + " --picture-size 9000x9000", "9000x9000"},
         {"shoot single" + scene + out + " --picture-size large", "write it as 640x480"},
-        {"shoot single" + scene + out + " --quality 300", "jpeg-quality"},
+        {"shoot single" + scene + out + " --quality 300", "--quality"},
+        {"shoot single" + scene + out + " --quality 0", "--quality"},
+        {"shoot single" + scene + out + " --fps 31", "preview-frame-rate"},
+        {"shoot single" + scene + out + " --count 0", "--count"},
         {"shoot single" + scene + out + " --trace /none/trace", "/none/trace"},
         {"shoot single" + scene + " -i b" + out, "too many sources"},
         {"shoot single" + out, "--input"},
+        {"shoot single" + scene + out + " --picture-size 640x480 --trace /dev/full", "/dev/full"},
+        {"script " + folder.string() + scene + out, "cannot be read"},
         {"script " + path("none.kov") + scene + out, "cannot be read"},
         {"script " + path("bad-step.kov") + scene + out, "bad-step.kov:2: \"jump\""},
         {"script " + path("bad-time.kov") + scene + out, "bad-time.kov:1: \"soon\""},
         {"script " + path("bad-wait.kov") + scene + out, "bad-wait.kov:2: write it as wait"},
+        {"script " + path("bad-code.kov") + scene + out, "bad-code.kov:1: write it as command"},
         {"", "subcommand"},
+        {"shoot nothing" + scene + out, "\"nothing\""},
+        {"demo -o /proc/none", "cannot be written"},
     };
     for (const auto& wrong : cases) {
         SCOPED_TRACE(wrong.arguments);
@@ -162,6 +193,11 @@ TEST_F(KovcamTest, SaysInOneLineWhatIsWrong) {
 
 TEST_F(KovcamTest, WhatWasSavedStaysWhenALaterStepFails) {
     std::ofstream(path("session.kov")) << "0 start-preview\n0 picture\n0 wait 0x100\n0 wait 0xA00 timeout 0.1\n";
+    std::ofstream(path("trace.jsonl")) << "of an earlier session";
+    const auto traceSize = fs::file_size(path("trace.jsonl"));
+    EXPECT_NE(kovcam("shoot single -i scene:nowhere -o " + folder.string() + " --trace " + path("trace.jsonl")).status,
+              0);
+    EXPECT_EQ(fs::file_size(path("trace.jsonl")), traceSize);
     const Outcome run = kovcam("script " + path("session.kov") + " -i scene:still-life -o " + folder.string() +
                                " --picture-size 640x480");
     EXPECT_EQ(run.status, 1);

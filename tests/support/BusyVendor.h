@@ -1,6 +1,7 @@
 // A vendor layer that delivers without pause while everything else goes on.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <mutex>
 #include <thread>
@@ -17,6 +18,7 @@ public:
     void setCallbacks(android::notify_callback notify, android::data_callback data,
                       android::data_callback_timestamp timestamp, void* user) override {
         const std::lock_guard held(mLock);
+        receivers += user != mRegistered.user;
         mRegistered = {notify, data, timestamp, user};
     }
     android::status_t takePicture() override {
@@ -37,6 +39,8 @@ public:
     android::status_t startPreview() override { return android::NO_ERROR; }
     void stopPreview() override {}
     android::status_t sendCommand(int32_t, int32_t, int32_t) override { return android::NO_ERROR; }
+
+    std::atomic<uint64_t> receivers{0};  // changes of who receives the messages
 
     /// A kind for each thread: 0 notifications, 1 frames, 2 timestamped frames.
     void deliver(int kind) {

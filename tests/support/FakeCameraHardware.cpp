@@ -2,6 +2,8 @@
 
 #include "tests/support/FakeCameraHardware.h"
 
+#include <atomic>
+
 #include "tests/support/Recorder.h"
 
 using namespace android;
@@ -9,6 +11,8 @@ using namespace android;
 namespace kov::test {
 
 namespace {
+std::atomic<size_t> gOpened{0};
+
 sp<CameraHardwareInterface>& next() {
     static sp<CameraHardwareInterface> hardware;
     return hardware;
@@ -26,6 +30,16 @@ FakeCameraHardware::~FakeCameraHardware() = default;
 
 void FakeCameraHardware::setNext(const sp<CameraHardwareInterface>& hardware) {
     next() = hardware;
+}
+
+sp<CameraHardwareInterface> FakeCameraHardware::open() {
+    ++gOpened;
+    record("openCameraHardware");
+    return next();
+}
+
+size_t FakeCameraHardware::timesOpened() {
+    return gOpened;
 }
 
 status_t FakeCameraHardware::call(const std::string& name, const std::string& arguments) {
@@ -48,11 +62,11 @@ sp<IMemoryHeap> FakeCameraHardware::getRawHeap() {
 
 void FakeCameraHardware::setCallbacks(notify_callback notify_cb, data_callback data_cb,
                                       data_callback_timestamp data_cb_timestamp, void* newUser) {
+    call("setCallbacks");  // before: what happens within it may be overtaken by this registration
     notifyCb = notify_cb;
     dataCb = data_cb;
     dataCbTimestamp = data_cb_timestamp;
     user = newUser;
-    call("setCallbacks");
 }
 
 void FakeCameraHardware::enableMsgType(int32_t msgType) {
@@ -91,6 +105,5 @@ status_t FakeCameraHardware::dump(int fd, const Vector<String16>& args) const {
 }  // namespace kov::test
 
 sp<CameraHardwareInterface> openCameraHardware() {
-    kov::test::record("openCameraHardware");
-    return kov::test::next();
+    return kov::test::FakeCameraHardware::open();
 }

@@ -3,6 +3,7 @@
 
 #include <camera/CameraHardwareInterface.h>
 
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <string>
@@ -18,6 +19,10 @@ public:
 
     /// What `openCameraHardware` returns from now on; empty for none. Records "openCameraHardware" when called.
     static void setNext(const android::sp<android::CameraHardwareInterface>& hardware);
+    /// What `openCameraHardware` does.
+    static android::sp<android::CameraHardwareInterface> open();
+    /// Calls of `openCameraHardware` so far.
+    static size_t timesOpened();
 
     android::CameraParameters params;                     // what getParameters returns
     std::map<std::string, android::status_t> results;     // by operation name; 0 where missing

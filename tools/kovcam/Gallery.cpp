@@ -16,6 +16,7 @@
 
 #include "tools/kovcam/Error.h"
 #include "tools/kovcam/Mode.h"
+#include "tools/kovcam/PictureWriter.h"
 
 extern char** environ;
 
@@ -111,7 +112,7 @@ std::string joined(const std::vector<std::string>& words) {
 /// Runs one demonstration into a folder of its own. False when it failed.
 bool runItem(const Mode& mode, const Demo& demo, const fs::path& folder) {
     fs::remove_all(folder);
-    fs::create_directories(folder);
+    prepareFolder(folder);
     std::vector<std::string> words = {"shoot", mode.name};
     words.insert(words.end(), demo.arguments.begin(), demo.arguments.end());
     std::vector<std::string> all = words;
@@ -186,9 +187,9 @@ std::vector<std::string> spread(const std::vector<std::string>& names, size_t co
 }
 
 void writeImages(std::ostream& page, const Item& item, const std::vector<std::string>& names, bool captions) {
-    const std::string folder = item.folder.filename().string();
+    const fs::path folder = item.folder.filename();
     for (const std::string& name : names) {
-        const std::string path = escaped(folder + "/" + name);
+        const std::string path = escaped((folder / name).string());
         page << "<figure><a href=\"" << path << "\"><img loading=\"lazy\" src=\"" << path << "\" alt=\""
              << escaped(name) << "\"></a>";
         if (captions)

@@ -2,6 +2,8 @@
 
 #include "tools/kovcam/PictureWriter.h"
 
+#include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -38,6 +40,17 @@ cv::Mat toBgr(const uint8_t* frame, cv::Size size, bool planar) {
     return picture;
 }
 }  // namespace
+
+void prepareFolder(const std::string& folder) {
+    std::error_code failure;
+    std::filesystem::create_directories(folder, failure);
+    const std::string probe = folder + "/.kovcam";
+    std::FILE* file = std::fopen(probe.c_str(), "w");
+    if (!file)
+        throw Error("the folder " + folder + " cannot be written to; choose another with -o");
+    std::fclose(file);
+    std::filesystem::remove(probe, failure);
+}
 
 PictureWriter::PictureWriter() : mThread([this] { run(); }) {}
 

@@ -12,6 +12,9 @@
 
 namespace kov::cam {
 
+/// Makes the folder and proves that it can be written to. Throws Error when it cannot.
+void prepareFolder(const std::string& folder);
+
 /// Takes copies, so that callbacks return quickly. Any thread may add.
 class PictureWriter {
 public:

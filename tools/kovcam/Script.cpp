@@ -2,6 +2,7 @@
 
 #include "tools/kovcam/Script.h"
 
+#include <charconv>
 #include <chrono>
 #include <fstream>
 #include <functional>
@@ -20,18 +21,26 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr double kWaitSeconds = 30;  // where a script names no time-out
+constexpr double kMostSeconds = 86400;
 
-/// A whole number, decimal or with 0x.
+template <typename Number>
+std::optional<int32_t> parse(const std::string& text, size_t begin, int base) {
+    const char* const last = text.data() + text.size();
+    Number value = 0;
+    const auto [end, failure] = std::from_chars(text.data() + begin, last, value, base);
+    return failure == std::errc() && end == last ? std::optional(static_cast<int32_t>(value)) : std::nullopt;
+}
+
+/// A whole number of 32 bits, decimal or with 0x.
 std::optional<int32_t> toNumber(const std::string& text) {
-    char* end = nullptr;
-    const long value = std::strtol(text.c_str(), &end, 0);
-    return !text.empty() && *end == '\0' ? std::optional(static_cast<int32_t>(value)) : std::nullopt;
+    return text.starts_with("0x") ? parse<uint32_t>(text, 2, 16) : parse<int32_t>(text, 0, 10);
 }
 
 std::optional<double> toSeconds(const std::string& text) {
     char* end = nullptr;
     const double value = std::strtod(text.c_str(), &end);
-    return !text.empty() && *end == '\0' && value >= 0 ? std::optional(value) : std::nullopt;
+    const bool valid = !text.empty() && *end == '\0' && value >= 0 && value <= kMostSeconds;
+    return valid ? std::optional(value) : std::nullopt;
 }
 
 const Mode* findMode(const std::string& name) {
@@ -168,6 +177,8 @@ std::vector<ScriptStep> readScript(const std::string& path) {
         if (auto step = parseLine(path, ++number, line))
             steps.push_back(std::move(*step));
     }
+    if (file.bad())
+        throw Error("the script " + path + " cannot be read");
     return steps;
 }
 

@@ -31,22 +31,9 @@ Clock::time_point after(double seconds) {
     return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
-/// Makes the folder and proves that it can be written to.
-void prepareFolder(const std::string& folder) {
-    std::error_code failure;
-    std::filesystem::create_directories(folder, failure);
-    const std::string probe = folder + "/.kovcam";
-    std::FILE* file = std::fopen(probe.c_str(), "w");
-    if (!file)
-        throw Error("the folder " + folder + " cannot be written to; choose another with -o");
-    std::fclose(file);
-    std::filesystem::remove(probe, failure);
-}
-
-const std::string& checked(const std::string& source) {
+void checkSource(const std::string& source) {
     if (const std::string error = kov::camera::checkSource(source); !error.empty())
         throw Error(error);
-    return source;
 }
 
 std::string numbered(const std::string& path, const char* format, int number, const std::string& ending) {
@@ -77,19 +64,22 @@ private:
 
 }  // namespace
 
+// The source is looked at first: one that is unknown leaves the files of an earlier session as they are.
 Session::Session(SessionOptions options)
-    : mOptions(std::move(options)), mTrace((prepareFolder(mOptions.folder), mOptions.trace)) {
-    setenv("KOV_CAMERA_SOURCE", checked(mOptions.source).c_str(), 1);
-    mCamera = openAdaptor();
+    : mOptions(std::move(options)),
+      mTrace((checkSource(mOptions.source), prepareFolder(mOptions.folder), mOptions.trace)) {
+    setenv("KOV_CAMERA_SOURCE", mOptions.source.c_str(), 1);
     mTrace.write("call", {{"name", "openKovCameraHardware"}});
-    mCamera->setCallbacks(onNotify, onData, onDataTimestamp, this);
+    mCamera = openAdaptor();
     mTrace.write("call", {{"name", "setCallbacks"}});
+    mCamera->setCallbacks(onNotify, onData, onDataTimestamp, this);
     applyOptions();
-    mCamera->enableMsgType(kWantedMessages);
     mTrace.write("call", {{"name", "enableMsgType"}, {"types", hex(kWantedMessages)}});
+    mCamera->enableMsgType(kWantedMessages);
 }
 
 void Session::applyOptions() {
+    mTrace.write("call", {{"name", "getParameters"}});
     CameraParameters parameters = mCamera->getParameters();
     if (!parameters.getPreviewFormat())
         throw Error("the vendor camera could not be opened; --log error shows why");
@@ -103,21 +93,27 @@ void Session::applyOptions() {
         parameters.setPreviewFrameRate(mOptions.framesPerSecond);
     if (mOptions.quality)
         parameters.set(CameraParameters::KEY_JPEG_QUALITY, mOptions.quality);
-    {
-        const LastError refusal;
-        const status_t status = mCamera->setParameters(parameters);
-        mTrace.write("call", {{"name", "setParameters"}, {"text", parameters.flatten().string()}, {"result", status}});
-        if (status != NO_ERROR)
-            throw Error(refusal.text().empty() ? "the camera refuses the parameters" : refusal.text());
-    }
+    setParameters(parameters, parameters.flatten().string());
+}
+
+void Session::setParameters(const CameraParameters& parameters, const std::string& text) {
+    const LastError refusal;
+    mTrace.write("call", {{"name", "setParameters"}, {"text", text}});
+    const status_t status = mCamera->setParameters(parameters);
+    mTrace.write("result", {{"name", "setParameters"}, {"status", status}});
+    if (status != NO_ERROR)
+        throw Error(refusal.text().empty() ? "the camera refuses " + text : refusal.text());
+    const std::lock_guard held(mLock);
     parameters.getPreviewSize(&mPreviewSize.width, &mPreviewSize.height);
     mPlanar = std::string(parameters.getPreviewFormat()) == "yuv420p";
 }
 
-void Session::check(const char* call, status_t status) {
-    mTrace.write("call", {{"name", call}, {"result", status}});
+void Session::call(const char* name, const std::function<status_t()>& make) {
+    mTrace.write("call", {{"name", name}});
+    const status_t status = make();
+    mTrace.write("result", {{"name", name}, {"status", status}});
     if (status != NO_ERROR)
-        throw Error(std::string(call) + " failed with status " + std::to_string(status) + "; --log error shows why");
+        throw Error(std::string(name) + " failed with status " + std::to_string(status) + "; --log error shows why");
 }
 
 void Session::selectMode(int32_t code) {
@@ -125,36 +121,34 @@ void Session::selectMode(int32_t code) {
 }
 
 void Session::startPreview() {
-    check("startPreview", mCamera->startPreview());
+    call("startPreview", [this] { return mCamera->startPreview(); });
 }
 
 void Session::stopPreview() {
-    mCamera->stopPreview();
     mTrace.write("call", {{"name", "stopPreview"}});
+    mCamera->stopPreview();
 }
 
 void Session::takePicture() {
-    check("takePicture", mCamera->takePicture());
+    call("takePicture", [this] { return mCamera->takePicture(); });
 }
 
 void Session::autoFocus() {
-    check("autoFocus", mCamera->autoFocus());
+    call("autoFocus", [this] { return mCamera->autoFocus(); });
 }
 
 status_t Session::command(int32_t code, int32_t arg1, int32_t arg2) {
-    Json what = {{"code", code}, {"name", commandName(code)}, {"arg1", arg1}, {"arg2", arg2}};
-    mTrace.write("command", what);
-    return mCamera->sendCommand(code, arg1, arg2);
+    mTrace.write("command", {{"code", code}, {"name", commandName(code)}, {"arg1", arg1}, {"arg2", arg2}});
+    const status_t status = mCamera->sendCommand(code, arg1, arg2);
+    mTrace.write("result", {{"name", "sendCommand"}, {"status", status}});
+    return status;
 }
 
 void Session::setParameter(const std::string& key, const std::string& value) {
+    mTrace.write("call", {{"name", "getParameters"}});
     CameraParameters parameters = mCamera->getParameters();
     parameters.set(key.c_str(), value.c_str());
-    const LastError refusal;
-    const status_t status = mCamera->setParameters(parameters);
-    mTrace.write("call", {{"name", "setParameters"}, {"text", key + "=" + value}, {"result", status}});
-    if (status != NO_ERROR)
-        throw Error(refusal.text().empty() ? "the camera refuses " + key + "=" + value : refusal.text());
+    setParameters(parameters, key + "=" + value);
 }
 
 // --- Waiting
@@ -259,6 +253,8 @@ std::string Session::save(int32_t type, const sp<IMemory>& data) {
 
 std::string Session::savePreview(const sp<IMemory>& data) {
     std::string path;
+    cv::Size frame;
+    bool planar = false;
     {
         const std::lock_guard held(mLock);
         const int number = mFrames++;
@@ -266,12 +262,14 @@ std::string Session::savePreview(const sp<IMemory>& data) {
             path = mOptions.folder + "/" + std::exchange(mNextFrameName, {}) + ".jpg";
         else if (mOptions.savePreviewEvery && number % mOptions.savePreviewEvery == 0)
             path = numbered(mOptions.folder + "/preview", "-%05d", number, ".jpg");
+        frame = mPreviewSize;
+        planar = mPlanar;
     }
-    const size_t size = static_cast<size_t>(mPreviewSize.area()) * 3 / 2;
-    if (path.empty() || data->size() < size)
-        return {};
+    const size_t size = static_cast<size_t>(frame.area()) * 3 / 2;
+    if (path.empty() || data->size() != size)
+        return {};  // not wanted, or still of the size before
     const auto* first = static_cast<const uint8_t*>(data->pointer());
-    return mWriter.addFrame(path, {first, first + size}, mPreviewSize, mPlanar) ? path : std::string();
+    return mWriter.addFrame(path, {first, first + size}, frame, planar) ? path : std::string();
 }
 
 void Session::saveNextFrame(const std::string& name) {
@@ -292,13 +290,14 @@ std::vector<std::string> Session::pictures() {
 void Session::close() {
     if (mCamera.get()) {
         stopPreview();
-        mCamera->release();
         mTrace.write("call", {{"name", "release"}});
+        mCamera->release();
+        mTrace.write("call", {{"name", "setCallbacks"}});
         mCamera->setCallbacks(nullptr, nullptr, nullptr, nullptr);
         mCamera.clear();
     }
-    mTrace.flush();
     mWriter.flush();
+    mTrace.flush();
 }
 
 }  // namespace kov::cam

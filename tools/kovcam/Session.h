@@ -56,7 +56,6 @@ public:
     void autoFocus();
     android::status_t command(int32_t code, int32_t arg1 = 0, int32_t arg2 = 0);
     void setParameter(const std::string& key, const std::string& value);
-    cv::Size previewSize() const { return mPreviewSize; }
 
     /// Hands each message that has come since the last wait to `done`, in order, until that returns true. Throws Error
     /// when it does not within `seconds`; `what` names in the error what was waited for.
@@ -85,7 +84,10 @@ private:
     static void onDataTimestamp(int64_t timestamp, int32_t type, const android::sp<android::IMemory>& data, void* self);
 
     void applyOptions();
-    void check(const char* call, android::status_t status);
+    /// Writes the call, makes it, writes its result. Throws Error when it failed.
+    void call(const char* name, const std::function<android::status_t()>& make);
+    /// Sets all parameters; `text` tells in the trace what of them. Throws Error with what the camera said.
+    void setParameters(const android::CameraParameters& parameters, const std::string& text);
     void received(Message message);
     std::string save(int32_t type, const android::sp<android::IMemory>& data);
     std::string savePreview(const android::sp<android::IMemory>& data);
@@ -95,10 +97,10 @@ private:
     Trace mTrace;
     PictureWriter mWriter;
     android::sp<android::CameraHardwareInterface> mCamera;
-    cv::Size mPreviewSize;
-    bool mPlanar = false;
 
     std::mutex mLock;  // guards all below
+    cv::Size mPreviewSize;
+    bool mPlanar = false;
     std::condition_variable mArrived;
     std::vector<Message> mMessages;
     size_t mRead = 0;  // messages that a wait has looked at

@@ -14,7 +14,7 @@ namespace kov::cam {
 
 using Json = nlohmann::ordered_json;
 
-Trace::Trace(const std::string& path) : mBegin(systemTime()) {
+Trace::Trace(const std::string& path) : mPath(path), mBegin(systemTime()) {
     if (path.empty())
         return;
     mFile.open(path);
@@ -35,16 +35,17 @@ Trace::~Trace() {
 void Trace::write(const char* kind, const Json& what) {
     if (!mFile.is_open())
         return;
+    const std::lock_guard held(mLock);
     const double seconds = static_cast<double>(systemTime() - mBegin) / 1e9;
     Json line = {{"t", std::round(seconds * 1e6) / 1e6}, {"kind", kind}};
     line.update(what);
-    const std::lock_guard held(mLock);
     mFile << line.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
 }
 
 void Trace::flush() {
     const std::lock_guard held(mLock);
-    mFile.flush();
+    if (mFile.is_open() && !mFile.flush())
+        throw Error("the trace " + mPath + " cannot be written; is the disk full?");
 }
 
 }  // namespace kov::cam

@@ -20,8 +20,7 @@ namespace {
 
 constexpr int kUserError = 1;
 
-const char* const kExamples = R"(
-Examples:
+const char* const kExamples = R"(Examples:
   kovcam modes
   kovcam shoot single -i scene:landscape -o out
   kovcam shoot single -i photo.jpg -o out --picture-size 1280x960 --quality 70 --count 3
@@ -30,16 +29,14 @@ Examples:
   kovcam demo -o gallery
 )";
 
-const char* const kShootExamples = R"(
-A source is scene:NAME (kovcam scenes lists them), a picture, a video, a folder of pictures or a /dev/video device.
+const char* const kShootHelp =
+    R"(A source is scene:NAME (kovcam scenes lists them), a picture, a video, a folder of pictures or a /dev/video device.
 Pictures are saved as DIR/MODE-001.jpg and so on, preview frames as DIR/preview-00000.jpg.
 
-Example:
-  kovcam shoot single -i photo.jpg -o out --preview-size 1280x720 --save-preview 10
 )";
 
-const char* const kScriptHelp = R"(
-A script has one step a line, with the time in seconds (+ for: after the step before), and # for comments:
+const char* const kScriptHelp =
+    R"(A script has one step a line, with the time in seconds (+ for: after the step before), and # for comments:
   0.0   mode single
   0.0   start-preview
   1.0   picture
@@ -70,20 +67,40 @@ cv::Size toSize(const std::string& text) {
     return {width, height};
 }
 
-void addCommonOptions(CLI::App& app, CommonOptions& options) {
-    app.add_option("-i,--input", options.sources, "What the camera sees: scene:NAME, a file, a folder, a device")
-        ->required()
-        ->take_all();
-    app.add_option("-o,--output", options.session.folder, "Folder for the pictures")->required();
+/// What the options are where they may be left out.
+constexpr const char* kUsualSource = "scene:landscape";
+constexpr const char* kUsualFolder = ".";
+
+void addCommonOptions(CLI::App& app, CommonOptions& options, bool sourceAndFolderRequired) {
+    auto* const input =
+        app.add_option("-i,--input", options.sources, "What the camera sees: scene:NAME, a file, a folder, a device")
+            ->take_all();
+    auto* const output = app.add_option("-o,--output", options.session.folder, "Folder for the pictures");
+    if (sourceAndFolderRequired) {
+        input->required();
+        output->required();
+    } else {
+        input->default_str(kUsualSource);
+        output->default_str(kUsualFolder);
+    }
     app.add_option("--preview-size", options.previewSize, "WxH of preview frames");
     app.add_option("--picture-size", options.pictureSize, "WxH of pictures");
     app.add_option("--preview-format", options.session.previewFormat, "yuv420sp or yuv420p");
-    app.add_option("--fps", options.session.framesPerSecond, "Preview frames a second");
-    app.add_option("--quality", options.session.quality, "JPEG quality, 1 to 100");
+    app.add_option("--fps", options.session.framesPerSecond, "Preview frames a second")->check(CLI::PositiveNumber);
+    app.add_option("--quality", options.session.quality, "JPEG quality")->check(CLI::Range(1, 100));
     app.add_option("--save-preview", options.session.savePreviewEvery, "Save every Nth preview frame")
         ->check(CLI::NonNegativeNumber);
     app.add_option("--trace", options.session.trace,
                    "Write everything that happens to this file, a JSON object a line");
+}
+
+/// The mode's first demonstration, as a person would type it.
+std::string example(const Mode& mode) {
+    const Demo demo = mode.demos().front();
+    std::string line = "Example:\n  kovcam shoot " + mode.name;
+    for (const std::string& argument : demo.arguments)
+        line += " " + argument;
+    return line + " -o out\n";
 }
 
 void printModes() {
@@ -129,8 +146,13 @@ void shoot(Mode& mode, CommonOptions& options) {
 }
 
 void script(const std::string& path, CommonOptions& options) {
+    if (options.sources.size() > 1)
+        throw Error("too many sources; a script takes one, which may be turns:SOURCE|SOURCE");
     const std::vector<ScriptStep> steps = readScript(path);
-    inSession(options, options.sources.front(), "picture", [&](Session& session) { runScript(steps, session); });
+    if (options.session.folder.empty())
+        options.session.folder = kUsualFolder;
+    inSession(options, options.sources.empty() ? kUsualSource : options.sources.front(), "picture",
+              [&](Session& session) { runScript(steps, session); });
 }
 
 void demo(const std::string& folder) {
@@ -142,6 +164,7 @@ void demo(const std::string& folder) {
 
 int run(int argc, char** argv) {
     CLI::App app("Plays the camera service and the application on top of libkovcameraadaptor.");
+    app.name("kovcam");
     app.footer(kExamples);
     app.set_version_flag("--version", "kovcam " KOV_VERSION);
     app.require_subcommand(1);
@@ -150,15 +173,22 @@ int run(int argc, char** argv) {
         ->check(CLI::IsMember({"verbose", "debug", "info", "warn", "error", "silent"}));
     app.fallthrough();
 
-    app.add_subcommand("modes", "List the capture modes")->callback(printModes);
-    app.add_subcommand("scenes", "List the built-in scenes")->callback(printScenes);
+    app.add_subcommand("modes", "List the capture modes")->footer("Example:\n  kovcam modes")->callback(printModes);
+    app.add_subcommand("scenes", "List the built-in scenes")
+        ->footer(
+            "A scene and its options, as the source of a session:\n"
+            "  kovcam shoot panorama -i 'scene:landscape?direction=left&seconds=12' -o out")
+        ->callback(printScenes);
 
     CommonOptions options;
-    auto* shooting = app.add_subcommand("shoot", "Take pictures in a mode")->footer(kShootExamples);
+    auto* shooting = app.add_subcommand("shoot", "Take pictures in a mode")
+                         ->footer(std::string(kShootHelp) +
+                                  "Example:\n  kovcam shoot single -i photo.jpg -o out --preview-size 1280x720 "
+                                  "--save-preview 10\n");
     shooting->require_subcommand(1);
     for (const auto& mode : allModes()) {
-        auto* command = shooting->add_subcommand(mode->name, mode->name + " " + mode->summary)->footer(kShootExamples);
-        addCommonOptions(*command, options);
+        auto* command = shooting->add_subcommand(mode->name, mode->summary)->footer(kShootHelp + example(*mode));
+        addCommonOptions(*command, options, true);
         mode->addOptions(*command);
         command->callback([&options, &mode] { shoot(*mode, options); });
     }
@@ -166,12 +196,12 @@ int run(int argc, char** argv) {
     std::string scriptPath;
     auto* scripting = app.add_subcommand("script", "Run a session script")->footer(kScriptHelp);
     scripting->add_option("FILE", scriptPath, "The script")->required();
-    addCommonOptions(*scripting, options);
+    addCommonOptions(*scripting, options, false);
     scripting->callback([&] { script(scriptPath, options); });
 
     std::string folder = "gallery";
     auto* demonstrating = app.add_subcommand("demo", "Run every mode on built-in scenes and write a gallery page")
-                              ->footer("\nExample:\n  kovcam demo -o gallery\n");
+                              ->footer("Example:\n  kovcam demo -o gallery\n");
     demonstrating->add_option("-o,--output", folder, "Folder for the gallery")->capture_default_str();
     demonstrating->callback([&] { demo(folder); });
 
@@ -182,7 +212,11 @@ int run(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0)
             return app.exit(error);
-        std::fprintf(stderr, "kovcam: %s; try --help\n", error.what());
+        const std::vector<std::string> unknown = app.remaining(true);
+        if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError) && !unknown.empty())
+            std::fprintf(stderr, "kovcam: unknown command or mode \"%s\"; try --help\n", unknown.front().c_str());
+        else
+            std::fprintf(stderr, "kovcam: %s; try --help\n", error.what());
         return error.get_exit_code();
     }
     return 0;
