@@ -55,7 +55,7 @@ constexpr TaggedLog kLog(ShotPanorama::kTag);
 }  // namespace
 
 ShotPanorama::ShotPanorama(sp<CameraHardwareInterface> hardware)
-    : ShotCallbacks(std::move(hardware)), mFrameWidth(mPreviewWidth.load()), mFrameHeight(mPreviewHeight.load()) {
+    : ShotCallbacks(std::move(hardware)), mFrameWidth(mPreviewWidth), mFrameHeight(mPreviewHeight) {
     __android_log_print(ANDROID_LOG_INFO, kTag, "ShotPanorama created: pid=%d", getpid());
 }
 
@@ -92,10 +92,8 @@ status_t ShotPanorama::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
 
 void ShotPanorama::processDataCallback(int32_t msgType, const sp<IMemory>& data) {
     if (msgType == CAMERA_MSG_PREVIEW_FRAME && data.get() && mCapturing && mCallbacks.data()) {
-        // A frame of another size than the instance's (the preview size was changed) goes by unmarked.
-        const size_t needed = static_cast<size_t>(mFrameWidth) * static_cast<size_t>(mFrameHeight) * 3 / 2;
         auto* const frame = static_cast<unsigned char*>(data->pointer());
-        if (frame && data->size() >= needed && !HandlePreview(frame, true))
+        if (frame && !HandlePreview(frame, data->size(), true))
             return;
     }
     (void)sendData(msgType, data);
@@ -193,9 +191,9 @@ void ShotPanorama::StartCapture() {
 }
 
 void ShotPanorama::CancelCapture() {
+    mCancelRequested = true;
     const AutoMutex held(mEngineLock);
     px_abort(mInstance);
-    mCancelRequested = true;
     freeLocked();
     mPxStatus = {};
     initLocked(mPreviewWidth, mPreviewHeight, false);
@@ -210,7 +208,12 @@ px_image ShotPanorama::describe(unsigned char* frame) const {
     return image;
 }
 
-bool ShotPanorama::HandlePreview(unsigned char* frame, bool draw) {
+bool ShotPanorama::fitsInstance(size_t bytes) const {
+    return mPreviewWidth == mFrameWidth && mPreviewHeight == mFrameHeight &&
+           bytes >= static_cast<size_t>(mFrameWidth) * static_cast<size_t>(mFrameHeight) * 3 / 2;
+}
+
+bool ShotPanorama::HandlePreview(unsigned char* frame, size_t bytes, bool draw) {
     px_image image;
     Handled handled;
     bool first = false;
@@ -218,15 +221,18 @@ bool ShotPanorama::HandlePreview(unsigned char* frame, bool draw) {
     uint32_t begin = 0;
     {
         const AutoMutex held(mEngineLock);
-        if (!mInstanceReady)
+        // A stop may have come between the caller's look at `mCapturing` and this lock.
+        if (!mInstanceReady || mStitching || !fitsInstance(bytes))
             return true;
         image = describe(frame);
         handled = analyse(image, &begin);
         first = mPxStatus.frame_count == 1;
         generation = mGeneration;
+        if (handled == Handled::BufferFull && !endCapture())
+            return true;
     }
     if (handled == Handled::BufferFull)
-        return StopCapture();
+        return stitch(generation);
     if (handled == Handled::Added) {
         if (!sendNotifyIfSet(CAMERA_MSG_PANORAMA_FRAME_ADDED, 0, 0))
             return false;
@@ -282,25 +288,29 @@ bool ShotPanorama::StopCapture() {
     uint32_t generation = 0;
     {
         const AutoMutex held(mEngineLock);
-        if (mStitching)
+        if (mStitching || !endCapture())
             return true;
-        kLog.warn("Stopping panorama\n");
-        const int32_t rc = px_endCapture(mInstance);
-        mCapturing = false;
-        if (rc != 0) {
-            kLog.error("px_endCapture rc = %d\n", rc);
-            mInstanceReady = false;
-            mImageReady = false;
-            return true;
-        }
-        mStitching = true;
         generation = mGeneration;
     }
     return stitch(generation);
 }
 
+/// True when there is something to stitch.
+bool ShotPanorama::endCapture() {
+    kLog.warn("Stopping panorama\n");
+    const int32_t rc = px_endCapture(mInstance);
+    mCapturing = false;
+    mStitching = rc == 0;
+    if (mStitching)
+        return true;
+    kLog.error("px_endCapture rc = %d\n", rc);
+    mInstanceReady = false;
+    mImageReady = false;
+    return false;
+}
+
 /// Runs the library's steps, with a message to the application after each, and delivers the result. Whoever frees the
-/// instance meanwhile ends it.
+/// instance meanwhile ends it, and so does a cancel that waits for the lock, which it might not get between two steps.
 bool ShotPanorama::stitch(uint32_t generation) {
     const uint32_t begin = nowMs();
     for (;;) {
@@ -308,7 +318,7 @@ bool ShotPanorama::stitch(uint32_t generation) {
         int32_t rc = 0;
         {
             const AutoMutex held(mEngineLock);
-            if (generation != mGeneration || mProgress >= kStitched)
+            if (generation != mGeneration || mCancelRequested || mProgress >= kStitched)
                 break;
             rc = px_createPanorama(mInstance, &mProgress);
             progress = mProgress;
@@ -404,18 +414,18 @@ void ShotPanorama::drawGuide(px_image& image) {
     DrawFadingArrows(image, arrows);
 }
 
-void ShotPanorama::GetRectToDraw(int& left, int& top, int& right, int& bottom) const NO_THREAD_SAFETY_ANALYSIS {
+void ShotPanorama::GetRectToDraw(int& left, int& top, int& right, int& bottom) const {
     left = clampedSum(mPxStatus.dx, kGuideInset);
     top = clampedSum(mPxStatus.dy, kGuideInset);
     right = clampedSum(mPxStatus.dx, mFrameWidth - 1 - kGuideInset);
     bottom = clampedSum(mPxStatus.dy, mFrameHeight - 1 - kGuideInset);
 }
 
-px_color ShotPanorama::GetRectColor() const NO_THREAD_SAFETY_ANALYSIS {
+px_color ShotPanorama::GetRectColor() const {
     return panoramaRectColor(mPxStatus.status);
 }
 
-px_direction ShotPanorama::GetArrows() const NO_THREAD_SAFETY_ANALYSIS {
+px_direction ShotPanorama::GetArrows() const {
     return panoramaArrows(mPxStatus);
 }
 
