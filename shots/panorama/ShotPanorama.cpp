@@ -56,33 +56,33 @@ constexpr TaggedLog kLog(ShotPanorama::kTag);
 
 ShotPanorama::ShotPanorama(sp<CameraHardwareInterface> hardware)
     : ShotCallbacks(std::move(hardware)), mFrameWidth(mPreviewWidth), mFrameHeight(mPreviewHeight) {
-    __android_log_print(ANDROID_LOG_INFO, kTag, "ShotPanorama created: pid=%d", getpid());
+    kLog.info("ShotPanorama created: pid=%d", getpid());
 }
 
 ShotPanorama::~ShotPanorama() {
-    __android_log_print(ANDROID_LOG_INFO, kTag, "ShotPanorama destroyed: pid=%d", getpid());
+    kLog.info("ShotPanorama destroyed: pid=%d", getpid());
     Free();
 }
 
 status_t ShotPanorama::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
     if (!hardwareOrLog().get())
         return INVALID_OPERATION;
-    __android_log_print(ANDROID_LOG_INFO, kTag, "ShotPanorama::sendCommand %d, %d, %d", cmd, arg1, arg2);
+    kLog.info("ShotPanorama::sendCommand %d, %d, %d", cmd, arg1, arg2);
     switch (cmd) {
         case PANORAMA_SHOT_START:
-            __android_log_print(ANDROID_LOG_INFO, kTag, "PANORAMA_SHOT_START");
+            kLog.info("PANORAMA_SHOT_START");
             if (mCapturing)
                 (void)StopCapture();
             else
                 StartCapture();
             return NO_ERROR;
         case PANORAMA_SHOT_STOP:
-            __android_log_print(ANDROID_LOG_INFO, kTag, "PANORAMA_SHOT_STOP");
+            kLog.info("PANORAMA_SHOT_STOP");
             mCapturing = false;
             (void)StopCapture();
             return NO_ERROR;
         case PANORAMA_SHOT_CANCEL:
-            __android_log_print(ANDROID_LOG_INFO, kTag, "PANORAMA_SHOT_CANCEL");
+            kLog.info("PANORAMA_SHOT_CANCEL");
             CancelCapture();
             return NO_ERROR;
         default:
