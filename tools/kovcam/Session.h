@@ -70,6 +70,8 @@ public:
 
     /// Saves the next preview frame under `name`, whatever `savePreviewEvery` says.
     void saveNextFrame(const std::string& name);
+    /// The same with the frame that follows the next notification of a type: the frame that a mode sent it for.
+    void saveFrameOf(int32_t notification, const std::string& name);
 
     /// Stops, gives the camera back, and waits until everything is written.
     void close();
@@ -102,6 +104,8 @@ private:
     std::vector<std::string> mPictures;
     int mFrames = 0;
     std::string mNextFrameName;
+    int32_t mFrameOf = 0;      // the notification whose frame is saved, 0 for none,
+    std::string mFrameOfName;  // under this name
 };
 
 }  // namespace kov::cam
