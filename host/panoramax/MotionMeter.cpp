@@ -3,6 +3,7 @@
 #include "host/panoramax/MotionMeter.h"
 
 #include <algorithm>
+#include <cmath>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/video/tracking.hpp>
 
@@ -11,6 +12,7 @@ namespace kov::panorama {
 namespace {
 
 constexpr double kReducedSide = 160;  // of the longer side, in pixels
+constexpr double kKeyReach = 0.15;    // of the frame: how far it may move from the key frame before that is replaced
 
 // The search for the fraction of a pixel.
 constexpr int kFineSteps = 30;
@@ -36,15 +38,26 @@ MotionMeter::MotionMeter(cv::Size frameSize)
 Motion MotionMeter::follow(const cv::Mat& luma) {
     cv::Mat small;
     cv::resize(luma, small, mWindow.size(), 0, 0, cv::INTER_AREA);
-    small.convertTo(small, CV_32F);
-    Motion motion = {{}, 1};
-    if (!mBefore.empty()) {
-        // The scene moves against the camera. A copy, as the correlation applies the window in place where no padding
-        // is needed; the frame before is not used again.
-        motion.offset = -cv::phaseCorrelate(mBefore, small.clone(), mWindow, &motion.confidence) * mScale;
+    small.convertTo(mNow, CV_32F);
+    // Not left to the correlation, which may do it in place, and each time again.
+    cv::multiply(mNow, mWindow, mNow);
+    if (mKey.empty())
+        mark();
+    Motion motion{};
+    // The scene moves against the camera.
+    const cv::Point2d step = -cv::phaseCorrelate(mKey, mNow, cv::noArray(), &motion.confidence) * mScale;
+    motion.offset = mKeyPlace + step;
+    if (motion.confidence >= kLeastConfidence &&
+        std::max(std::abs(step.x) / luma.cols, std::abs(step.y) / luma.rows) > kKeyReach) {
+        mKey = mNow.clone();
+        mKeyPlace = motion.offset;
     }
-    mBefore = small;
     return motion;
+}
+
+void MotionMeter::mark() {
+    mKey = mNow.clone();
+    mKeyPlace = {};
 }
 
 Motion measure(const cv::Mat& before, const cv::Mat& after) {

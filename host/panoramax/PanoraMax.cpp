@@ -30,10 +30,9 @@ enum Result : int32_t {
 
 constexpr int32_t kLeastSide = 64;
 constexpr int32_t kMostSide = 4096;
-constexpr double kStride = 0.45;           // of the frame, between frames that are added
-constexpr double kClearMotion = 0.03;      // of the frame, to tell the direction
-constexpr double kLeastConfidence = 0.05;  // of a step's correlation
-constexpr uint32_t kLost = 0, kFollowing = 1, kReady = 2;
+constexpr double kStride = 0.45;       // of the frame, between frames that are added
+constexpr double kClearMotion = 0.03;  // of the frame, to tell the direction
+constexpr uint32_t kLost = 0, kFollowing = 1, kReady = 2, kBeingAdded = 3;
 constexpr int32_t kRight = 1, kLeft = 2, kUp = 4, kDown = 8;
 
 /// The allocator that the library was given, within a budget.
@@ -121,7 +120,8 @@ private:
     size_t frameBytes() const { return static_cast<size_t>(mSize.area()) * 3 / 2; }
     bool sideways() const { return mDirection != kUp && mDirection != kDown; }
     void findDirection();
-    bool isReady() const;
+    double advance() const;
+    Block copyOf(const px_image& frame);
     void report(px_status* status, uint32_t code) const;
     Result keep(const cv::Mat& picture);
 
@@ -135,6 +135,7 @@ private:
     cv::Point2d mOffset;  // from the frame added last
     int32_t mDirection = 0;
     std::vector<Added> mFrames;
+    Added mEnd;  // the frame followed last, from the place of the one added last
 
     std::unique_ptr<Stitch> mStitch;
     int mStepsDone = 0;
@@ -163,6 +164,7 @@ Result Instance::beginCapture() {
     if (mState == State::Made || mState == State::Aborted)
         return kWrongState;
     mFrames.clear();
+    mEnd = {};
     mStitch.reset();
     mImage = Block();
     mOffset = {};
@@ -172,11 +174,11 @@ Result Instance::beginCapture() {
     return kOk;
 }
 
-/// The first clear motion is the sweep's direction.
+/// The clear motion until the second frame is added is the sweep's direction.
 void Instance::findDirection() {
     const double x = std::abs(mOffset.x) / mSize.width;
     const double y = std::abs(mOffset.y) / mSize.height;
-    if (mDirection != 0 || std::max(x, y) < kClearMotion)
+    if (mFrames.size() > 1 || std::max(x, y) < kClearMotion)
         return;
     if (x >= y)
         mDirection = mOffset.x > 0 ? kRight : kLeft;
@@ -184,21 +186,31 @@ void Instance::findDirection() {
         mDirection = mOffset.y > 0 ? kDown : kUp;
 }
 
-bool Instance::isReady() const {
-    if (mFrames.empty())
-        return true;
+/// How far along the sweep the camera is from the frame added last, in parts of a frame.
+double Instance::advance() const {
     switch (mDirection) {
         case kRight:
-            return mOffset.x >= kStride * mSize.width;
+            return mOffset.x / mSize.width;
         case kLeft:
-            return -mOffset.x >= kStride * mSize.width;
+            return -mOffset.x / mSize.width;
         case kDown:
-            return mOffset.y >= kStride * mSize.height;
+            return mOffset.y / mSize.height;
         case kUp:
-            return -mOffset.y >= kStride * mSize.height;
+            return -mOffset.y / mSize.height;
         default:
-            return false;
+            return 0;
     }
+}
+
+/// Empty when there is no memory for it.
+Block Instance::copyOf(const px_image& frame) {
+    Block copy(mPool, frameBytes());
+    if (!copy.get())
+        return copy;
+    const size_t luma = static_cast<size_t>(mSize.area());
+    std::memcpy(copy.get(), frame.plane[0], luma);
+    std::memcpy(copy.get() + luma, frame.plane[1], luma / 2);
+    return copy;
 }
 
 void Instance::report(px_status* status, uint32_t code) const {
@@ -216,11 +228,16 @@ Result Instance::handleFrame(const px_image& frame, px_status* status) {
     if (mState != State::Capturing)
         return kWrongState;
     const Motion motion = mMeter->follow(cv::Mat(mSize, CV_8U, frame.plane[0]));
-    const bool believed = motion.confidence >= kLeastConfidence;
-    if (believed)
-        mOffset += motion.offset;
+    if (motion.confidence < kLeastConfidence) {
+        report(status, kLost);
+        return kOk;
+    }
+    mOffset = motion.offset;
     findDirection();
-    report(status, !believed ? kLost : isReady() ? kReady : kFollowing);
+    mEnd = {};  // gives its memory back before the next one takes it
+    if (!mFrames.empty() && mFrames.size() < mMaxFrames && advance() >= kClearMotion)
+        mEnd = {copyOf(frame), mFrames.back().place + mOffset};
+    report(status, mFrames.empty() || advance() >= kStride ? kReady : kFollowing);
     return kOk;
 }
 
@@ -229,22 +246,24 @@ Result Instance::addFrame(const px_image& frame, px_status* status) {
         return kBadArgument;
     if (mState != State::Capturing || mFrames.size() >= mMaxFrames)
         return kWrongState;
-    Block memory(mPool, frameBytes());
+    mEnd = {};
+    Block memory = copyOf(frame);
     if (!memory.get())
         return kOutOfMemory;
-    const size_t luma = static_cast<size_t>(mSize.area());
-    std::memcpy(memory.get(), frame.plane[0], luma);
-    std::memcpy(memory.get() + luma, frame.plane[1], luma / 2);
     const cv::Point2d before = mFrames.empty() ? cv::Point2d() : mFrames.back().place;
     mFrames.push_back({std::move(memory), before + mOffset});
     mOffset = {};
-    report(status, kFollowing);
+    mMeter->mark();
+    report(status, kBeingAdded);
     return kOk;
 }
 
 Result Instance::endCapture() {
     if (mState != State::Capturing)
         return kWrongState;
+    // What the camera saw last belongs to the sweep, also where it is less than a stride from the frame before.
+    if (mEnd.memory.get())
+        mFrames.push_back(std::exchange(mEnd, {}));
     mMeter.reset();
     mState = State::Ended;
     return mFrames.empty() ? kNothingAdded : kOk;

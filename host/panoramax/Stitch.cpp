@@ -13,8 +13,8 @@ namespace kov::panorama {
 
 namespace {
 
-constexpr int kLeastOverlap = 32;  // pixels, in each direction
-constexpr double kLeastConfidence = 0.03;
+constexpr int kLeastOverlap = 32;       // pixels, in each direction
+constexpr double kLeastRefined = 0.03;  // confidence
 constexpr double kMostCorrection = 24;  // pixels by which the rough place may be off
 constexpr int kBlendBands = 5;
 constexpr int kRefinements = 2;
@@ -83,7 +83,7 @@ bool Stitch::refine(size_t second) {
         if (inBefore.width < kLeastOverlap || inBefore.height < kLeastOverlap)
             return false;
         const Motion rest = measure(lumaOf(before.yuv)(inBefore), lumaOf(after.yuv)(inAfter));
-        if (rest.confidence < kLeastConfidence)
+        if (rest.confidence < kLeastRefined)
             return false;
         offset = cv::Point2d(rounded(offset)) + rest.offset;
     }

@@ -25,7 +25,7 @@ typedef struct {
     int32_t dx;        /* pixels */
     int32_t dy;        /* pixels */
     uint32_t reserved2[4];
-    uint32_t status; /* 0 position lost, 1 following, 2 frame ready to be added, 3 add this frame */
+    uint32_t status; /* 0 position lost, 1 following, 2 frame ready to be added, 3 this frame is added */
 } px_status;
 
 #ifdef __cplusplus

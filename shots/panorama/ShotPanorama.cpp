@@ -56,34 +56,34 @@ constexpr TaggedLog kLog(ShotPanorama::kTag);
 }  // namespace
 
 ShotPanorama::ShotPanorama(sp<CameraHardwareInterface> hardware)
-    : ShotCallbacks(std::move(hardware)), mFrameWidth(mPreviewWidth.load()), mFrameHeight(mPreviewHeight.load()) {
-    __android_log_print(ANDROID_LOG_INFO, kTag, "ShotPanorama created: pid=%d", getpid());
+    : ShotCallbacks(std::move(hardware)), mFrameWidth(mPreviewWidth), mFrameHeight(mPreviewHeight) {
+    kLog.info("ShotPanorama created: pid=%d", getpid());
 }
 
 ShotPanorama::~ShotPanorama() {
-    __android_log_print(ANDROID_LOG_INFO, kTag, "ShotPanorama destroyed: pid=%d", getpid());
+    kLog.info("ShotPanorama destroyed: pid=%d", getpid());
     Free();
 }
 
 status_t ShotPanorama::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
     if (!hardwareOrLog().get())
         return INVALID_OPERATION;
-    __android_log_print(ANDROID_LOG_INFO, kTag, "ShotPanorama::sendCommand %d, %d, %d", cmd, arg1, arg2);
+    kLog.info("ShotPanorama::sendCommand %d, %d, %d", cmd, arg1, arg2);
     switch (cmd) {
         case PANORAMA_SHOT_START:
-            __android_log_print(ANDROID_LOG_INFO, kTag, "PANORAMA_SHOT_START");
+            kLog.info("PANORAMA_SHOT_START");
             if (mCapturing)
                 (void)StopCapture();
             else
                 StartCapture();
             return NO_ERROR;
         case PANORAMA_SHOT_STOP:
-            __android_log_print(ANDROID_LOG_INFO, kTag, "PANORAMA_SHOT_STOP");
+            kLog.info("PANORAMA_SHOT_STOP");
             mCapturing = false;
             (void)StopCapture();
             return NO_ERROR;
         case PANORAMA_SHOT_CANCEL:
-            __android_log_print(ANDROID_LOG_INFO, kTag, "PANORAMA_SHOT_CANCEL");
+            kLog.info("PANORAMA_SHOT_CANCEL");
             CancelCapture();
             return NO_ERROR;
         default:
@@ -93,10 +93,8 @@ status_t ShotPanorama::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
 
 void ShotPanorama::processDataCallback(int32_t msgType, const sp<IMemory>& data) {
     if (msgType == CAMERA_MSG_PREVIEW_FRAME && data.get() && mCapturing && mCallbacks.data()) {
-        // A frame of another size than the instance's (the preview size was changed) goes by unmarked.
-        const uint64_t needed = yuv420FrameSize(mFrameWidth, mFrameHeight);
         auto* const frame = static_cast<unsigned char*>(data->pointer());
-        if (frame && data->size() >= needed && !HandlePreview(frame, true))
+        if (frame && !HandlePreview(frame, data->size(), true))
             return;
     }
     (void)sendData(msgType, data);
@@ -194,9 +192,9 @@ void ShotPanorama::StartCapture() {
 }
 
 void ShotPanorama::CancelCapture() {
+    mCancelRequested = true;
     const AutoMutex held(mEngineLock);
     px_abort(mInstance);
-    mCancelRequested = true;
     freeLocked();
     mPxStatus = {};
     initLocked(mPreviewWidth, mPreviewHeight, false);
@@ -211,7 +209,12 @@ px_image ShotPanorama::describe(unsigned char* frame) const {
     return image;
 }
 
-bool ShotPanorama::HandlePreview(unsigned char* frame, bool draw) {
+bool ShotPanorama::fitsInstance(size_t bytes) const {
+    return mPreviewWidth == mFrameWidth && mPreviewHeight == mFrameHeight &&
+           bytes >= yuv420FrameSize(mFrameWidth, mFrameHeight);
+}
+
+bool ShotPanorama::HandlePreview(unsigned char* frame, size_t bytes, bool draw) {
     px_image image;
     Handled handled;
     bool first = false;
@@ -219,15 +222,18 @@ bool ShotPanorama::HandlePreview(unsigned char* frame, bool draw) {
     uint32_t begin = 0;
     {
         const AutoMutex held(mEngineLock);
-        if (!mInstanceReady)
+        // A stop may have come between the caller's look at `mCapturing` and this lock.
+        if (!mInstanceReady || mStitching || !fitsInstance(bytes))
             return true;
         image = describe(frame);
         handled = analyse(image, &begin);
         first = mPxStatus.frame_count == 1;
         generation = mGeneration;
+        if (handled == Handled::BufferFull && !endCapture())
+            return true;
     }
     if (handled == Handled::BufferFull)
-        return StopCapture();
+        return stitch(generation);
     if (handled == Handled::Added) {
         if (!sendNotifyIfSet(CAMERA_MSG_PANORAMA_FRAME_ADDED, 0, 0))
             return false;
@@ -283,25 +289,29 @@ bool ShotPanorama::StopCapture() {
     uint32_t generation = 0;
     {
         const AutoMutex held(mEngineLock);
-        if (mStitching)
+        if (mStitching || !endCapture())
             return true;
-        kLog.warn("Stopping panorama\n");
-        const int32_t rc = px_endCapture(mInstance);
-        mCapturing = false;
-        if (rc != 0) {
-            kLog.error("px_endCapture rc = %d\n", rc);
-            mInstanceReady = false;
-            mImageReady = false;
-            return true;
-        }
-        mStitching = true;
         generation = mGeneration;
     }
     return stitch(generation);
 }
 
+/// True when there is something to stitch.
+bool ShotPanorama::endCapture() {
+    kLog.warn("Stopping panorama\n");
+    const int32_t rc = px_endCapture(mInstance);
+    mCapturing = false;
+    mStitching = rc == 0;
+    if (mStitching)
+        return true;
+    kLog.error("px_endCapture rc = %d\n", rc);
+    mInstanceReady = false;
+    mImageReady = false;
+    return false;
+}
+
 /// Runs the library's steps, with a message to the application after each, and delivers the result. Whoever frees the
-/// instance meanwhile ends it.
+/// instance meanwhile ends it, and so does a cancel that waits for the lock, which it might not get between two steps.
 bool ShotPanorama::stitch(uint32_t generation) {
     const uint32_t begin = nowMs();
     for (;;) {
@@ -309,7 +319,7 @@ bool ShotPanorama::stitch(uint32_t generation) {
         int32_t rc = 0;
         {
             const AutoMutex held(mEngineLock);
-            if (generation != mGeneration || mProgress >= kStitched)
+            if (generation != mGeneration || mCancelRequested || mProgress >= kStitched)
                 break;
             rc = px_createPanorama(mInstance, &mProgress);
             progress = mProgress;
@@ -405,18 +415,18 @@ void ShotPanorama::drawGuide(px_image& image) {
     DrawFadingArrows(image, arrows);
 }
 
-void ShotPanorama::GetRectToDraw(int& left, int& top, int& right, int& bottom) const NO_THREAD_SAFETY_ANALYSIS {
+void ShotPanorama::GetRectToDraw(int& left, int& top, int& right, int& bottom) const {
     left = clampedSum(mPxStatus.dx, kGuideInset);
     top = clampedSum(mPxStatus.dy, kGuideInset);
     right = clampedSum(mPxStatus.dx, mFrameWidth - 1 - kGuideInset);
     bottom = clampedSum(mPxStatus.dy, mFrameHeight - 1 - kGuideInset);
 }
 
-px_color ShotPanorama::GetRectColor() const NO_THREAD_SAFETY_ANALYSIS {
+px_color ShotPanorama::GetRectColor() const {
     return panoramaRectColor(mPxStatus.status);
 }
 
-px_direction ShotPanorama::GetArrows() const NO_THREAD_SAFETY_ANALYSIS {
+px_direction ShotPanorama::GetArrows() const {
     return panoramaArrows(mPxStatus);
 }
 

@@ -35,15 +35,16 @@ public:
     void CancelCapture();
     void Free();
 
-    /// Looks at one preview frame of the instance's size, and marks it when `draw` is set. False when the shot was
-    /// retired meanwhile.
-    [[nodiscard]] bool HandlePreview(unsigned char* frame, bool draw);
+    /// Looks at one preview frame of `bytes` bytes, and marks it when `draw` is set. A frame of another size than the
+    /// instance's (the preview size was changed) goes by unread. False when the shot was retired meanwhile.
+    [[nodiscard]] bool HandlePreview(unsigned char* frame, size_t bytes, bool draw);
     /// The stitched image, the library's, with its size; null with -1 and -1 when there is none.
     unsigned char* GetPanoramaImage(int& width, int& height);
 
-    void GetRectToDraw(int& left, int& top, int& right, int& bottom) const;
-    px_color GetRectColor() const;
-    px_direction GetArrows() const;
+    void GetRectToDraw(int& left, int& top, int& right, int& bottom) const REQUIRES(mEngineLock);
+    px_color GetRectColor() const REQUIRES(mEngineLock);
+    px_direction GetArrows() const REQUIRES(mEngineLock);
+    Mutex& engineLock() const RETURN_CAPABILITY(mEngineLock) { return mEngineLock; }
 
     static void DrawHorizontalLine(px_image& image, int y, int x0, int x1, uint8_t Y, uint8_t C1, uint8_t C2);
     static void DrawVerticalLine(px_image& image, int x, int y0, int y1, uint8_t Y, uint8_t C1, uint8_t C2);
@@ -59,7 +60,9 @@ private:
     void initLocked(int width, int height, bool noAutoAdd) REQUIRES(mEngineLock);
     bool openInstance(int width, int height) REQUIRES(mEngineLock);
     void freeLocked() REQUIRES(mEngineLock);
-    px_image describe(unsigned char* frame) const;
+    bool endCapture() REQUIRES(mEngineLock);
+    bool fitsInstance(size_t bytes) const REQUIRES(mEngineLock);
+    px_image describe(unsigned char* frame) const REQUIRES(mEngineLock);
     Handled analyse(px_image& image, uint32_t* adding) REQUIRES(mEngineLock);
     void drawGuide(px_image& image) REQUIRES(mEngineLock);
     unsigned char* panoramaImageLocked(int& width, int& height) REQUIRES(mEngineLock);
@@ -71,13 +74,13 @@ private:
     bool mAutoStopArmed GUARDED_BY(mEngineLock) = false;
     bool mInstanceReady GUARDED_BY(mEngineLock) = false;
     std::atomic<bool> mCapturing{false};
-    bool mCancelRequested GUARDED_BY(mEngineLock) = false;
+    std::atomic<bool> mCancelRequested{false};  // set before the lock is waited for
     bool mImageReady GUARDED_BY(mEngineLock) = false;
     bool mNoAutoAdd GUARDED_BY(mEngineLock) = false;
     uint32_t mProgress GUARDED_BY(mEngineLock) = 0;  // percent, written by the library
     px_status mPxStatus GUARDED_BY(mEngineLock) = {};
-    std::atomic<int32_t> mFrameWidth;
-    std::atomic<int32_t> mFrameHeight;
+    int32_t mFrameWidth GUARDED_BY(mEngineLock);
+    int32_t mFrameHeight GUARDED_BY(mEngineLock);
     px_instance mInstance GUARDED_BY(mEngineLock) = nullptr;
 
     mutable Mutex mEngineLock;

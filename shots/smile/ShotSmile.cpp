@@ -147,7 +147,9 @@ bool ShotSmile::analyse(int32_t width, int32_t height, unsigned char* frame) {
         const __tag_rect& face = mFaceRects[i];
         DrawRectangle(mPreviewImage, face.left, face.top, face.right, face.bottom, kFaceColor);
     }
-    SmileDetect(width, height, frame, mFaceRects, mFaceInfo, m_nFaceNum);
+    // Whatever a failing engine has left in the result is not looked at.
+    if (SmileDetect(width, height, frame, mFaceRects, mFaceInfo, m_nFaceNum) < 0)
+        return false;
     for (int32_t i = 0; i < std::min(mSmileResult.ISmileNumber, kMostFaces); ++i) {
         const __tag_rect& smile = mSmileResult.smiles[i];
         DrawRectangle(mPreviewImage, smile.left, smile.top, smile.right, smile.bottom, kSmileColor);

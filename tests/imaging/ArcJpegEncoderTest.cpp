@@ -48,19 +48,23 @@ Lines withoutAddresses(Lines lines) {
 
 TEST_F(ArcJpegEncoderTest, EachUserHasItsOwnCallsAndLines) {
     EXPECT_TRUE(encode(ArcJpegUser::Panorama));
-    EXPECT_EQ(
-        withoutAddresses(recorder.take()),
-        (Lines{"AMCM_Create", "AMCM_RegisterEx 0x81002202 0x2000000 2 5 AJL2",
-               "E ShotPanorama: encode2ArcJpegData() - 1", "MStreamOpenFromMemoryBlock null 384",
-               "E ShotPanorama: encode2ArcJpegData() - 2 - ", "E ShotPanorama: encode2ArcJpegData() - 3 - capture.",
-               "MdBitmapSave 2", "E ShotPanorama: encode2ArcJpegData() - 4 - res:0", "deliver JPEG",
-               "E ShotPanorama: encode2ArcJpegData() - 5 - ", "MStreamClose",
-               "E ShotPanorama: encode2ArcJpegData() - 6 - ", "E ShotPanorama: encode2ArcJpegData() - end",
-               "AMCM_Destroy"}));
+    EXPECT_EQ(withoutAddresses(recorder.take()),
+              (Lines{"AMCM_Create", "AMCM_RegisterEx 0x81002202 0x2000000 2 5 AJL2",
+                     "E ShotPanorama: encode2ArcJpegData() - 1", "MStreamOpenFromMemoryBlock null 384",
+                     "E ShotPanorama: encode2ArcJpegData() - 2 - ",
+                     "E ShotPanorama: encode2ArcJpegData() - 3 - capture.", "MdBitmapSave 2",
+                     "E ShotPanorama: encode2ArcJpegData() - 4 - res:0", "MStreamSeek 0 0", "MStreamGetSize",
+                     "MStreamSeek 0 0", "MStreamRead 4", "deliver JPEG", "E ShotPanorama: encode2ArcJpegData() - 5 - ",
+                     "MStreamClose", "E ShotPanorama: encode2ArcJpegData() - 6 - ",
+                     "E ShotPanorama: encode2ArcJpegData() - end", "AMCM_Destroy"}));
     const Lines calls = {"AMCM_Create",
                          "AMCM_RegisterEx 0x81002202 0x2000000 2 3 AJL2",
                          "MStreamOpenFromMemoryBlock null 384",
                          "MdBitmapSaveEx 2 quality 90 0x70000002",
+                         "MStreamSeek 0 0",
+                         "MStreamGetSize",
+                         "MStreamSeek 0 0",
+                         "MStreamRead 4",
                          "deliver JPEG",
                          "MStreamClose",
                          "AMCM_Destroy"};
@@ -93,7 +97,8 @@ TEST_F(ArcJpegEncoderTest, GoesOnWithoutAManagerAndStopsWithoutAStream) {
     EXPECT_TRUE(encode(ArcJpegUser::Action));
     EXPECT_EQ(recorder.take(),
               (Lines{"AMCM_Create", "MStreamOpenFromMemoryBlock null 384",
-                     "without manager: MdBitmapSaveEx 2 quality 90 0x70000002", "deliver ", "MStreamClose"}));
+                     "without manager: MdBitmapSaveEx 2 quality 90 0x70000002", "MStreamSeek 0 0", "MStreamGetSize",
+                     "MStreamSeek 0 0", "MStreamRead 0", "deliver ", "MStreamClose"}));
     kov::test::resetFakeArcJpeg();
     fakeArcJpeg().streamOpens = false;
     EXPECT_TRUE(encode(ArcJpegUser::Panorama));

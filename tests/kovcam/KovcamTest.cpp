@@ -205,4 +205,44 @@ TEST_F(KovcamTest, WhatWasSavedStaysWhenALaterStepFails) {
     EXPECT_EQ(cv::imread(path("picture-001.jpg")).size(), cv::Size(640, 480));
 }
 
+TEST_F(KovcamTest, TakesThePictureWhenTheFaceHasBegunToSmile) {
+    const Outcome run =
+        kovcam("shoot smile -i scene:portrait?neutral=3 -o " + folder.string() + " --trace " + path("trace.jsonl"));
+    ASSERT_EQ(run.status, 0) << run.output;
+    // The scene's time is counted in frames, 30 a second: neutral for 3 seconds, the full smile 0.7 after that.
+    int frames = 0;
+    int start = -1;
+    std::vector<int> smiles;
+    std::ifstream file(path("trace.jsonl"));
+    for (std::string line; std::getline(file, line);) {
+        const std::string name = nlohmann::json::parse(line).value("name", "");
+        frames += name == "PREVIEW_FRAME";
+        if (name == "SMILE_SHOT_DETECTION_START")
+            start = frames;
+        if (name == "SMILE_DETECTED")
+            smiles.push_back(frames);
+    }
+    ASSERT_EQ(smiles.size(), 1U) << run.output;
+    ASSERT_GE(start, 0);
+    EXPECT_LT(start, 30);  // neutral for two seconds from here
+    EXPECT_GT(smiles.front(), 3.0 * 30);
+    EXPECT_LT(smiles.front(), 4.7 * 30);
+    for (const char* name : {"smile-001.jpg", "preview-begin.jpg", "preview-smile.jpg"})
+        EXPECT_FALSE(cv::imread(path(name)).empty()) << name;
+}
+
+TEST_F(KovcamTest, SweepsAPanoramaInTheWayItIsTold) {
+    for (const std::string direction : {"left", "up"}) {
+        SCOPED_TRACE(direction);
+        const Outcome run = kovcam("shoot panorama -i scene:landscape?seconds=6 -o " + path(direction) +
+                                   " --direction " + direction + " --seconds 1 --preview-size 320x240");
+        ASSERT_EQ(run.status, 0) << run.output;
+        const cv::Mat panorama = cv::imread(path(direction + "/panorama-001.jpg"));
+        const int along = direction == "up" ? panorama.rows : panorama.cols;
+        const int across = direction == "up" ? panorama.cols : panorama.rows;
+        EXPECT_GT(along, 1.5 * (direction == "up" ? 240 : 320));
+        EXPECT_NEAR(across, direction == "up" ? 320 : 240, 6);
+    }
+}
+
 }  // namespace

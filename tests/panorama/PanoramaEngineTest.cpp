@@ -158,17 +158,18 @@ TEST_F(PanoramaEngineTest, PansAreStitchedAsTheSceneIs) {
         kov::camera::SourceOptions options(std::string("direction=") + each.direction + "&seconds=8");
         kov::camera::Landscape scene(options);
         begin();
-        cv::Rect swept;
-        int added = 0;
-        for (int i = 0; i < 270 && added < 5; ++i) {
-            const double seconds = i / 30.0;
+        cv::Rect swept = scene.crop(0, kFrame);
+        int after = 0;  // frames since the fourth was added: the sweep ends between two strides
+        for (int i = 0; i < 270 && after < 9; ++i) {
+            const double seconds = i / 20.0;
             auto frame = toFrame(scene.frame(seconds, kFrame));
             if (show(frame).status == 2) {
-                ++added;
-                swept = swept.empty() ? scene.crop(seconds, kFrame) : swept | scene.crop(seconds, kFrame);
+                EXPECT_EQ(status.status, 3U);
             }
+            swept |= scene.crop(seconds, kFrame);
+            after += status.frame_count == 4;
         }
-        ASSERT_EQ(added, 5);
+        ASSERT_EQ(status.frame_count, 4U);
         EXPECT_EQ(status.direction, each.code);
         const cv::Mat panorama = stitch();
         EXPECT_GE(panorama.total(), 0.95 * swept.area());
@@ -197,10 +198,31 @@ TEST_F(PanoramaEngineTest, WobbleAndDriftOfExposureAreEvenedOut) {
     const cv::Mat panorama = stitch();
     EXPECT_GE(panorama.rows, 0.95 * (kFrame.height - 2));
     const Fit found = fit(panorama, lumaOf(wide));
+    std::printf("wobble and drift: %.1f dB, worst line %.1f\n", found.psnr, found.worstLine);
     EXPECT_GE(found.psnr, 26);
     EXPECT_LT(found.worstLine, 25);
     EXPECT_LT(gMost, static_cast<size_t>(kBudget));
     EXPECT_GT(gMost, size_t{8} * kFrame.area() * 3 / 2);  // the frames are counted
+}
+
+TEST_F(PanoramaEngineTest, ASlowSweepOverSoftPicturesIsMeasuredAsItIs) {
+    kov::camera::SourceOptions options("");
+    kov::camera::Landscape scene(options);
+    cv::Mat wide = scene.widePicture(kFrame);
+    cv::Mat small;
+    cv::resize(wide, small, {}, 0.4, 0.4, cv::INTER_AREA);
+    cv::resize(small, wide, wide.size(), 0, 0, cv::INTER_CUBIC);
+    begin();
+    int32_t from = 0;
+    for (int32_t x = 0; x < 1000; x += 3) {
+        auto frame = toFrame(wide(cv::Rect({x, 0}, kFrame)));
+        const px_status handled = show(frame);
+        EXPECT_NEAR(handled.dx, x - from, 4) << x;
+        EXPECT_NEAR(handled.dy, 0, 4) << x;
+        if (handled.status == 2)
+            from = x;
+    }
+    EXPECT_GE(fit(stitch(), lumaOf(wide)).psnr, 30);
 }
 
 TEST_F(PanoramaEngineTest, OffsetsAreThoseOfTheCamera) {
@@ -216,6 +238,14 @@ TEST_F(PanoramaEngineTest, OffsetsAreThoseOfTheCamera) {
     EXPECT_NEAR(moved.dy, -12, 2);
     EXPECT_EQ(moved.direction, 1);
     EXPECT_EQ(moved.status, 1U);
+    // Where the camera sees nothing that it knows it is lost, and found when it comes back.
+    std::vector<uint8_t> noise(second.size());
+    cv::theRNG().state = 1;
+    cv::randu(noise, 0, 255);
+    EXPECT_EQ(show(noise).status, 0U);
+    const px_status found = show(second);
+    EXPECT_EQ(found.status, 1U);
+    EXPECT_NEAR(found.dx, 40, 2);
 }
 
 TEST_F(PanoramaEngineTest, EachFailureHasItsCode) {

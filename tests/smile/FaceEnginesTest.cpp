@@ -3,9 +3,14 @@
 #include <arccamera/face.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
+#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
+#include <string>
 #include <vector>
 
+#include "host/camera/Sources.h"
 #include "host/camera/scenes/Portrait.h"
 
 namespace {
@@ -97,6 +102,59 @@ TEST_F(FaceEnginesTest, AFaceIsFollowedThroughTheFrameBetweenDetections) {
     EXPECT_GE(found, 22);
     smiles(cv::Mat(kFrame, CV_8UC3, cv::Scalar(90, 90, 90)));
     EXPECT_EQ(faces.count, 0);
+}
+
+/// A photograph of a woman, from Debian's package python3-skimage; the environment may name another copy of it.
+std::string portraitPhoto() {
+    const char* named = std::getenv("KOV_PORTRAIT");
+    return named ? named : "/usr/lib/python3/dist-packages/skimage/data/astronaut.png";
+}
+
+TEST_F(FaceEnginesTest, ARealFaceIsFramedWhereverTheCameraMoves) {
+    const cv::Mat photo = cv::imread(portraitPhoto());
+    if (photo.empty())
+        GTEST_SKIP() << "install python3-skimage, or name its astronaut.png in KOV_PORTRAIT";
+    const cv::Rect2d face(175, 66, 97, 97);
+    // The face in the middle of a wide surrounding, so that it passes through the whole frame.
+    const cv::Size wide(1024, 1024);
+    const cv::Point2d middle(wide.width / 2.0, wide.height / 2.0);
+    const cv::Point2d shift = middle - (face.tl() + face.br()) / 2;
+    cv::Mat surrounded;
+    cv::warpAffine(photo, surrounded, cv::Matx23d(1, 0, shift.x, 0, 1, shift.y), wide, cv::INTER_LINEAR,
+                   cv::BORDER_REFLECT);
+    const std::string file = ::testing::TempDir() + "kov-portrait.png";
+    ASSERT_TRUE(cv::imwrite(file, surrounded));
+    constexpr double kScale = 0.8;  // picture pixels for one of the frame, on a pan over this picture
+    int visible = 0;
+    int framed = 0;
+    for (const std::string way : {"right", "left", "down", "up"}) {
+        std::string error;
+        const auto source = kov::camera::openSource(file + "?path=pan-" + way + "&seconds=4", &error);
+        ASSERT_TRUE(source) << error;
+        for (int i = 0; i < 120; ++i) {
+            smiles(source->frame(i / 30.0, kFrame));
+            const double along = way == "right" || way == "down" ? i / 120.0 : 1 - i / 120.0;
+            const bool level = way == "right" || way == "left";
+            const cv::Size2d room(wide.width - kScale * kFrame.width, wide.height - kScale * kFrame.height);
+            const cv::Point2d corner(room.width * (level ? along : 0.5), room.height * (level ? 0.5 : along));
+            const cv::Rect2d truth((face.tl() + shift - corner) / kScale, face.size() / kScale);
+            if ((truth & cv::Rect2d({}, cv::Size2d(kFrame))).area() < truth.area())
+                continue;
+            ++visible;
+            for (int k = 0; k < faces.count; ++k) {
+                const __tag_rect& found = faces.faces[k];
+                const cv::Rect2d place(cv::Point2d(found.left, found.top), cv::Point2d(found.right, found.bottom));
+                if ((place & truth).area() <= 0.5 * (place.area() + truth.area() - (place & truth).area()))
+                    continue;
+                ++framed;
+                break;
+            }
+        }
+    }
+    std::remove(file.c_str());
+    std::printf("framed in %d of the %d frames in which the face is wholly visible\n", framed, visible);
+    EXPECT_GE(framed, 0.9 * visible);
+    EXPECT_GT(visible, 200);
 }
 
 TEST(FaceMemoryTest, AnEngineThatDoesNotFitIsNotMade) {

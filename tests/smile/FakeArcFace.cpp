@@ -26,6 +26,8 @@ char gManager, gFaceEngine, gSmileEngine;
 
 MRESULT call(const std::string& name, const std::string& arguments = "") {
     record(name + arguments);
+    if (fakeArcFace().during)
+        fakeArcFace().during();
     const auto result = fakeArcFace().results.find(name);
     return result == fakeArcFace().results.end() ? 0 : result->second;
 }
@@ -106,9 +108,9 @@ MRESULT ASSD_SmileDetect(MHandle, MHandle, ASSD_IMAGE* image, ASSD_FACE_INPUT* f
     fake.lastImage = *image;
     fake.lastInput = *faces;
     const MRESULT answer = call("ASSD_SmileDetect", text(" %d%s", faces->count, a || b ? " odd" : ""));
-    if (answer == 0)
-        *result = {fake.smiles.data(), 0, fake.examined,
-                   fake.smileCount >= 0 ? fake.smileCount : static_cast<int32_t>(fake.smiles.size())};
+    // Also when it fails: an engine may have got so far.
+    *result = {fake.smiles.data(), 0, fake.examined,
+               fake.smileCount >= 0 ? fake.smileCount : static_cast<int32_t>(fake.smiles.size())};
     return answer;
 }
 

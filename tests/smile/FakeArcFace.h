@@ -3,6 +3,7 @@
 
 #include <arccamera/face.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -23,6 +24,7 @@ struct FakeArcFace {
     int managersAlive = 0;
     ASSD_IMAGE lastImage = {};
     ASSD_FACE_INPUT lastInput = {};
+    std::function<void()> during;  // run within each call
 };
 
 FakeArcFace& fakeArcFace();

@@ -3,6 +3,9 @@
 #include "shots/smile/ShotSmile.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <thread>
 
 #include "shots/Commands.h"
 #include "tests/smile/FakeArcFace.h"
@@ -289,6 +292,36 @@ TEST_F(ShotSmileTest, TheSmileEngineGetsTheFrameAsPlanar) {
               (std::vector<int32_t>{640, 320, 320}));
     EXPECT_EQ(fakeArcFace().lastInput.count, 2);
     EXPECT_EQ(fakeArcFace().lastInput.info[1], 7);
+}
+
+TEST_F(ShotSmileTest, ThePreviewRestartsWhileFramesCome) {
+    make(160, 120);
+    fakeArcFace().faces = {kFace};
+    std::atomic<int> inEngines{0};
+    std::atomic<int> overlaps{0};
+    fakeArcFace().during = [&] {
+        overlaps += inEngines.fetch_add(1) != 0;
+        std::this_thread::yield();
+        --inEngines;
+    };
+    std::atomic<bool> over{false};
+    const sp<IMemory> small = kov::test::makeMemory(160 * 120 * 3 / 2);
+    const sp<IMemory> large = kov::test::makeMemory(320 * 240 * 3 / 2);
+    std::thread frames([&] {
+        for (int i = 0; !over; ++i)
+            hardware->data(CAMERA_MSG_PREVIEW_FRAME, i % 2 ? small : large);
+    });
+    for (int i = 0; i < 20; ++i) {
+        const ShotGate::Entry inside(shot->gate());
+        hardware->params.setPreviewSize(i % 2 ? 160 : 320, i % 2 ? 120 : 240);
+        EXPECT_EQ(shot->startPreview(), NO_ERROR);
+        EXPECT_EQ(shot->sendCommand(1017, 0, 0), NO_ERROR);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    retireShot();
+    over = true;
+    frames.join();
+    EXPECT_EQ(overlaps, 0);
 }
 
 TEST_F(ShotSmileTest, OtherMessagesAndNoVendorLayer) {

@@ -69,16 +69,19 @@ MHandle MStreamOpenFromMemoryBlock(void* block, int32_t capacity) {
     return fakeArcJpeg().streamOpens ? new Stream : nullptr;
 }
 
-int32_t MStreamSeek(MHandle stream, int32_t, int32_t offset) {
+int32_t MStreamSeek(MHandle stream, int32_t origin, int32_t offset) {
+    record(text("MStreamSeek %d %d", origin, offset));
     static_cast<Stream*>(stream)->place = static_cast<size_t>(offset);
     return 0;
 }
 
 int32_t MStreamGetSize(MHandle stream) {
+    record("MStreamGetSize");
     return static_cast<int32_t>(static_cast<Stream*>(stream)->bytes.size());
 }
 
 int32_t MStreamRead(MHandle stream, void* destination, int32_t size) {
+    record(text("MStreamRead %d", size));
     auto* from = static_cast<Stream*>(stream);
     const size_t count = std::min(static_cast<size_t>(size), from->bytes.size() - from->place);
     if (count)

@@ -225,6 +225,10 @@ void Session::onDataTimestamp(int64_t timestamp, int32_t type, const sp<IMemory>
 void Session::received(Message message) {
     {
         const std::lock_guard held(mLock);
+        if (message.kind == Message::Kind::Notify && mFrameOf && message.type == mFrameOf) {
+            mNextFrameName = mFrameOfName;
+            mFrameOf = 0;
+        }
         mMessages.push_back(std::move(message));
     }
     mArrived.notify_all();
@@ -280,6 +284,12 @@ void Session::saveNextFrame(const std::string& name) {
 void Session::nameNextPicture(const std::string& word) {
     const std::lock_guard held(mLock);
     mNextPictureWord = word;
+}
+
+void Session::saveFrameOf(int32_t notification, const std::string& name) {
+    const std::lock_guard held(mLock);
+    mFrameOf = notification;
+    mFrameOfName = name;
 }
 
 std::vector<std::string> Session::pictures() {

@@ -69,6 +69,8 @@ public:
 
     /// Saves the next preview frame under `name`, whatever `savePreviewEvery` says.
     void saveNextFrame(const std::string& name);
+    /// The same with the frame that follows the next notification of a type: the frame that a mode sent it for.
+    void saveFrameOf(int32_t notification, const std::string& name);
 
     /// Adds a word to the file name of the next picture.
     void nameNextPicture(const std::string& word);
@@ -108,6 +110,8 @@ private:
     int mFrames = 0;
     std::string mNextFrameName;
     std::string mNextPictureWord;
+    int32_t mFrameOf = 0;      // the notification whose frame is saved, 0 for none,
+    std::string mFrameOfName;  // under this name
 };
 
 }  // namespace kov::cam

@@ -1,6 +1,7 @@
 // Panorama: a sweep of the camera becomes one wide picture.
 
 #include <CLI/CLI.hpp>
+#include <string>
 
 #include "shots/Commands.h"
 #include "tools/kovcam/Error.h"
@@ -40,11 +41,20 @@ public:
     void run(Session& session) override {
         session.startPreview();
         session.waitForFrames(kFramesBefore);
+        int added = 0;
+        const auto saveNextAdded = [&] {
+            session.saveFrameOf(CAMERA_MSG_PANORAMA_FRAME_ADDED, "preview-added-" + std::to_string(added + 1));
+        };
+        saveNextAdded();
         session.command(PANORAMA_SHOT_START);
         Progress progress("stitching");
         bool stitching = false;
         bool finished = false;
         const auto look = [&](const Message& message) {
+            if (message.type == CAMERA_MSG_PANORAMA_FRAME_ADDED) {
+                ++added;
+                saveNextAdded();
+            }
             if (message.type == CAMERA_MSG_PANORAMA_ERROR)
                 throw Error("the frames do not fit together; sweep more slowly, or over something with more detail");
             if (message.type == CAMERA_MSG_PANORAMA_PROGRESS) {

@@ -29,8 +29,9 @@ public:
     void run(Session& session) override {
         session.startPreview();
         session.waitForFrames(kFramesBefore);
-        session.saveNextFrame("preview-begin");
+        session.saveFrameOf(CAMERA_MSG_SMILE_DETECTED, "preview-smile");
         session.command(SMILE_SHOT_DETECTION_START);
+        session.saveNextFrame("preview-begin");
         session.wait("smile", mTimeout, [&](const Message& message) {
             return message.kind == Message::Kind::Notify && message.type == CAMERA_MSG_SMILE_DETECTED;
         });
