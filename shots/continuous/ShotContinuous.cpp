@@ -322,8 +322,8 @@ void ShotContinuous::runEncoder(const EncoderStart& start) {
 bool ShotContinuous::encodeNext(const EncoderStart& start, int encoded) {
     const ShotGate::Entry inside(start.gate);
     if (!inside) {
-        kLog.error("encodeCSPreview2Jpeg() -exit: %d\n", encoded);
         encoderKillFlag = false;
+        kLog.error("encodeCSPreview2Jpeg() -exit: %d\n", encoded);
         return false;
     }
     Slot slot;
@@ -351,9 +351,9 @@ ShotContinuous::Next ShotContinuous::nextFrame(uint32_t burst, const BurstEncode
     kLog.info("encodeCSPreview2Jpeg() - mCSEncodeCount : [%d]  pthread_self[%d]\n", encoded,
               static_cast<int>(pthread_self()));
     if (!own || encoder.stopped()) {
-        kLog.error("encodeCSPreview2Jpeg() -exit: %d\n", encoded);
         if (own)
             encoderKillFlag = false;
+        kLog.error("encodeCSPreview2Jpeg() -exit: %d\n", encoded);
         return Next::Exit;
     }
     *slot = mCSFrameHeap[mCSEncodeCount];
