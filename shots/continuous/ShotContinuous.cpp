@@ -329,7 +329,7 @@ bool ShotContinuous::encodeNext(const EncoderStart& start, int encoded) {
     Slot slot;
     const Next next = start.shot->nextFrame(start.burst, *start.encoder, encoded, &slot);
     if (next == Next::Complete)
-        (void)start.shot->complete(start.burst);
+        (void)start.shot->sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_DELIVERED, 0, 0);
     if (next != Next::Encode)
         return false;
     const clock_t begin = std::clock();
@@ -342,12 +342,14 @@ bool ShotContinuous::encodeNext(const EncoderStart& start, int encoded) {
     return true;
 }
 
-/// Fetches the next frame, with a reference of its own. `encoded`: frames of `burst` so far.
+/// Fetches the next frame, with a reference of its own, or ends the burst. `encoded`: frames of `burst` so far.
 ShotContinuous::Next ShotContinuous::nextFrame(uint32_t burst, const BurstEncoder& encoder, int encoded, Slot* slot) {
     const AutoMutex held(mBurstLock);
     const bool own = burst == mBurst;
-    if (own && mCSEncodeCount >= mCSFrameCount)
+    if (own && mCSEncodeCount >= mCSFrameCount) {
+        complete();
         return Next::Complete;
+    }
     kLog.info("encodeCSPreview2Jpeg() - mCSEncodeCount : [%d]  pthread_self[%d]\n", encoded,
               static_cast<int>(pthread_self()));
     if (!own || encoder.stopped()) {
@@ -403,18 +405,12 @@ void ShotContinuous::releaseSlot(uint32_t burst, int index) {
     kLog.info("encodeCSPreview2Jpeg - start sleep : EC FC[%d %d]\n", mCSEncodeCount, mCSFrameCount);
 }
 
-bool ShotContinuous::complete(uint32_t burst) {
-    {
-        const AutoMutex held(mBurstLock);
-        if (burst != mBurst)
-            return true;
-        mCSFrameCount = 0;
-        mCSEncodeCount = 0;
-        kLog.error("encodeCSPreview2Jpeg - Completed jpegEncodePreview\n");
-        mEncoderRunning = false;
-        mStatus = CSSHOT_STATE_IDLE;
-    }
-    return sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_DELIVERED, 0, 0);
+void ShotContinuous::complete() {
+    mCSFrameCount = 0;
+    mCSEncodeCount = 0;
+    kLog.error("encodeCSPreview2Jpeg - Completed jpegEncodePreview\n");
+    mEncoderRunning = false;
+    mStatus = CSSHOT_STATE_IDLE;
 }
 
 }  // namespace android

@@ -73,7 +73,7 @@ private:
     Next nextFrame(uint32_t burst, const BurstEncoder& encoder, int encoded, Slot* slot);
     bool encode2ArcJpegData(const Slot& slot);
     void releaseSlot(uint32_t burst, int index);
-    bool complete(uint32_t burst);
+    void complete() REQUIRES(mBurstLock);
 
     bool handlePreview(const sp<IMemory>& frame);
     bool captureNext(const sp<IMemory>& frame, Turn turn);

@@ -287,9 +287,14 @@ TEST_F(ShotActionTest, FramesOfSeveralThreadsAndCommandsAtRandom) {
         thread.join();
     fakeActionShot().during = nullptr;
     const Lines lines = taken();
-    EXPECT_GT(std::count(lines.begin(), lines.end(), "app.data 0x100 4"), 0);
     EXPECT_GE(std::count(lines.begin(), lines.end(), "app.notify 0x1600 1 0"),
               std::count(lines.begin(), lines.end(), "app.data 0x100 4"));
+    for (const int32_t code : {1030, 1029, 1031})  // and the next series is as ever
+        command(code);
+    taken();
+    fakeActionShot().progress = {100};
+    frame();
+    EXPECT_EQ(taken(), (Lines{"D ShotAction: Stopping acquisition manually."} + result + Lines{"app.data 0x10 4608"}));
 }
 
 TEST_F(ShotActionTest, ACancelAtEveryPoint) {
