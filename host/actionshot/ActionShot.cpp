@@ -141,7 +141,7 @@ bool Engine::start() {
     if (most() < 1)
         return false;
     mTracker = std::make_unique<SubjectTracker>(mSize);
-    for (size_t next = static_cast<size_t>(kOtherPlaces + most());
+    for (size_t next = static_cast<size_t>(most()) + kOtherPlaces;
          next < mPlaces.size() + mLent.size() && mViews.size() < kMostViews; ++next)
         mViews.push_back({place(next), {}, {}});
     mRunning = true;
