@@ -25,9 +25,11 @@ constexpr int32_t kEnded = 4;
 
 constexpr int32_t kMomentsParameter = 0;
 constexpr int kLeastMoments = 3;  // after which a subject that leaves ends the series
-constexpr int kGoneFrames = 12;   // without the subject
+constexpr int kGoneFrames = 24;   // without the subject
 constexpr int kSteadyFrames = 2;  // with it, before it is taken
 constexpr int kOtherPlaces = 3;   // first frame, last frame, result
+constexpr int kMostViews = 8;     // of the background, beyond those
+constexpr int kViewStep = 10;     // frames between two views, at first
 constexpr int kMargin = 4;        // pixels between two places of the subject
 constexpr int kMostSide = 4096;
 
@@ -70,6 +72,8 @@ private:
     }
     int most() const { return std::min<int>(mWanted, static_cast<int>(mPlaces.size() + mLent.size()) - kOtherPlaces); }
     void keep(const OPT_API_ASImage& frame, uint8_t* place) const;
+    void keepView(const OPT_API_ASImage& frame, cv::Point2d shift);
+    void takeMoment(const OPT_API_ASImage& frame, const Sighting& sighting);
     bool isMoment(const Sighting& sighting) const;
     void prepareResult();
     void finishResult();
@@ -87,7 +91,12 @@ private:
     int mSeen = 0;      // frames in a row with the subject
     int mGone = 0;      // and without
     std::vector<Taken> mTaken;
-    cv::Mat mTakenOutlines;  // of all of them
+    int mTakenNumber = 0;       // of their subject
+    cv::Mat mTakenOutlines;     // of all of them
+    std::vector<Taken> mViews;  // places for views of the background, those in use first
+    size_t mViewsUsed = 0;
+    int mViewStep = kViewStep;  // frames between two of them
+    int mFrames = 0;
     std::unique_ptr<Compose> mCompose;
     int mStepsDone = 0;
 };
@@ -116,10 +125,15 @@ void Engine::cancel() {
     mTracker.reset();
     mCompose.reset();
     mTaken.clear();
+    mTakenNumber = 0;
     mTakenOutlines.release();
     mSubject = {};
     mSeen = mGone = 0;
     mHaveFirst = false;
+    mViews.clear();
+    mViewsUsed = 0;
+    mViewStep = kViewStep;
+    mFrames = 0;
 }
 
 bool Engine::start() {
@@ -127,6 +141,9 @@ bool Engine::start() {
     if (most() < 1)
         return false;
     mTracker = std::make_unique<SubjectTracker>(mSize);
+    for (size_t next = static_cast<size_t>(most()) + kOtherPlaces;
+         next < mPlaces.size() + mLent.size() && mViews.size() < kMostViews; ++next)
+        mViews.push_back({place(next), {}, {}});
     mRunning = true;
     return true;
 }
@@ -137,18 +154,48 @@ void Engine::keep(const OPT_API_ASImage& frame, uint8_t* place) const {
     gMemory.copy(place + luma, frame.plane[1], luma / 2);
 }
 
+/// Keeps a frame now and then, so that the background can be told from what passes by. Spread over the whole series:
+/// when the places are full, every other view goes and the next ones come half as often.
+void Engine::keepView(const OPT_API_ASImage& frame, cv::Point2d shift) {
+    if (mViews.size() < 2 || ++mFrames % mViewStep != 0)
+        return;
+    if (mViewsUsed == mViews.size()) {
+        for (size_t i = 1; 2 * i < mViews.size(); ++i)
+            std::swap(mViews[i], mViews[2 * i]);
+        mViewsUsed = (mViews.size() + 1) / 2;
+        mViewStep *= 2;
+    }
+    keep(frame, mViews[mViewsUsed].place);
+    mViews[mViewsUsed++].shift = shift;
+}
+
 /// The whole subject, clear of where it was taken before.
 bool Engine::isMoment(const Sighting& sighting) const {
     if (!sighting.whole || mSeen < kSteadyFrames)
         return false;
-    if (mTakenOutlines.empty())
+    if (mTakenOutlines.empty() || sighting.number != mTakenNumber)
         return true;
     cv::Mat wide;
     cv::dilate(sighting.outline, wide, cv::getStructuringElement(cv::MORPH_ELLIPSE, {kMargin, kMargin}));
     return cv::countNonZero(wide & mTakenOutlines) == 0;
 }
 
+/// The moments are those of one subject: when another one is taken, it begins anew.
+void Engine::takeMoment(const OPT_API_ASImage& frame, const Sighting& sighting) {
+    if (sighting.number != mTakenNumber) {
+        mTaken.clear();
+        mTakenOutlines.release();
+        mTakenNumber = sighting.number;
+    }
+    uint8_t* const to = place(kOtherPlaces + mTaken.size());
+    keep(frame, to);
+    mTaken.push_back({to, sighting.shift, sighting.subject});
+    mTakenOutlines = mTakenOutlines.empty() ? sighting.outline : cv::Mat(mTakenOutlines | sighting.outline);
+}
+
 int32_t Engine::handle(const OPT_API_ASImage& frame) {
+    if (mRunning && static_cast<int>(mTaken.size()) >= most())
+        mRunning = false;  // with the frame after the last moment, so that the application hears of that one
     if (!mRunning || frame.width != mSize.width || frame.height != mSize.height || !frame.plane[0] || !frame.plane[1])
         return kEnded;
     const Sighting sighting =
@@ -157,26 +204,21 @@ int32_t Engine::handle(const OPT_API_ASImage& frame) {
         keep(frame, place(0));
         mHaveFirst = true;
     }
+    keepView(frame, sighting.shift);
     mSubject = sighting.subject;
     mSeen = mSubject.empty() ? 0 : mSeen + 1;
-    mGone = mSubject.empty() ? mGone + 1 : 0;
-    if (mGone == kGoneFrames && static_cast<int>(mTaken.size()) >= kLeastMoments) {
+    mGone = mSubject.empty() || sighting.number != mTakenNumber ? mGone + 1 : 0;
+    if (mGone >= kGoneFrames && static_cast<int>(mTaken.size()) >= kLeastMoments) {
         keep(frame, place(1));  // without the subject: one more view of the background
         mLastShift = sighting.shift;
         mTaken.push_back({place(1), mLastShift, {}});
         mRunning = false;
         return kEnded;
     }
-    if (!isMoment(sighting))
+    const bool another = sighting.number != mTakenNumber && static_cast<int>(mTaken.size()) >= kLeastMoments;
+    if (another || !isMoment(sighting))
         return mSubject.empty() ? kNobody : kFollowing;
-    uint8_t* const to = place(kOtherPlaces + mTaken.size());
-    keep(frame, to);
-    mTaken.push_back({to, sighting.shift, sighting.subject});
-    mTakenOutlines = mTakenOutlines.empty() ? sighting.outline : cv::Mat(mTakenOutlines | sighting.outline);
-    if (static_cast<int>(mTaken.size()) >= most()) {
-        mRunning = false;
-        return kEnded;
-    }
+    takeMoment(frame, sighting);
     return kTaken;
 }
 
@@ -200,6 +242,8 @@ void Engine::prepareResult() {
     std::vector<Moment> moments = {{view(place(0)), {}, {}}};
     for (const Taken& taken : mTaken)
         moments.push_back({view(taken.place), taken.shift, taken.subject});
+    for (size_t i = 0; i < mViewsUsed; ++i)
+        moments.push_back({view(mViews[i].place), mViews[i].shift, {}});
     mCompose = std::make_unique<Compose>(std::move(moments));
     mStepsDone = 0;
     mRunning = false;

@@ -16,6 +16,7 @@ constexpr double kDifferent = 12;  // levels in any channel
 constexpr int kReach = 24;         // pixels round the subject's box where it may still be
 constexpr int kClose = 9;          // pixels
 constexpr int kGrow = 5;
+constexpr int kBeyond = 8;  // pixels beyond the box that are still the subject's
 constexpr int kSoft = 7;
 constexpr double kLeastShift = 0.1;  // pixels
 constexpr size_t kMostMoments = 32;
@@ -59,6 +60,19 @@ void fillHoles(cv::Mat& mask) {
     std::vector<std::vector<cv::Point>> outlines;
     cv::findContours(mask.clone(), outlines, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE);
     cv::drawContours(mask, outlines, -1, 255, cv::FILLED);
+}
+
+/// Drops what lies mostly outside `box`: somebody else who was near.
+void keepWithin(cv::Mat& mask, const cv::Rect& box) {
+    cv::Mat labels;
+    cv::Mat stats;
+    cv::Mat centers;
+    const int count = cv::connectedComponentsWithStats(mask, labels, stats, centers);
+    for (int i = 1; i < count; ++i) {
+        const cv::Mat piece = labels == i;
+        if (2 * cv::countNonZero(piece(box)) < stats.at<int>(i, cv::CC_STAT_AREA))
+            mask.setTo(0, piece);
+    }
 }
 
 }  // namespace
@@ -129,6 +143,10 @@ void Compose::layOver(size_t index) {
     cv::morphologyEx(mask, mask, cv::MORPH_OPEN, ellipse(3));
     cv::morphologyEx(mask, mask, cv::MORPH_CLOSE, ellipse(kClose));
     fillHoles(mask);
+    keepWithin(mask, (cv::Rect(around.x - kBeyond, around.y - kBeyond, around.width + 2 * kBeyond,
+                               around.height + 2 * kBeyond) &
+                      area) -
+                         area.tl());
     cv::dilate(mask, mask, ellipse(kGrow));
     cv::GaussianBlur(mask, mask, {kSoft, kSoft}, 0);
 

@@ -64,7 +64,7 @@ status_t ShotAction::startPreview() {
 }
 
 sp<IMemoryHeap> ShotAction::getPreviewHeap() {
-    __android_log_print(ANDROID_LOG_DEBUG, kTag, "call getPreviewHeap");
+    kLog.debug("call getPreviewHeap");
     const AutoMutex held(mEngineLock);
     return mPreviewHeap;
 }
@@ -74,25 +74,29 @@ void ShotAction::processDataCallback(int32_t msgType, const sp<IMemory>& data) {
         return;
     if (msgType == CAMERA_MSG_COMPRESSED_IMAGE)
         kLog.info("CAMERA_MSG_COMPRESSED_IMAGE");
+    if (msgType != CAMERA_MSG_PREVIEW_FRAME || !data.get()) {
+        (void)sendData(msgType, data);
+        return;
+    }
     sp<MemoryBase> copy;
     bool analyse = false;
-    if (msgType == CAMERA_MSG_PREVIEW_FRAME && data.get()) {
+    {
         const AutoMutex held(mEngineLock);
         copy = copyToRing(data);
-        analyse = mWidth > 0 && mHeight > 0 && data->size() >= yuv420FrameSize(mWidth, mHeight);
+        analyse = copy.get() && mWidth > 0 && mHeight > 0 && data->size() >= yuv420FrameSize(mWidth, mHeight);
     }
+    // The library sees no other frames, but each of them carries out a stop that the application waits for.
+    if (!(analyse ? HandlePreview(static_cast<unsigned char*>(copy->pointer())) : StatusManager()))
+        return;
     if (!copy.get()) {
         (void)sendData(msgType, data);
         return;
     }
-    if (analyse && !HandlePreview(static_cast<unsigned char*>(copy->pointer())))
-        return;
     {
         const AutoMutex held(mEngineLock);
         mPreviewMemory = copy;
     }
-    if (sendData(CAMERA_MSG_PREVIEW_FRAME, copy))
-        previewRingIndex = (previewRingIndex + 1) % kPlaces;
+    (void)sendData(CAMERA_MSG_PREVIEW_FRAME, copy);
 }
 
 sp<MemoryBase> ShotAction::copyToRing(const sp<IMemory>& frame) {
@@ -105,6 +109,7 @@ sp<MemoryBase> ShotAction::copyToRing(const sp<IMemory>& frame) {
         return nullptr;
     const size_t offset = static_cast<size_t>(previewRingIndex) * size;
     std::memcpy(static_cast<uint8_t*>(mPreviewHeap->base()) + offset, bytes, size);
+    previewRingIndex = (previewRingIndex + 1) % kPlaces;
     return new MemoryBase(mPreviewHeap, static_cast<ssize_t>(offset), size);
 }
 

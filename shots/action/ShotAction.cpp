@@ -103,9 +103,12 @@ void ShotAction::allocateWorkMemory() {
     for (;; --mWorkBlockCount) {
         mWorkMemSize = mWorkBlockCount * kBlockSize;
         mWorkMem = static_cast<uint8_t*>(allocators.work(mWorkMemSize));
-        if (mWorkMem || mWorkBlockCount <= kLeastBlocks)
+        if (mWorkMem)
             return;
+        if (mWorkBlockCount <= kLeastBlocks)
+            break;
     }
+    mWorkMemSize = 0;  // the library is not told of memory that is not there
 }
 
 void ShotAction::configure() {
@@ -228,12 +231,14 @@ void ShotAction::cancel() {
 // --- Frames
 
 std::optional<int> ShotAction::StatusManager() {
+    uint32_t series = 0;
     {
         const AutoMutex held(mEngineLock);
         if (mActionState != kStopping)
             return kGoesOn;
+        series = mSeries;
     }
-    return StopCapture(false);
+    return StopCapture(false, series);
 }
 
 std::optional<int> ShotAction::HandlePreview(unsigned char* frame) {
@@ -241,32 +246,31 @@ std::optional<int> ShotAction::HandlePreview(unsigned char* frame) {
     if (status != kGoesOn)
         return status;
     int result = kGoesOn;
-    uint32_t series = 0;
+    bool goesOn = false;
     bool accepted = false;
+    uint32_t series = 0;
     {
         const AutoMutex held(mEngineLock);
         if (mActionState == kIdle || !mActionShot)
             return kNoSeries;
         const size_t luma = static_cast<size_t>(mWidth) * static_cast<size_t>(mHeight);
         OPT_API_ASImage image = {0, mWidth, mHeight, {frame, frame + luma, nullptr}};
-        const bool goesOn = handleFrame(image, &result);
+        goesOn = handleFrame(image, &result);
+        if (!goesOn && mStopped)
+            return kGoesOn;
         if (goesOn && !mStarted) {
             kLog.error("HandlePreview : mStarted is false - RetVal[%d]", kGoesOn);
             return kGoesOn;
         }
-        if (!goesOn && mStopped)
-            return kGoesOn;
-        if (!goesOn)
-            kLog.error("call StopCapture 3");
-        else
+        if (goesOn)
             DrawOnPreviewAcquisition(image);
+        else
+            kLog.error("call StopCapture 3");
         series = mSeries;
         accepted = mHandleFrameResult == 0;
-        if (!goesOn)
-            result = -1;
     }
-    if (result < 0)
-        return StopCapture(true);
+    if (!goesOn)
+        return StopCapture(true, series);
     if (!reportAcquisition(series, accepted))
         return std::nullopt;
     return result;
@@ -283,11 +287,10 @@ bool ShotAction::handleFrame(OPT_API_ASImage& image, int* result) {
 
 // --- The result
 
-std::optional<int> ShotAction::StopCapture(bool byItself) {
-    uint32_t series = 0;
+std::optional<int> ShotAction::StopCapture(bool byItself, uint32_t series) {
     {
         const AutoMutex held(mEngineLock);
-        if (mStopped)
+        if (mStopped || series != mSeries)
             return 0;
         kLog.debug("%s", byItself ? "Stopping acquisition by myself." : "Stopping acquisition manually.");
         mActionState = kStopping;
@@ -297,7 +300,6 @@ std::optional<int> ShotAction::StopCapture(bool byItself) {
             kLog.debug("Image is already prepared.");
             return 0;
         }
-        series = mSeries;
     }
     if (!sendNotifyIfSet(CAMERA_MSG_ACTION_CREATION_BEGIN, 0, 0))
         return std::nullopt;

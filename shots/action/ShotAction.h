@@ -45,9 +45,6 @@ public:
 
     /// The step for each frame, on its copy in the shot's own heap. Nothing when the shot was retired meanwhile.
     [[nodiscard]] std::optional<int> HandlePreview(unsigned char* frame);
-    /// Ends the series, makes the result and delivers it. 0, or 1 when it could not be made; nothing when the shot was
-    /// retired meanwhile.
-    [[nodiscard]] std::optional<int> StopCapture(bool byItself);
 
     static void DrawHorizontalLine(OPT_API_ASImage& image, int y, int x0, int x1, uint8_t Y, uint8_t C1, uint8_t C2);
     static void DrawVerticalLine(OPT_API_ASImage& image, int x, int y0, int y1, uint8_t Y, uint8_t C1, uint8_t C2);
@@ -67,7 +64,11 @@ public:
     static std::atomic<int> previewRingIndex;
 
 private:
+    /// Carries out a stop that the application has asked for. Results as those of `HandlePreview`.
     [[nodiscard]] std::optional<int> StatusManager();
+    /// Ends the series that `series` numbers, makes the result and delivers it; does nothing when it has been cancelled
+    /// or begun anew meanwhile. 0, or 1 when the result could not be made; nothing when the shot was retired meanwhile.
+    [[nodiscard]] std::optional<int> StopCapture(bool byItself, uint32_t series);
     bool handleFrame(OPT_API_ASImage& image, int* result) REQUIRES(mEngineLock);
     void DrawOnPreviewAcquisition(OPT_API_ASImage& image) REQUIRES(mEngineLock);
     [[nodiscard]] bool reportAcquisition(uint32_t series, bool accepted);
@@ -79,11 +80,12 @@ private:
     [[nodiscard]] bool encode2ArcJpegData(uint8_t* image, long width, long height, unsigned long format, int quality)
         RELEASE(mEngineLock);
     bool resultIsSound() const REQUIRES(mEngineLock);
-    /// The frame's copy in the next place of the own heap; empty when it does not fit there.
+    /// The frame's copy in the next place of the own heap, which is that frame's from then on; empty when it does not
+    /// fit there.
     sp<MemoryBase> copyToRing(const sp<IMemory>& frame) REQUIRES(mEngineLock);
 
     mutable Mutex mEngineLock;
-    std::atomic<bool> mCapturing{false};
+    bool mCapturing GUARDED_BY(mEngineLock) = false;
     bool mSeriesStarted GUARDED_BY(mEngineLock) = false;
     bool mImageReady GUARDED_BY(mEngineLock) = false;
     int mHandleFrameResult GUARDED_BY(mEngineLock) = 0;

@@ -125,6 +125,7 @@ void ShotContinuous::Terminate() {
             mEncoder->stop();
         mEncoderRunning = false;
     } else {
+        ++mBurst;  // also for an encoder that was terminated before and still runs: it must not take this for its end
         emptySlots();
         mCSFrameCount = 0;
         mCSEncodeCount = 0;
@@ -164,18 +165,17 @@ bool ShotContinuous::startEncoder(uint32_t burst) {
     const AutoMutex held(mBurstLock);
     if (mStatus != CSSHOT_STATE_ENCODING || mBurst != burst)
         return true;  // terminated while the application was told
-    mEncoder = new BurstEncoder(mEncoder);
-    mEncoderRunning = true;
-    auto start = std::make_unique<EncoderStart>(EncoderStart{ShotGate::Hold(gate()), this, mEncoder, burst});
+    const sp<BurstEncoder> encoder = new BurstEncoder(mEncoder);
+    auto start = std::make_unique<EncoderStart>(EncoderStart{ShotGate::Hold(gate()), this, encoder, burst});
     pthread_t thread;
     if (pthread_create(&thread, nullptr, encodeCSPreview2Jpeg, start.get()) == 0) {
         pthread_detach(thread);
         (void)start.release();  // the thread's now
+        mEncoder = encoder;
+        mEncoderRunning = true;
         return true;
     }
     kLog.error("the encoder thread cannot be started; the burst is dropped");
-    mEncoder->end();
-    mEncoderRunning = false;
     mStatus = CSSHOT_STATE_IDLE;
     mCSFrameCount = 0;
     emptySlots();
@@ -198,56 +198,56 @@ bool ShotContinuous::isCapturing() const {
 
 bool ShotContinuous::handlePreview(const sp<IMemory>& frame) {
     ContinuousClock& clock = ContinuousClock::get();
-    bool first = false;
-    uint32_t burst = 0;
-    int64_t elapsed = 0;  // ms
+    Turn turn;
+    int64_t elapsed = kIntervalMs;
     {
         const AutoMutex held(mBurstLock);
         if (!isCapturing())
             return true;
-        first = mFirstFrame;
-        burst = mBurst;
-        elapsed = (clock.now() - mLastCaptureTime) / 1000000;
-        if (!first && elapsed < kHoldFromMs) {
+        turn = {mBurst, mCSFrameCount};
+        if (turn.taken > 0)
+            elapsed = (clock.now() - mLastCaptureTime) / 1000000;
+        if (elapsed < kHoldFromMs) {
             freeze(frame);
             return true;
         }
     }
-    if (first)
-        return captureFirst(frame, burst);
     if (elapsed < kIntervalMs && !callOut([&] { clock.sleepMicroseconds((kIntervalMs - elapsed) * 1000); }))
         return false;
-    return captureNext(frame);
+    return captureNext(frame, turn);
 }
 
-bool ShotContinuous::captureFirst(const sp<IMemory>& frame, uint32_t burst) {
-    if (!captureNext(frame))
+/// Takes the frame with a click, unless the capture has ended meanwhile or another thread's frame had the same turn.
+bool ShotContinuous::captureNext(const sp<IMemory>& frame, Turn turn) {
+    {
+        const AutoMutex held(mBurstLock);
+        if (!isCapturing() || mBurst != turn.burst)
+            return true;
+        if (mCSFrameCount != turn.taken) {
+            freeze(frame);
+            return true;
+        }
+        mShutter->play();
+        mLastCaptureTime = ContinuousClock::get().now();
+        if (!take(frame))
+            return true;
+    }
+    if (!sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_FRAME_TAKEN, turn.taken + 1, kBurstLimit))
         return false;
-    bool stop = false;
+    return turn.taken > 0 || firstTaken(turn.burst);
+}
+
+/// Carries out a stop that came before the first frame, now that the application knows of that frame.
+bool ShotContinuous::firstTaken(uint32_t burst) {
     {
         const AutoMutex held(mBurstLock);
         if (burst != mBurst)
             return true;
         mFirstFrame = false;
-        stop = mStopPending;
-    }
-    return !stop || StopAndEncoding();
-}
-
-/// Takes the frame with a click, unless the capture has ended meanwhile.
-bool ShotContinuous::captureNext(const sp<IMemory>& frame) {
-    bool taken = false;
-    int frames = 0;
-    {
-        const AutoMutex held(mBurstLock);
-        if (!isCapturing())
+        if (!mStopPending)
             return true;
-        mShutter->play();
-        mLastCaptureTime = ContinuousClock::get().now();
-        taken = take(frame);
-        frames = mCSFrameCount;
     }
-    return !taken || sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_FRAME_TAKEN, frames, kBurstLimit);
+    return StopAndEncoding();
 }
 
 bool ShotContinuous::Capture(const sp<IMemory>& frame) {
@@ -308,46 +308,48 @@ void* ShotContinuous::encodeCSPreview2Jpeg(void* argument) {
 
 void ShotContinuous::runEncoder(const EncoderStart& start) {
     start.encoder->pause(kStartDelayUs);
-    for (int loop = 0; encodeNext(start, loop); ++loop)
+    for (int encoded = 0; encodeNext(start, encoded); ++encoded)
         start.encoder->pause(kGapUs);
 }
 
 /// Encodes and delivers one frame; false at the end of the burst, of its encoder or of the shot.
-bool ShotContinuous::encodeNext(const EncoderStart& start, int loop) {
+bool ShotContinuous::encodeNext(const EncoderStart& start, int encoded) {
     const ShotGate::Entry inside(start.gate);
     if (!inside) {
-        if (encoderKillFlag.exchange(false))
-            kLog.error("encodeCSPreview2Jpeg() -exit: %d\n", loop);
+        encoderKillFlag = false;
+        kLog.error("encodeCSPreview2Jpeg() -exit: %d\n", encoded);
         return false;
     }
     Slot slot;
-    const Next next = start.shot->nextFrame(start.burst, *start.encoder, &slot);
+    const Next next = start.shot->nextFrame(start.burst, *start.encoder, encoded, &slot);
     if (next == Next::Complete)
-        (void)start.shot->complete(start.burst);
+        (void)start.shot->sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_DELIVERED, 0, 0);
     if (next != Next::Encode)
         return false;
     const clock_t begin = std::clock();
-    if (slot.heap.get() && !start.shot->encode2ArcJpegData(slot))
-        return false;
+    const bool alive = !slot.heap.get() || start.shot->encode2ArcJpegData(slot);
     const float seconds = static_cast<float>(std::clock() - begin) / 1000000.0F;
-    kLog.info("encodeCSPreview2Jpeg() - Codec time(%d) : %.8f\n", loop, static_cast<double>(seconds));
+    kLog.info("encodeCSPreview2Jpeg() - Codec time(%d) : %.8f\n", encoded, static_cast<double>(seconds));
     slot = {};
-    start.shot->releaseSlot(start.burst, loop);
+    if (alive)  // else the next look at the gate ends the thread
+        start.shot->releaseSlot(start.burst, encoded);
     return true;
 }
 
-/// Fetches the next frame, with a reference of its own.
-ShotContinuous::Next ShotContinuous::nextFrame(uint32_t burst, const BurstEncoder& encoder, Slot* slot) {
+/// Fetches the next frame, with a reference of its own, or ends the burst. `encoded`: frames of `burst` so far.
+ShotContinuous::Next ShotContinuous::nextFrame(uint32_t burst, const BurstEncoder& encoder, int encoded, Slot* slot) {
     const AutoMutex held(mBurstLock);
     const bool own = burst == mBurst;
-    if (own && mCSEncodeCount >= mCSFrameCount)
+    if (own && mCSEncodeCount >= mCSFrameCount) {
+        complete();
         return Next::Complete;
-    kLog.info("encodeCSPreview2Jpeg() - mCSEncodeCount : [%d]  pthread_self[%d]\n", mCSEncodeCount,
+    }
+    kLog.info("encodeCSPreview2Jpeg() - mCSEncodeCount : [%d]  pthread_self[%d]\n", encoded,
               static_cast<int>(pthread_self()));
     if (!own || encoder.stopped()) {
-        kLog.error("encodeCSPreview2Jpeg() -exit: %d\n", mCSEncodeCount);
         if (own)
             encoderKillFlag = false;
+        kLog.error("encodeCSPreview2Jpeg() -exit: %d\n", encoded);
         return Next::Exit;
     }
     *slot = mCSFrameHeap[mCSEncodeCount];
@@ -396,18 +398,12 @@ void ShotContinuous::releaseSlot(uint32_t burst, int index) {
     kLog.info("encodeCSPreview2Jpeg - start sleep : EC FC[%d %d]\n", mCSEncodeCount, mCSFrameCount);
 }
 
-bool ShotContinuous::complete(uint32_t burst) {
-    {
-        const AutoMutex held(mBurstLock);
-        if (burst != mBurst)
-            return true;
-        mCSFrameCount = 0;
-        mCSEncodeCount = 0;
-        kLog.error("encodeCSPreview2Jpeg - Completed jpegEncodePreview\n");
-        mEncoderRunning = false;
-        mStatus = CSSHOT_STATE_IDLE;
-    }
-    return sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_DELIVERED, 0, 0);
+void ShotContinuous::complete() {
+    mCSFrameCount = 0;
+    mCSEncodeCount = 0;
+    kLog.error("encodeCSPreview2Jpeg - Completed jpegEncodePreview\n");
+    mEncoderRunning = false;
+    mStatus = CSSHOT_STATE_IDLE;
 }
 
 }  // namespace android

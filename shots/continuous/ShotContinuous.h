@@ -59,20 +59,25 @@ private:
         int32_t width = 0;  // of the frame
         int32_t height = 0;
     };
+    /// What a preview frame was found worth taking for; several threads may find the same.
+    struct Turn {
+        uint32_t burst = 0;
+        int taken = 0;  // frames before it
+    };
     /// What the encoder does next.
     enum class Next { Encode, Exit, Complete };
 
     static void* encodeCSPreview2Jpeg(void* start);
     static void runEncoder(const EncoderStart& start);
-    static bool encodeNext(const EncoderStart& start, int loop);
-    Next nextFrame(uint32_t burst, const BurstEncoder& encoder, Slot* slot);
+    static bool encodeNext(const EncoderStart& start, int encoded);
+    Next nextFrame(uint32_t burst, const BurstEncoder& encoder, int encoded, Slot* slot);
     bool encode2ArcJpegData(const Slot& slot);
     void releaseSlot(uint32_t burst, int index);
-    bool complete(uint32_t burst);
+    void complete() REQUIRES(mBurstLock);
 
     bool handlePreview(const sp<IMemory>& frame);
-    bool captureFirst(const sp<IMemory>& frame, uint32_t burst);
-    bool captureNext(const sp<IMemory>& frame);
+    bool captureNext(const sp<IMemory>& frame, Turn turn);
+    bool firstTaken(uint32_t burst);
     bool isCapturing() const REQUIRES(mBurstLock);
     bool take(const sp<IMemory>& frame) REQUIRES(mBurstLock);
     void freeze(const sp<IMemory>& frame) const REQUIRES(mBurstLock);
@@ -87,9 +92,9 @@ private:
     sp<BurstEncoder> mEncoder GUARDED_BY(mBurstLock);  // of the last burst that was encoded
     bool mEncoderRunning GUARDED_BY(mBurstLock) = false;
     nsecs_t mLastCaptureTime GUARDED_BY(mBurstLock) = 0;
-    bool mFirstFrame GUARDED_BY(mBurstLock) = false;
+    bool mFirstFrame GUARDED_BY(mBurstLock) = false;  // until the application was told of the first one
     bool mStopPending GUARDED_BY(mBurstLock) = false;
-    uint32_t mBurst GUARDED_BY(mBurstLock) = 0;  // counts the bursts
+    uint32_t mBurst GUARDED_BY(mBurstLock) = 0;  // counts starts, and terminates but for those of an encoder
 
     std::optional<ShutterPlayer> mShutter;  // from construction to destruction; guards itself
 };

@@ -2,16 +2,17 @@
 
 #include "shots/continuous/ShutterPlayer.h"
 
-#include <android/log.h>
 #include <cutils/properties.h>
 
 #include <cstring>
+
+#include "imaging/TaggedLog.h"
 
 namespace android {
 
 namespace {
 
-constexpr const char* kTag = "ShotContinuous";
+constexpr TaggedLog kLog("ShotContinuous");
 constexpr const char* kSoundFile = "/system/media/audio/ui/camera_click_short.ogg";
 constexpr const char* kSalesCodeProperty = "ro.csc.sales_code";
 
@@ -40,9 +41,9 @@ ShutterPlayer::ShutterPlayer() {
     const bool special = hasSpecialSalesCode();
     mShutterPlayer = newMediaPlayer(kSoundFile);
     if (special)
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "ShotContinuous OPS OPS OPS OPS OPS OPS OPS OPS OPS OPS");
+        kLog.error("ShotContinuous OPS OPS OPS OPS OPS OPS OPS OPS OPS OPS");
     mVolume = special ? kSpecialVolume : VolumeCustomizer::getSituationVolume(kSituation, kAnyStream);
-    __android_log_print(ANDROID_LOG_INFO, kTag, "ShotContinuous - mVolume : %f", static_cast<double>(mVolume));
+    kLog.info("ShotContinuous - mVolume : %f", static_cast<double>(mVolume));
     if (mShutterPlayer.get())
         mShutterPlayer->setVolume(mVolume, mVolume);
 }
@@ -74,11 +75,11 @@ void ShutterPlayer::play() {
 }
 
 sp<MediaPlayer> ShutterPlayer::newMediaPlayer(const char* path) {
-    __android_log_print(ANDROID_LOG_ERROR, kTag, "call newMediaPlayer");
+    kLog.error("call newMediaPlayer");
     sp<MediaPlayer> player = new MediaPlayer;
     const bool special = hasSpecialSalesCode();
     if (player->setDataSource(path, nullptr) != NO_ERROR) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "Failed to load CameraService sounds.");
+        kLog.error("Failed to load CameraService sounds.");
         return nullptr;
     }
     player->setAudioStreamType(special ? kEnforcedStream : kSystemStream);

@@ -1,10 +1,14 @@
-// The host's action engine on the crossing scene.
+// The host's action engine on the crossing scene, called directly and through kovcam.
 
 #include <actionshot/actionshot.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
+#include <string>
 #include <vector>
 
 #include "host/camera/scenes/Crossing.h"
@@ -123,6 +127,51 @@ TEST(ActionEngineTest, LessMemoryMakesFewerMomentsAndNoneRefuses) {
     OPT_API_ASImage result = {};
     EXPECT_EQ(ActionShot_CreateResult(nullptr, &progress, &result), 0);
     EXPECT_EQ(progress, 0);
+}
+
+/// How far the picture is from the scene at `time`, in grey levels on average, where the scene shows its subject.
+double differenceAt(kov::camera::Crossing& scene, const cv::Mat& picture, double time, const cv::Mat& mask) {
+    cv::Mat inner;
+    cv::Mat difference;
+    cv::erode(mask, inner, cv::Mat(), {-1, -1}, 3);
+    cv::absdiff(picture, lumaOf(scene.frame(time, kFrame)), difference);
+    return cv::mean(difference, inner)[0];
+}
+
+TEST(ActionSession, TheCrossingSceneMakesOnePictureOfWholePeopleInDistinctPlaces) {
+    namespace fs = std::filesystem;
+    std::string name = (fs::temp_directory_path() / "kovcam-action-XXXXXX").string();
+    const fs::path folder = mkdtemp(name.data());
+    const std::string line =
+        "KOV_CAMERA_SPEED=2 " KOV_KOVCAM " shoot action -i scene:crossing -o " + name + " >/dev/null 2>&1 </dev/null";
+    ASSERT_EQ(std::system(line.c_str()), 0);
+    const cv::Mat bgr = cv::imread((folder / "action-001.jpg").string());
+    fs::remove_all(folder);
+    ASSERT_EQ(bgr.size(), kFrame);
+    const cv::Mat picture = lumaOf(bgr);
+
+    kov::camera::SourceOptions parsed("");
+    kov::camera::Crossing scene(parsed);
+    const cv::Rect inside(1, 1, kFrame.width - 2, kFrame.height - 2);
+    cv::Mat people(kFrame, CV_8U, cv::Scalar(0));
+    int moments = 0;
+    double lastX = -1000;
+    for (double time = 1; time < 7; time += 1 / 30.0) {
+        const cv::Rect box = scene.subjectBox(time, kFrame);
+        if (box.empty() || (box & inside) != box || box.x < lastX + 40)
+            continue;
+        const cv::Mat mask = scene.subjectMask(time, kFrame);
+        if (differenceAt(scene, picture, time, mask) > 4)
+            continue;
+        ++moments;
+        lastX = box.x;
+        people |= mask;
+    }
+    EXPECT_GE(moments, 4);
+    cv::dilate(people, people, cv::Mat(), {-1, -1}, 24);  // with the shadows
+    cv::Mat difference;
+    cv::absdiff(picture, lumaOf(scene.background(0, kFrame)), difference);
+    EXPECT_LT(cv::mean(difference, ~people)[0], 2);
 }
 
 }  // namespace

@@ -3,7 +3,10 @@
 #include "shots/action/ShotAction.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
+#include <thread>
 
 #include "imaging/Overlay.h"
 #include "shots/Commands.h"
@@ -101,7 +104,7 @@ TEST_F(ShotActionTest, SetsTheLibraryUpWithAsMuchMemoryAsThereIs) {
         makeShot();
         Lines lines = recorder.take();
         lines.erase(lines.begin(), std::find(lines.begin(), lines.end(), "I ShotAction: ShotAction created: pid=PID"));
-        const std::string memory = each.blocks ? text("memory %d", each.blocks * 460800) : "null 1843200";
+        const std::string memory = each.blocks ? text("memory %d", each.blocks * 460800) : "null 0";
         EXPECT_EQ(lines,
                   (Lines{"I ShotAction: ShotAction created: pid=PID", "ActionShot_SetMemoryFunctions",
                          "I ShotAction: Dimensions (64, 48)\\n", "I ShotAction: Memory allocated for preview frame.",
@@ -174,6 +177,126 @@ TEST_F(ShotActionTest, ASeriesThatTheLibraryEnds) {
     EXPECT_EQ(taken(), frameAcquired);
 }
 
+TEST_F(ShotActionTest, EveryCommandInEveryState) {
+    const Lines begun = {"ActionShot_CancelSeries", "ActionShot_SetTempMemory 15 460800", "ActionShot_StartSeries"};
+    const Lines begunAgain = {"ActionShot_CancelSeries", "ActionShot_StartSeries"};
+    const Lines cancelled = {"ActionShot_CancelSeries", "hw.sendCommand 1030 0 0"};
+    const Lines passedOn = {"hw.sendCommand 1031 0 0"};
+    const Lines shown = {"app.data 0x10 4608"};
+    const Lines stopped = Lines{"D ShotAction: Stopping acquisition manually."} + result + shown;
+    const struct {
+        const char* state;
+        std::vector<int32_t> before;  // commands, and 0 for a frame
+        int32_t frameResult;
+        // What each command gives, and the frame after it.
+        struct {
+            Lines lines, frame;
+        } on1029, on1030, on1031;
+    } cases[] = {
+        {"idle", {}, 1, {begun, frameAcquired}, {cancelled, shown}, {passedOn, shown}},
+        {"running", {1029, 0}, 1, {{}, frameAcquired}, {cancelled, shown}, {passedOn, stopped}},
+        {"stop asked for", {1029, 1031}, 1, {begunAgain, frameAcquired}, {cancelled, shown}, {passedOn, stopped}},
+        {"stopped", {1029, 1031, 0}, 1, {begunAgain, frameAcquired}, {cancelled, shown}, {passedOn, shown}},
+        {"ended by itself", {1029, 0}, 4, {{}, shown}, {cancelled, shown}, {passedOn, shown}},
+        {"cancelled", {1029, 0, 1030}, 1, {begunAgain, frameAcquired}, {cancelled, shown}, {passedOn, shown}},
+    };
+    for (const auto& each : cases) {
+        for (const int32_t code : {1029, 1030, 1031, 1032}) {
+            SCOPED_TRACE(text("%d when %s", code, each.state));
+            make();
+            startPreview();
+            fakeActionShot().frameResult = each.frameResult;
+            for (const int32_t step : each.before) {
+                if (step)
+                    command(step);
+                else
+                    frame();
+            }
+            fakeActionShot().frameResult = 1;
+            taken();
+            if (code == 1032) {
+                EXPECT_EQ(shot->sendCommand(code, 7, 8), NO_ERROR);
+                EXPECT_EQ(taken(), Lines{"hw.sendCommand 1032 7 8"});
+                continue;
+            }
+            const auto& expected = code == 1029 ? each.on1029 : code == 1030 ? each.on1030 : each.on1031;
+            command(code);
+            EXPECT_EQ(taken(), expected.lines);
+            frame();
+            EXPECT_EQ(taken(), expected.frame);
+        }
+    }
+}
+
+TEST_F(ShotActionTest, ACancelWaitsForTheCallThatTheLibraryIsIn) {
+    make();
+    startPreview();
+    command(1029);
+    std::thread service;
+    fakeActionShot().during = [&](const std::string& call) {
+        if (call != "ActionShot_HandleFrame")
+            return;
+        service = std::thread([&] { command(1030); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        kov::test::record("leaves the library");
+    };
+    taken();
+    frame();
+    service.join();
+    fakeActionShot().during = nullptr;
+    Lines lines = taken();
+    std::erase_if(lines, [](const std::string& line) { return line.starts_with("app."); });
+    EXPECT_EQ(lines, (Lines{"ActionShot_HandleFrame 64x48", "leaves the library", "ActionShot_CancelSeries",
+                            "hw.sendCommand 1030 0 0"}));
+}
+
+TEST_F(ShotActionTest, AStopIsCarriedOutWithAFrameThatIsNotCopiedToo) {
+    make();  // and no startPreview
+    command(1029);
+    command(1031);
+    taken();
+    frame();
+    EXPECT_EQ(taken(), (Lines{"D ShotAction: Stopping acquisition manually."} + result + Lines{"app.data 0x10 4608"}));
+}
+
+TEST_F(ShotActionTest, FramesOfSeveralThreadsAndCommandsAtRandom) {
+    make();
+    startPreview();
+    fakeActionShot().progress = {40, 100};
+    std::atomic<int> inside{0};  // the library
+    fakeActionShot().during = [&](const std::string&) {
+        EXPECT_EQ(++inside, 1);
+        std::this_thread::yield();
+        --inside;
+    };
+    const auto callback = hardware->dataCb;
+    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
+    const auto repeat = [&](auto act) {
+        return std::thread([=] {
+            for (uint32_t i = 0; std::chrono::steady_clock::now() < until; ++i)
+                act(i);
+        });
+    };
+    const auto deliver = [&, callback](uint32_t) { callback(CAMERA_MSG_PREVIEW_FRAME, makeFrame(1), shot); };
+    std::thread threads[] = {repeat(deliver), repeat(deliver), repeat([&](uint32_t i) {
+                                 const int32_t codes[] = {1029, 1031, 1029, 1030, 1029};
+                                 command(codes[i * 7 % 5]);
+                                 std::this_thread::sleep_for(std::chrono::microseconds(i % 300));
+                             })};
+    for (std::thread& thread : threads)
+        thread.join();
+    fakeActionShot().during = nullptr;
+    const Lines lines = taken();
+    EXPECT_GE(std::count(lines.begin(), lines.end(), "app.notify 0x1600 1 0"),
+              std::count(lines.begin(), lines.end(), "app.data 0x100 4"));
+    for (const int32_t code : {1030, 1029, 1031})  // and the next series is as ever
+        command(code);
+    taken();
+    fakeActionShot().progress = {100};
+    frame();
+    EXPECT_EQ(taken(), (Lines{"D ShotAction: Stopping acquisition manually."} + result + Lines{"app.data 0x10 4608"}));
+}
+
 TEST_F(ShotActionTest, ACancelAtEveryPoint) {
     make();
     startPreview();
@@ -224,7 +347,7 @@ TEST_F(ShotActionTest, EachCallFailingInTurn) {
         frame();
         EXPECT_EQ(taken(), Lines{"app.data 0x10 4608"});
     }
-    for (const int blocks : {1, 7, 15}) {
+    for (int blocks = 1; blocks <= 15; ++blocks) {
         fakeActionShot().results = {{"ActionShot_UnsetTempMemory", 0}};  // the blocks are freed all the same
         gScarcity.blocks = blocks;
         make();

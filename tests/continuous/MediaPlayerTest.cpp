@@ -35,11 +35,23 @@ int countSounds(const std::string& path) {
     return sounds;
 }
 
-TEST(MediaPlayerTest, PlaysAsOftenAsItIsStartedAndRefusesWhatItCannotPlay) {
-    const std::string recording = (std::filesystem::temp_directory_path() / "kov-clicks.raw").string();
-    setenv("SDL_AUDIODRIVER", "disk", 1);
-    setenv("SDL_DISKAUDIOFILE", recording.c_str(), 1);
+/// Plays into a file.
+class MediaPlayerTest : public ::testing::Test {
+protected:
+    MediaPlayerTest() {
+        std::string name = (std::filesystem::temp_directory_path() / "kov-clicks-XXXXXX").string();
+        folder = mkdtemp(name.data());
+        recording = folder + "/clicks.raw";
+        setenv("SDL_AUDIODRIVER", "disk", 1);
+        setenv("SDL_DISKAUDIOFILE", recording.c_str(), 1);
+    }
+    ~MediaPlayerTest() override { std::filesystem::remove_all(folder); }
 
+    std::string folder;
+    std::string recording;
+};
+
+TEST_F(MediaPlayerTest, PlaysAsOftenAsItIsStartedAndRefusesWhatItCannotPlay) {
     const sp<MediaPlayer> broken = new MediaPlayer;
     EXPECT_NE(broken->setDataSource("/no/such.ogg", nullptr), NO_ERROR);
     EXPECT_NE(broken->start(), NO_ERROR);
@@ -58,7 +70,27 @@ TEST(MediaPlayerTest, PlaysAsOftenAsItIsStartedAndRefusesWhatItCannotPlay) {
     player->disconnect();
     EXPECT_NE(player->start(), NO_ERROR);
     EXPECT_EQ(countSounds(recording), 4);
-    std::filesystem::remove(recording);
+}
+
+TEST_F(MediaPlayerTest, ABurstSoundsAsOftenAsItTakesFrames) {
+    const struct {
+        const char* options;
+        size_t frames;
+        int clicks;
+    } cases[] = {{"--count 3", 3, 3}, {"--count 1 --mute", 1, 0}};
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.options);
+        std::filesystem::remove(recording);
+        const std::string line = KOV_KOVCAM " shoot continuous -i 'scene:crossing?delay=0' -o " + folder + "/out " +
+                                 each.options + " >/dev/null 2>&1 </dev/null";
+        EXPECT_EQ(std::system(line.c_str()), 0);
+        size_t pictures = 0;
+        for (const auto& file : std::filesystem::directory_iterator(folder + "/out"))
+            pictures += file.path().extension() == ".jpg";
+        EXPECT_EQ(pictures, each.frames);
+        EXPECT_EQ(countSounds(recording), each.clicks);
+        std::filesystem::remove_all(folder + "/out");
+    }
 }
 
 }  // namespace

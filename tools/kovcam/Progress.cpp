@@ -22,6 +22,15 @@ Progress::~Progress() {
         std::fputc('\n', stderr);
 }
 
+void Progress::line(const std::string& text) {
+    if (!mTerminal || mShown < 0) {
+        std::fprintf(stderr, "%s\n", text.c_str());
+        return;
+    }
+    std::fprintf(stderr, "\r%*s\r%s\n", static_cast<int>(mLabel.size()) + kWidth + 9, "", text.c_str());
+    show(mShown);
+}
+
 void Progress::show(int percent) {
     percent = std::clamp(percent, 0, 100);
     if (mTerminal) {

@@ -15,6 +15,8 @@ public:
     Progress& operator=(const Progress&) = delete;
 
     void show(int percent);
+    /// Writes a line of its own above the bar.
+    void line(const std::string& text);
 
 private:
     const std::string mLabel;

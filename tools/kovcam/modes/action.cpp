@@ -1,7 +1,8 @@
 // Action: a moving subject, at several moments, in one picture.
 
 #include <CLI/CLI.hpp>
-#include <cstdio>
+#include <optional>
+#include <string>
 
 #include "shots/Commands.h"
 #include "tools/kovcam/Error.h"
@@ -31,16 +32,22 @@ public:
         session.startPreview();
         session.waitForFrames(1);
         session.command(ACTION_SHOT_START_CAPTURE);
-        Progress progress("composing");
+        std::optional<Progress> progress(std::in_place, "following");
         int accepted = 0;
+        int shown = -1;  // percent
         bool creating = false;
         bool finished = false;
         const auto look = [&](const Message& message) {
             if (message.type == CAMERA_MSG_ACTION_FRAME_ACCEPTED)
-                std::fprintf(stderr, "moment %d taken\n", ++accepted);
-            creating = creating || message.type == CAMERA_MSG_ACTION_CREATION_BEGIN;
+                progress->line("moment " + std::to_string(++accepted) + " taken");
+            if (message.type == CAMERA_MSG_ACTION_ACQUISITION_PROGRESS && message.ext1 != shown)
+                progress->show(shown = message.ext1);
+            if (message.type == CAMERA_MSG_ACTION_CREATION_BEGIN) {
+                creating = true;
+                progress.emplace("composing");
+            }
             if (message.type == CAMERA_MSG_ACTION_CREATION_PROGRESS)
-                progress.show(message.ext1);
+                progress->show(message.ext1);
             if (message.type == CAMERA_MSG_ACTION_CREATION_END && message.ext1 == 0)
                 throw Error("no picture could be made; hold the camera still while somebody moves across");
             finished = finished || message.type == CAMERA_MSG_COMPRESSED_IMAGE;
