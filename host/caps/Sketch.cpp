@@ -13,7 +13,7 @@ namespace {
 
 constexpr float kPaper = 252;                      // luma
 constexpr float kGraphite = 45;                    // luma of the darkest stroke
-constexpr float kLineFrom = 0.8f, kLineTo = 7.0f;  // grey levels of a line: nothing, and full graphite
+constexpr float kLineFrom = 0.5f, kLineTo = 4.5f;  // percent of a line: nothing, and full graphite
 constexpr int kTile = 512;                         // pixels of a 640 x 480 picture
 constexpr double kMostTileScale = 4;
 
@@ -44,8 +44,8 @@ cv::Mat strokes(double degrees, int length, uint64_t seed) {
 }
 
 struct Strokes {
-    cv::Mat light = strokes(52, 14, 11);
-    cv::Mat dark = strokes(118, 12, 12);
+    cv::Mat light = strokes(52, 11, 11);
+    cv::Mat dark = strokes(118, 9, 12);
 };
 
 const Strokes& allStrokes() {
@@ -115,8 +115,8 @@ void Sketch::drawLuma(cv::Mat& luma, int row) const {
         uint8_t* const out = luma.ptr(y);
         for (int x = 0, tile = 0; x < luma.cols; ++x, tile = tile + 1 == mLight.cols ? 0 : tile + 1) {
             const float a = light[tile] / 255.0f, b = dark[tile] / 255.0f;
-            const float first = ramp(shade[x] * 0.95f - a * 0.9f, -0.12f, 0.25f) * 0.55f;
-            const float second = ramp(shade[x] - 0.45f - b * 0.6f, -0.1f, 0.25f) * 0.75f;
+            const float first = ramp(shade[x] - 0.3f - a * 0.7f, -0.2f, 0.3f) * (mColor ? 0.3f : 0.5f);
+            const float second = ramp(shade[x] - 0.6f - b * 0.4f, -0.15f, 0.25f) * (mColor ? 0.45f : 0.6f);
             const float line = ramp(lines[x], kLineFrom, kLineTo) * (0.75f + 0.25f * a);
             const float paper = (1 - first) * (1 - second) * (1 - line);
             const float wash = mColor ? kPaper - 60 * shade[x] : kPaper;
