@@ -1,7 +1,7 @@
 // Cartoon: flat colours within dark outlines.
 
+#include <algorithm>
 #include <array>
-#include <cmath>
 #include <opencv2/imgproc.hpp>
 
 #include "host/caps/Field.h"
@@ -98,8 +98,8 @@ Cartoon::Cartoon(const Picture& picture)
 
 /// Luma in steps with soft edges.
 float stepped(float tone) {
-    const float place = tone / kStep;
-    const float whole = std::floor(place);
+    const float place = std::max(tone, 0.0f) / kStep;
+    const auto whole = static_cast<float>(static_cast<int>(place));
     const float t = std::clamp((place - whole - 0.5f) * kStepSharpness + 0.5f, 0.0f, 1.0f);
     return (whole + t * t * (3 - 2 * t)) * kStep;
 }

@@ -97,16 +97,17 @@ cv::Mat findLines(const cv::Mat& luma, double sigma) {
 }
 
 void dropSpecks(cv::Mat& field, float level, int leastArea, float value) {
-    cv::Mat labels, stats, centroids;
-    const int pieces = cv::connectedComponentsWithStats(field > level, labels, stats, centroids, 8, CV_32S);
-    std::vector<uint8_t> small(pieces, 0);
-    for (int piece = 1; piece < pieces; ++piece)
-        small[piece] = stats.at<int>(piece, cv::CC_STAT_AREA) < leastArea;
+    cv::Mat labels;
+    std::vector<int> areas(cv::connectedComponents(field > level, labels, 8, CV_32S), 0);
+    for (int y = 0; y < field.rows; ++y)
+        for (int x = 0; x < field.cols; ++x)
+            ++areas[labels.ptr<int>(y)[x]];
+    areas[0] = leastArea;  // what is not above the level
     for (int y = 0; y < field.rows; ++y) {
         float* const values = field.ptr<float>(y);
         const int* const label = labels.ptr<int>(y);
         for (int x = 0; x < field.cols; ++x)
-            if (small[label[x]])
+            if (areas[label[x]] < leastArea)
                 values[x] = value;
     }
 }
@@ -123,8 +124,11 @@ void stretch(cv::Mat& luma, double mostGain) {
     for (int sum = counts[255]; sum <= tail && high > 0; sum += counts[--high]) {
     }
     const double gain = std::clamp(255.0 / std::max(high - low, 1), 1.0, mostGain);
+    // The middle of the range moves only as far as its ends need to stay within.
     const double middle = (low + high) / 2.0;
-    luma = luma * gain + (127.5 - middle * gain + (middle - 127.5) * (gain < mostGain ? 0.0 : 1.0));
+    const double reach = (high - low) * gain / 2;
+    const double target = reach >= 127.5 ? 127.5 : std::clamp(middle, reach, 255 - reach);
+    luma = luma * gain + (target - middle * gain);
 }
 
 }  // namespace kov::caps

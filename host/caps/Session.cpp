@@ -18,12 +18,11 @@ cv::Size turnedSize(cv::Size size, int quarters) {
 
 }  // namespace
 
-Status Session::begin(Edit edit) {
+void Session::begin(Edit edit) {
     mEdit = edit;
     mEditSet = false;
     mNextEffect = mEffect;
     mNextQuarters = mQuarters;
-    return Status::Good;
 }
 
 Status Session::set(Edit edit, const Effect& effect, int quarters) {

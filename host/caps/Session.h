@@ -40,7 +40,7 @@ public:
     explicit Session(const Source& source) : mSource(source) {}
 
     // An edit is begun, set and ended, and counts from then on. Beginning one drops another that was not ended.
-    Status begin(Edit edit);
+    void begin(Edit edit);
     Status setCartoon(bool on);
     Status setStamp(int smoothness, int threshold);
     Status setRotate(int degrees);

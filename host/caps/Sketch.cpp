@@ -36,7 +36,7 @@ cv::Mat strokes(double degrees, int length, uint64_t seed) {
     random.fill(grain, cv::RNG::NORMAL, 0, 1);
     cv::Scalar mean, spread;
     cv::meanStdDev(drawn, mean, spread);
-    drawn = drawn / spread[0] + grain * 0.35;
+    drawn = drawn / spread[0] + grain * 0.25;
     cv::Mat bytes;
     drawn.convertTo(bytes, CV_8U, 36, 128);
     cv::equalizeHist(bytes, bytes);

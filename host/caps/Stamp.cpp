@@ -13,11 +13,11 @@ namespace {
 
 constexpr float kInk = 16, kPaper = 248;  // luma
 constexpr double kGlobal = 0.5;           // share of the threshold; the rest is what is around
-constexpr double kBelow = 20;             // grey levels that a place must be darker than what is around
+constexpr double kBelow = 24;             // grey levels that a place must be darker than what is around
 constexpr double kClip = 12;              // grey levels round the threshold that count
-constexpr double kLeastLine = 2.2;        // percent that a line must be darker than what is beside it
+constexpr double kLeastLine = 1.1;        // percent that a line must be darker than what is beside it
 constexpr double kLineGain = 6;
-constexpr double kLeastShape = 15;  // pixels of a 640 x 480 picture, for each degree of smoothness
+constexpr double kLeastShape = 20;  // pixels of a 640 x 480 picture, for each degree of smoothness
 constexpr float kFar = 4;           // pixels
 
 /// The mean luma round each place, `reach` pixels far.
@@ -62,7 +62,7 @@ Stamp::Stamp(const Picture& picture, int smoothness, int threshold)
     cv::bilateralFilter(reduced, flat, 2 * cvRound(2 * unit) + 1, 40, 3 * unit);
     flat.convertTo(luma, CV_32F);
     const cv::Mat lines = findLines(luma, sigma);
-    stretch(luma, 2);
+    stretch(luma, 1.6);
     const cv::Mat around = surroundings(luma, 50 * unit);
     mInk = (threshold * kGlobal + (around - kBelow) * (1 - kGlobal)) - luma;
     mInk = cv::max(mInk, (lines - kLeastLine) * kLineGain);
