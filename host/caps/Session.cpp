@@ -78,7 +78,7 @@ cv::Size Session::size() const {
 std::optional<Picture> Session::load(cv::Size size) const {
     std::optional<Picture> picture;
     if (const auto* const jpeg = std::get_if<JpegSource>(&mSource))
-        picture = readJpeg(jpeg->data, jpeg->bytes, turnedSize(size, mQuarters));
+        picture = readJpeg(jpeg->data, jpeg->bytes);
     else
         picture = readFrame(std::get<FrameSource>(mSource).data, std::get<FrameSource>(mSource).size);
     if (!picture)
