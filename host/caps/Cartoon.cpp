@@ -43,10 +43,6 @@ private:
     cv::Mat mU, mV;  // flat chroma about 0, small
 };
 
-cv::Size halved(cv::Size size) {
-    return {std::max(1, size.width / 2), std::max(1, size.height / 2)};
-}
-
 /// How much of the steps luma takes at each place.
 cv::Mat stepShare(const cv::Mat& tone, double unit) {
     cv::Mat x, y;

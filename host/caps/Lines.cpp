@@ -47,8 +47,9 @@ cv::Mat edgeDirections(const cv::Mat& luma, double sigma) {
     return directions;
 }
 
-/// Averages `field` along `directions`, which has half its size, over `kAlong` samples `step` pixels apart.
-cv::Mat averageAlong(const cv::Mat& field, const cv::Mat& directions, float step) {
+/// Averages `field` along `directions`, which has half its size, over `kAlong` samples to each side, `step` pixels
+/// apart. `result` has the size of `field`.
+void averageAlong(const cv::Mat& field, const cv::Mat& directions, float step, cv::Mat& result) {
     float weights[kAlong + 1] = {1};
     float sum = 1;
     for (int i = 1; i <= kAlong; ++i) {
@@ -59,7 +60,6 @@ cv::Mat averageAlong(const cv::Mat& field, const cv::Mat& directions, float step
     cv::Mat wide;
     cv::copyMakeBorder(field, wide, margin, margin, margin, margin, cv::BORDER_REPLICATE);
     const auto stride = static_cast<int>(wide.step1());
-    cv::Mat result(field.size(), CV_32F);
     cv::parallel_for_({0, field.rows}, [&](const cv::Range& rows) {
         for (int y = rows.start; y < rows.end; ++y) {
             const float* const in = wide.ptr<float>(y + margin) + margin;
@@ -76,7 +76,6 @@ cv::Mat averageAlong(const cv::Mat& field, const cv::Mat& directions, float step
             }
         }
     });
-    return result;
 }
 
 }  // namespace
@@ -92,8 +91,16 @@ cv::Mat findLines(const cv::Mat& luma, double sigma) {
     cv::Mat fine, wide;
     blur(luma, fine, sigma);
     blur(luma, wide, 1.6 * sigma);
-    const cv::Mat darkness = (wide - fine) * 100 / (wide + kDarkest);
-    return averageAlong(darkness, edgeDirections(fine, 1.2 * sigma), static_cast<float>(1.2 * sigma));
+    const cv::Mat directions = edgeDirections(fine, 1.2 * sigma);
+    cv::Mat& darkness = wide;  // memory is what takes time here: it is used again
+    for (int y = 0; y < luma.rows; ++y) {
+        const float* const place = fine.ptr<float>(y);
+        float* const around = wide.ptr<float>(y);
+        for (int x = 0; x < luma.cols; ++x)
+            around[x] = (around[x] - place[x]) * 100 / (around[x] + kDarkest);
+    }
+    averageAlong(darkness, directions, static_cast<float>(1.2 * sigma), fine);
+    return fine;
 }
 
 void dropSpecks(cv::Mat& field, float level, int leastArea, float value) {

@@ -26,7 +26,7 @@ struct JpegSource {
 
 /// A semi-planar frame, V before U. Borrowed.
 struct FrameSource {
-    uint8_t* data;
+    const uint8_t* data;
     cv::Size size;
 };
 

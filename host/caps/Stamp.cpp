@@ -12,11 +12,13 @@ namespace kov::caps {
 namespace {
 
 constexpr float kInk = 16, kPaper = 248;  // luma
-constexpr double kGlobal = 0.5;           // share of the threshold; the rest is what is around
-constexpr double kBelow = 24;             // grey levels that a place must be darker than what is around
-constexpr double kClip = 12;              // grey levels round the threshold that count
-constexpr double kLeastLine = 1.1;        // percent that a line must be darker than what is beside it
-constexpr double kLineGain = 6;
+constexpr float kGlobal = 0.5f;           // share of the threshold; the rest is what is around
+constexpr float kBelow = 24;              // grey levels that a place must be darker than what is around
+constexpr float kClip = 12;               // grey levels round the threshold that count
+constexpr double kMostContrast = 1.6;
+constexpr double kReach = 50;       // pixels of a 640 x 480 picture that count as around
+constexpr float kLeastLine = 1.1f;  // percent that a line must be darker than what is beside it
+constexpr float kLineGain = 6;
 constexpr double kLeastShape = 20;  // pixels of a 640 x 480 picture, for each degree of smoothness
 constexpr float kFar = 4;           // pixels
 
@@ -31,14 +33,33 @@ cv::Mat surroundings(const cv::Mat& luma, double reach) {
     return result;
 }
 
+/// How much ink each place takes: grey levels that it is below its threshold, or lines are above theirs, to `kClip`.
+/// In the memory of `luma`.
+cv::Mat inkOf(cv::Mat luma, const cv::Mat& around, const cv::Mat& lines, float threshold) {
+    for (int y = 0; y < luma.rows; ++y) {
+        float* const values = luma.ptr<float>(y);
+        const float* const near = around.ptr<float>(y);
+        const float* const line = lines.ptr<float>(y);
+        for (int x = 0; x < luma.cols; ++x) {
+            const float tone = threshold * kGlobal + (near[x] - kBelow) * (1 - kGlobal) - values[x];
+            values[x] = std::clamp(std::max(tone, (line[x] - kLeastLine) * kLineGain), -kClip, kClip);
+        }
+    }
+    return luma;
+}
+
 /// Turns a smooth field into distances from where it is 0, in pixels, up to `kFar`.
 void toDistances(cv::Mat& field) {
     cv::Mat x, y, slope;
     cv::Sobel(field, x, CV_32F, 1, 0, 3, 1 / 8.0);
     cv::Sobel(field, y, CV_32F, 0, 1, 3, 1 / 8.0);
     cv::magnitude(x, y, slope);
-    cv::divide(field, slope + 1e-3, field);
-    field = cv::max(cv::min(field, kFar), -kFar);
+    for (int row = 0; row < field.rows; ++row) {
+        float* const values = field.ptr<float>(row);
+        const float* const steep = slope.ptr<float>(row);
+        for (int i = 0; i < field.cols; ++i)
+            values[i] = std::clamp(values[i] / (steep[i] + 1e-3f), -kFar, kFar);
+    }
 }
 
 class Stamp : public Look {
@@ -62,18 +83,16 @@ Stamp::Stamp(const Picture& picture, int smoothness, int threshold)
     cv::bilateralFilter(reduced, flat, 2 * cvRound(2 * unit) + 1, 40, 3 * unit);
     flat.convertTo(luma, CV_32F);
     const cv::Mat lines = findLines(luma, sigma);
-    stretch(luma, 1.6);
-    const cv::Mat around = surroundings(luma, 50 * unit);
-    mInk = (threshold * kGlobal + (around - kBelow) * (1 - kGlobal)) - luma;
-    mInk = cv::max(mInk, (lines - kLeastLine) * kLineGain);
-    mInk = cv::max(cv::min(mInk, kClip), -kClip);
+    stretch(luma, kMostContrast);
+    const cv::Mat around = surroundings(luma, kReach * unit);
+    mInk = inkOf(luma, around, lines, static_cast<float>(threshold));
     cv::GaussianBlur(mInk, mInk, {}, sigma);
     toDistances(mInk);
     const int least = cvRound(kLeastShape * (smoothness + 1) * unit * unit);
     dropSpecks(mInk, -1, least, -kFar);
-    mInk = -mInk;
+    mInk *= -1;  // the same for specks of paper
     dropSpecks(mInk, -1, least, -kFar);
-    mInk = -mInk;
+    mInk *= -1;
     mEdge = 0.5f * mWork.width / picture.size().width;
 }
 
