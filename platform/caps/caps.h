@@ -49,8 +49,8 @@ caps_result caps_createImage(const caps_data* pixels, int32_t width, int32_t hei
                              caps_image** image);
 caps_result caps_destroyImage(caps_image* image);
 
-/* An empty buffer that a rendering fills. Read it as it stands; its bytes stay the library's. `capacity`: the most bytes
- * that it may hold, 0 for as many as are needed. */
+/* An empty buffer that a rendering fills. Read it as it stands; its bytes stay the library's. `capacity`: the most
+ * bytes that it may hold, 0 for as many as are needed. */
 caps_result caps_createBuffer(int32_t capacity, caps_data** buffer);
 caps_result caps_destroyBuffer(caps_data* buffer);
 
