@@ -2,7 +2,6 @@
 
 #include <caps/caps.h>
 
-#include <cstring>
 #include <exception>
 #include <limits>
 #include <map>
@@ -118,6 +117,17 @@ caps_result runOn(cips* session, Operation operation) {
     return session ? run([&] { return operation(session->session); }) : code(Status::BadArgument);
 }
 
+caps_result begin(cips* session, Edit edit) {
+    return runOn(session, [&](Session& target) {
+        target.begin(edit);
+        return Status::Good;
+    });
+}
+
+caps_result end(cips* session, Edit edit) {
+    return runOn(session, [&](Session& target) { return target.end(edit); });
+}
+
 template <typename Object>
 caps_result destroy(Object* object) {
     delete object;
@@ -227,7 +237,7 @@ caps_result caps_destroySession(cips* session) {
 }
 
 caps_result caps_beginCartoon(cips* session) {
-    return runOn(session, [](Session& target) { return target.begin(Edit::Cartoon); });
+    return begin(session, Edit::Cartoon);
 }
 
 caps_result caps_setCartoon(cips* session, int32_t on) {
@@ -235,7 +245,7 @@ caps_result caps_setCartoon(cips* session, int32_t on) {
 }
 
 caps_result caps_endCartoon(cips* session) {
-    return runOn(session, [](Session& target) { return target.end(Edit::Cartoon); });
+    return end(session, Edit::Cartoon);
 }
 
 caps_result caps_applySketch(cips* session, int32_t color) {
@@ -246,7 +256,7 @@ caps_result caps_applySketch(cips* session, int32_t color) {
 }
 
 caps_result caps_beginStamp(cips* session) {
-    return runOn(session, [](Session& target) { return target.begin(Edit::Stamp); });
+    return begin(session, Edit::Stamp);
 }
 
 caps_result caps_setStamp(cips* session, int32_t smoothness, int32_t threshold) {
@@ -254,11 +264,11 @@ caps_result caps_setStamp(cips* session, int32_t smoothness, int32_t threshold) 
 }
 
 caps_result caps_endStamp(cips* session) {
-    return runOn(session, [](Session& target) { return target.end(Edit::Stamp); });
+    return end(session, Edit::Stamp);
 }
 
 caps_result caps_beginRotate(cips* session) {
-    return runOn(session, [](Session& target) { return target.begin(Edit::Rotate); });
+    return begin(session, Edit::Rotate);
 }
 
 caps_result caps_setRotate(cips* session, int32_t degrees) {
@@ -266,7 +276,7 @@ caps_result caps_setRotate(cips* session, int32_t degrees) {
 }
 
 caps_result caps_endRotate(cips* session) {
-    return runOn(session, [](Session& target) { return target.end(Edit::Rotate); });
+    return end(session, Edit::Rotate);
 }
 
 caps_result caps_setJpegQuality(cips* session, float quality) {

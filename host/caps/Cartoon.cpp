@@ -1,7 +1,7 @@
 // Cartoon: flat colours within dark outlines.
 
+#include <algorithm>
 #include <array>
-#include <cmath>
 #include <opencv2/imgproc.hpp>
 
 #include "host/caps/Field.h"
@@ -12,12 +12,14 @@ namespace kov::caps {
 
 namespace {
 
-constexpr int kFlattenings = 3;
+constexpr int kFlattenings = 4;
 constexpr double kColorReach = 24;  // grey levels that flattening joins
-constexpr float kTones = 9;         // steps of luma
-constexpr float kToneSharpness = 2.2f;
+constexpr float kStep = 28;         // grey levels of luma from one flat tone to the next
+constexpr float kStepSharpness = 4.4f;
+constexpr double kLeastFlatness = 0.3;  // share of the steps in luma where it changes slowly: skies keep their gradient
 constexpr float kVividness = 1.3f;
-constexpr float kLineFrom = 2.2f, kLineTo = 4.0f;  // grey levels of a line: nothing, and full ink
+constexpr float kLineFrom = 1.3f, kLineTo = 2.4f;  // percent of a line: nothing, and full ink
+constexpr double kLeastLine = 90;                  // pixels of a 640 x 480 picture; shorter ones are texture
 constexpr float kInk = 20;                         // luma
 
 class Cartoon : public Look {
@@ -31,21 +33,39 @@ private:
 
     const cv::Size mWork;
     const cv::Size mSmall;
+    const Sampler mCoarse;        // from the small size to luma
     const Sampler mFine;          // from the work size to luma
     const Sampler mFineToChroma;  // and to chroma
     const Sampler mSmallToChroma;
-    cv::Mat mTone;   // flat luma
-    cv::Mat mLines;  // grey levels
+    cv::Mat mTone;       // flat luma
+    cv::Mat mStepShare;  // small
+    cv::Mat mLines;
     cv::Mat mU, mV;  // flat chroma about 0, small
 };
 
-cv::Size halved(cv::Size size) {
-    return {std::max(1, size.width / 2), std::max(1, size.height / 2)};
+/// How much of the steps luma takes at each place.
+cv::Mat stepShare(const cv::Mat& tone, double unit) {
+    cv::Mat x, y;
+    cv::Sobel(tone, x, CV_32F, 1, 0, 3, 1 / 8.0);
+    cv::Sobel(tone, y, CV_32F, 0, 1, 3, 1 / 8.0);
+    cv::Mat share = kLeastFlatness + (cv::abs(x) + cv::abs(y)) * (0.2 * unit);
+    cv::GaussianBlur(share, share, {}, 1.5 * unit);
+    return cv::min(share, 1.0);
+}
+
+/// Luma without the fine grain that makes no outline.
+cv::Mat smoothLuma(const cv::Mat& luma, cv::Size work, double unit) {
+    cv::Mat reduced, smooth;
+    cv::resize(luma, reduced, work, 0, 0, cv::INTER_AREA);
+    cv::bilateralFilter(reduced, smooth, 2 * cvRound(1.5 * unit) + 1, 30, 2 * unit);
+    smooth.convertTo(smooth, CV_32F);
+    return smooth;
 }
 
 Cartoon::Cartoon(const Picture& picture)
     : mWork(workSize(picture.size())),
       mSmall(halved(mWork)),
+      mCoarse(mSmall, picture.size()),
       mFine(mWork, picture.size()),
       mFineToChroma(mWork, picture.u.size()),
       mSmallToChroma(mSmall, picture.u.size()) {
@@ -63,32 +83,32 @@ Cartoon::Cartoon(const Picture& picture)
     }
     cv::split(flat, planes.data());
     planes[0].convertTo(mTone, CV_32F);
-    mLines = findLines(mTone, 0.7 * unit);
-    cv::resize(mLines, mLines, mWork, 0, 0, cv::INTER_CUBIC);
-    dropSpecks(mLines, kLineFrom, cvRound(30 * unit * unit), 0);
     cv::GaussianBlur(mTone, mTone, {}, 0.5 * unit);
+    mStepShare = stepShare(mTone, unit);
     cv::resize(mTone, mTone, mWork, 0, 0, cv::INTER_CUBIC);
+    mLines = findLines(smoothLuma(picture.y, mWork, unit), 1.1 * unit);
+    dropSpecks(mLines, kLineFrom, cvRound(kLeastLine * unit * unit), 0);
     planes[1].convertTo(mU, CV_32F, 1, -128);
     planes[2].convertTo(mV, CV_32F, 1, -128);
 }
 
 /// Luma in steps with soft edges.
 float stepped(float tone) {
-    constexpr float kStep = 255 / kTones;
-    const float place = tone / kStep;
-    const float whole = std::floor(place);
-    const float t = std::clamp((place - whole - 0.5f) * kToneSharpness * 2 + 0.5f, 0.0f, 1.0f);
+    const float place = std::max(tone, 0.0f) / kStep;
+    const auto whole = static_cast<float>(static_cast<int>(place));
+    const float t = std::clamp((place - whole - 0.5f) * kStepSharpness + 0.5f, 0.0f, 1.0f);
     return (whole + t * t * (3 - 2 * t)) * kStep;
 }
 
 void Cartoon::drawLuma(cv::Mat& luma, int row) const {
-    std::vector<float> toneRoom, lineRoom;
+    std::vector<float> toneRoom, shareRoom, lineRoom;
     for (int y = 0; y < luma.rows; ++y) {
         const float* const tone = mFine.row(mTone, row + y, toneRoom);
+        const float* const share = mCoarse.row(mStepShare, row + y, shareRoom);
         const float* const lines = mFine.row(mLines, row + y, lineRoom);
         uint8_t* const out = luma.ptr(y);
         for (int x = 0; x < luma.cols; ++x) {
-            const float flat = stepped(tone[x]);
+            const float flat = tone[x] + (stepped(tone[x]) - tone[x]) * share[x];
             out[x] = toByte(flat + (std::min(flat, kInk) - flat) * ramp(lines[x], kLineFrom, kLineTo));
         }
     }

@@ -34,7 +34,7 @@ inline float ramp(float value, float from, float to) {
 }
 
 inline uint8_t toByte(float value) {
-    return static_cast<uint8_t>(std::clamp(value, 0.0f, 255.0f) + 0.5f);
+    return static_cast<uint8_t>(std::clamp(value + 0.5f, 0.0f, 255.0f));
 }
 
 }  // namespace kov::caps

@@ -4,6 +4,7 @@
 
 #include <turbojpeg.h>
 
+#include <algorithm>
 #include <memory>
 #include <opencv2/imgproc.hpp>
 
@@ -26,17 +27,6 @@ Header readHeader(const Reader& reader, const uint8_t* jpeg, size_t bytes) {
     return {{width, height}, sampling};
 }
 
-/// The size that the decoder gives: halved while the picture stays at least as large as wanted.
-cv::Size decodedSize(cv::Size size, cv::Size wanted) {
-    for (const int part : {8, 4, 2}) {
-        const tjscalingfactor factor = {1, part};
-        const cv::Size reduced(TJSCALED(size.width, factor), TJSCALED(size.height, factor));
-        if (reduced.width >= wanted.width && reduced.height >= wanted.height)
-            return reduced;
-    }
-    return size;
-}
-
 /// Chroma as the picture has it, from chroma of any sampling. `half` is half of the picture's even size.
 cv::Mat halfChroma(const cv::Mat& plane, cv::Size half) {
     if (plane.size() == half)
@@ -54,30 +44,33 @@ cv::Size jpegSize(const uint8_t* jpeg, size_t bytes) {
     return readHeader(reader, jpeg, bytes).size;
 }
 
-std::optional<Picture> readJpeg(const uint8_t* jpeg, size_t bytes, cv::Size wanted) {
+std::optional<Picture> readJpeg(const uint8_t* jpeg, size_t bytes) {
     const Reader reader(tjInitDecompress(), tjDestroy);
     const Header header = readHeader(reader, jpeg, bytes);
     if (header.size.empty())
         return {};
-    const cv::Size size = decodedSize(header.size, wanted);
-    const cv::Size even = evenSize(size);
-    cv::Mat luma(even, CV_8U);
-    const cv::Size chromaSize(tjPlaneWidth(1, size.width, header.sampling),
-                              tjPlaneHeight(1, size.height, header.sampling));
+    const auto planeSize = [&](int plane) {
+        return cv::Size(tjPlaneWidth(plane, header.size.width, header.sampling),
+                        tjPlaneHeight(plane, header.size.height, header.sampling));
+    };
+    const cv::Size even = evenSize(header.size);
     const bool grey = header.sampling == TJSAMP_GRAY;
-    cv::Mat u(grey ? even / 2 : chromaSize, CV_8U, cv::Scalar(128));
+    // The decoder writes whole samples of chroma: luma may be wider than the picture, by up to three pixels.
+    cv::Mat luma(std::max(even.height, planeSize(0).height), std::max(even.width, planeSize(0).width), CV_8U);
+    cv::Mat u(grey ? even / 2 : planeSize(1), CV_8U, cv::Scalar(128));
     cv::Mat v(u.size(), CV_8U, cv::Scalar(128));
     uint8_t* planes[] = {luma.data, u.data, v.data};
-    int strides[] = {even.width, u.cols, v.cols};
+    int strides[] = {luma.cols, u.cols, v.cols};
     // A stream that ends early decodes with a warning; it is no picture to keep.
-    if (tjDecompressToYUVPlanes(reader.get(), jpeg, bytes, planes, size.width, strides, size.height, 0) != 0)
+    if (tjDecompressToYUVPlanes(reader.get(), jpeg, bytes, planes, header.size.width, strides, header.size.height, 0) !=
+        0)
         return {};
-    if (even.width > size.width)
-        luma.col(size.width - 1).copyTo(luma.col(size.width));
-    if (even.height > size.height)
-        luma.row(size.height - 1).copyTo(luma.row(size.height));
+    if (even.width > header.size.width)
+        luma.col(header.size.width - 1).copyTo(luma.col(header.size.width));
+    if (even.height > header.size.height)
+        luma.row(header.size.height - 1).copyTo(luma.row(header.size.height));
     Picture picture;
-    picture.y = luma;
+    picture.y = luma(cv::Rect({}, even));
     picture.u = halfChroma(u, even / 2);
     picture.v = halfChroma(v, even / 2);
     return picture;

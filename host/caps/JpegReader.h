@@ -14,8 +14,8 @@ namespace kov::caps {
 /// with sides up to `kMostSide`.
 cv::Size jpegSize(const uint8_t* jpeg, size_t bytes);
 
-/// The picture of a JPEG, with odd sides made even by repeating the edge. It comes reduced when it is much larger than
-/// `wanted`, but not below that. Nothing when the stream ends early or is damaged.
-std::optional<Picture> readJpeg(const uint8_t* jpeg, size_t bytes, cv::Size wanted);
+/// The picture of a JPEG, with odd sides made even by repeating the edge. Nothing when the stream ends early or is
+/// damaged.
+std::optional<Picture> readJpeg(const uint8_t* jpeg, size_t bytes);
 
 }  // namespace kov::caps

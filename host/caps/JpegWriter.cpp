@@ -79,12 +79,12 @@ struct JpegWriter::Codec {
         destination.term_destination = endChunk;
     }
     ~Codec() { jpeg_destroy_compress(&info); }
-    bool start(cv::Size size, int quality);
+    void start(cv::Size size, int quality);
 };
 
-bool JpegWriter::Codec::start(cv::Size size, int quality) {
+void JpegWriter::Codec::start(cv::Size size, int quality) {
     if (setjmp(recovery))
-        return false;
+        return;
     jpeg_create_compress(&info);
     info.dest = &destination;
     info.image_width = static_cast<JDIMENSION>(size.width);
@@ -98,7 +98,6 @@ bool JpegWriter::Codec::start(cv::Size size, int quality) {
     info.comp_info[0].h_samp_factor = 2;
     info.comp_info[0].v_samp_factor = 2;
     jpeg_start_compress(&info, TRUE);
-    return true;
 }
 
 JpegWriter::JpegWriter(cv::Size size, int quality, size_t mostBytes) : mCodec(std::make_unique<Codec>()) {
@@ -107,7 +106,7 @@ JpegWriter::JpegWriter(cv::Size size, int quality, size_t mostBytes) : mCodec(st
     mCodec->y.create(kRows, padded, CV_8U);
     mCodec->u.create(kRows / 2, padded / 2, CV_8U);
     mCodec->v.create(kRows / 2, padded / 2, CV_8U);
-    mCodec->start(size, quality);
+    mCodec->start(size, quality);  // when it fails, so does what is written to it
 }
 
 JpegWriter::~JpegWriter() = default;

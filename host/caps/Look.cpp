@@ -51,6 +51,10 @@ cv::Size workSize(cv::Size picture) {
     return {std::max(1, cvRound(picture.width * factor)), std::max(1, cvRound(picture.height * factor))};
 }
 
+cv::Size halved(cv::Size work) {
+    return {std::max(1, work.width / 2), std::max(1, work.height / 2)};
+}
+
 double workUnit(cv::Size work) {
     return std::max(kLeastUnit, std::max(work.width, work.height) / kUnitSide);
 }

@@ -39,6 +39,9 @@ Picture drawBand(const Look* look, const Picture& picture, cv::Range rows);
 /// The size at which looks are worked out: that of the picture up to 1280 pixels on the long side.
 cv::Size workSize(cv::Size picture);
 
+/// Half of a work size, where colours are worked out.
+cv::Size halved(cv::Size work);
+
 /// Pixels at the work size that one pixel of a 640 x 480 picture takes: the unit of all radii, so that a look is the
 /// same at every size.
 double workUnit(cv::Size work);

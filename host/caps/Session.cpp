@@ -18,12 +18,11 @@ cv::Size turnedSize(cv::Size size, int quarters) {
 
 }  // namespace
 
-Status Session::begin(Edit edit) {
+void Session::begin(Edit edit) {
     mEdit = edit;
     mEditSet = false;
     mNextEffect = mEffect;
     mNextQuarters = mQuarters;
-    return Status::Good;
 }
 
 Status Session::set(Edit edit, const Effect& effect, int quarters) {
@@ -79,7 +78,7 @@ cv::Size Session::size() const {
 std::optional<Picture> Session::load(cv::Size size) const {
     std::optional<Picture> picture;
     if (const auto* const jpeg = std::get_if<JpegSource>(&mSource))
-        picture = readJpeg(jpeg->data, jpeg->bytes, turnedSize(size, mQuarters));
+        picture = readJpeg(jpeg->data, jpeg->bytes);
     else
         picture = readFrame(std::get<FrameSource>(mSource).data, std::get<FrameSource>(mSource).size);
     if (!picture)

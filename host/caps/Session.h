@@ -26,7 +26,7 @@ struct JpegSource {
 
 /// A semi-planar frame, V before U. Borrowed.
 struct FrameSource {
-    uint8_t* data;
+    const uint8_t* data;
     cv::Size size;
 };
 
@@ -40,7 +40,7 @@ public:
     explicit Session(const Source& source) : mSource(source) {}
 
     // An edit is begun, set and ended, and counts from then on. Beginning one drops another that was not ended.
-    Status begin(Edit edit);
+    void begin(Edit edit);
     Status setCartoon(bool on);
     Status setStamp(int smoothness, int threshold);
     Status setRotate(int degrees);

@@ -13,9 +13,23 @@ namespace {
 
 constexpr float kPaper = 252;                      // luma
 constexpr float kGraphite = 45;                    // luma of the darkest stroke
-constexpr float kLineFrom = 0.8f, kLineTo = 7.0f;  // grey levels of a line: nothing, and full graphite
+constexpr float kLineFrom = 0.5f, kLineTo = 4.5f;  // percent of a line: nothing, and full graphite
 constexpr int kTile = 512;                         // pixels of a 640 x 480 picture
 constexpr double kMostTileScale = 4;
+constexpr double kMostContrast = 1.8;
+constexpr float kWash = 60;  // luma of the darkest wash below paper
+
+/// Strokes in one direction. A place of the tile is drawn where the picture is darker than the place's value, which
+/// spreads over `from` to `to` in shades of 0 (white) to 1 (black).
+struct Hatching {
+    float from, to;
+    float opacity;      // over white paper
+    float washOpacity;  // over a wash, which shades already
+};
+constexpr Hatching kLight = {0.3f, 1.0f, 0.5f, 0.3f};
+constexpr Hatching kDark = {0.6f, 1.0f, 0.6f, 0.45f};
+constexpr float kSoftness = 0.22f;     // shades to each side over which a stroke fades
+constexpr float kLineOnRough = 0.75f;  // of a line's opacity is left where paper takes the least graphite
 
 /// Pencil strokes in one direction, over and over: bytes, each value as frequent as any other.
 cv::Mat strokes(double degrees, int length, uint64_t seed) {
@@ -36,7 +50,7 @@ cv::Mat strokes(double degrees, int length, uint64_t seed) {
     random.fill(grain, cv::RNG::NORMAL, 0, 1);
     cv::Scalar mean, spread;
     cv::meanStdDev(drawn, mean, spread);
-    drawn = drawn / spread[0] + grain * 0.35;
+    drawn = drawn / spread[0] + grain * 0.25;
     cv::Mat bytes;
     drawn.convertTo(bytes, CV_8U, 36, 128);
     cv::equalizeHist(bytes, bytes);
@@ -44,8 +58,8 @@ cv::Mat strokes(double degrees, int length, uint64_t seed) {
 }
 
 struct Strokes {
-    cv::Mat light = strokes(52, 14, 11);
-    cv::Mat dark = strokes(118, 12, 12);
+    cv::Mat light = strokes(52, 11, 11);
+    cv::Mat dark = strokes(118, 9, 12);
 };
 
 const Strokes& allStrokes() {
@@ -69,25 +83,32 @@ public:
 private:
     void drawLuma(cv::Mat& luma, int row) const;
     void drawChroma(Picture& band, int row) const;
+    /// How much of the paper a stroke covers.
+    float drawn(const Hatching& hatching, float shade, uint8_t place) const {
+        const float at = hatching.from + (hatching.to - hatching.from) / 255 * static_cast<float>(place);
+        return ramp(shade, at - kSoftness, at + kSoftness) * (mColor ? hatching.washOpacity : hatching.opacity);
+    }
 
     const bool mColor;
     const cv::Size mWork;
+    const cv::Size mSmall;
     const Sampler mSampler;
     const Sampler mToChroma;
     cv::Mat mShade;  // 0 paper to 1 darkest
     cv::Mat mLines;
-    cv::Mat mU, mV;
+    cv::Mat mU, mV;         // of the wash, about 0, small
     cv::Mat mLight, mDark;  // tiles at the picture's size
 };
 
 Sketch::Sketch(const Picture& picture, bool color)
     : mColor(color),
       mWork(workSize(picture.size())),
+      mSmall(halved(mWork)),
       mSampler(mWork, picture.size()),
-      mToChroma(mWork, picture.u.size()) {
+      mToChroma(mSmall, picture.u.size()) {
     const double unit = workUnit(mWork);
     cv::Mat luma = lumaField(picture.y, mWork);
-    stretch(luma, 1.8);
+    stretch(luma, kMostContrast);
     mLines = findLines(luma, 0.9 * unit);
     cv::Mat smooth;
     cv::GaussianBlur(luma, smooth, {}, 2 * unit);
@@ -99,9 +120,9 @@ Sketch::Sketch(const Picture& picture, bool color)
         return;
     for (const auto& [plane, field] : {std::pair(&picture.u, &mU), {&picture.v, &mV}}) {
         cv::Mat reduced;
-        cv::resize(*plane, reduced, mWork, 0, 0, cv::INTER_AREA);
+        cv::resize(*plane, reduced, mSmall, 0, 0, cv::INTER_AREA);
         reduced.convertTo(*field, CV_32F, 1, -128);
-        cv::GaussianBlur(*field, *field, {}, 3 * unit);
+        cv::GaussianBlur(*field, *field, {}, 1.5 * unit);
     }
 }
 
@@ -114,13 +135,11 @@ void Sketch::drawLuma(cv::Mat& luma, int row) const {
         const uint8_t* const dark = mDark.ptr((row + y) % mDark.rows);
         uint8_t* const out = luma.ptr(y);
         for (int x = 0, tile = 0; x < luma.cols; ++x, tile = tile + 1 == mLight.cols ? 0 : tile + 1) {
-            const float a = light[tile] / 255.0f, b = dark[tile] / 255.0f;
-            const float first = ramp(shade[x] * 0.95f - a * 0.9f, -0.12f, 0.25f) * 0.55f;
-            const float second = ramp(shade[x] - 0.45f - b * 0.6f, -0.1f, 0.25f) * 0.75f;
-            const float line = ramp(lines[x], kLineFrom, kLineTo) * (0.75f + 0.25f * a);
-            const float paper = (1 - first) * (1 - second) * (1 - line);
-            const float wash = mColor ? kPaper - 60 * shade[x] : kPaper;
-            out[x] = toByte(kGraphite + (wash - kGraphite) * paper);
+            const float line = ramp(lines[x], kLineFrom, kLineTo) *
+                               (kLineOnRough + (1 - kLineOnRough) / 255 * static_cast<float>(light[tile]));
+            const float bare = (1 - drawn(kLight, shade[x], light[tile])) * (1 - drawn(kDark, shade[x], dark[tile]));
+            const float paper = mColor ? kPaper - kWash * shade[x] : kPaper;
+            out[x] = toByte(kGraphite + (paper - kGraphite) * bare * (1 - line));
         }
     }
 }

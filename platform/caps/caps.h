@@ -21,8 +21,8 @@ typedef struct {
     uint8_t* data;
 } caps_data;
 
-/* The head of an image; what follows is the library's. Not 0: the pixels are released with the image. Whoever lent the
- * pixels clears it before the image is destroyed. */
+/* The head of an image; what follows is the library's. `owns_pixels` is read by caps_destroyImage alone: when it is not
+ * 0, the pixels are released with the image. Whoever lent the pixels clears it before. */
 typedef struct {
     uint32_t owns_pixels;
 } caps_image;
@@ -49,8 +49,8 @@ caps_result caps_createImage(const caps_data* pixels, int32_t width, int32_t hei
                              caps_image** image);
 caps_result caps_destroyImage(caps_image* image);
 
-/* An empty buffer that a rendering fills. Read it as it stands; its bytes stay the library's. `capacity`: the most bytes
- * that it may hold, 0 for as many as are needed. */
+/* An empty buffer that a rendering fills. Read it as it stands; its bytes stay the library's. `capacity`: the most
+ * bytes that it may hold, 0 for as many as are needed. */
 caps_result caps_createBuffer(int32_t capacity, caps_data** buffer);
 caps_result caps_destroyBuffer(caps_data* buffer);
 
@@ -78,9 +78,9 @@ caps_result caps_endRotate(cips* session);
 
 caps_result caps_setJpegQuality(cips* session, float quality); /* 0 to 1 */
 
-/* Renders as a JPEG of width x height pixels, scaled when the source has other sides. `flags`: 0, `mode`: 1. With the address of an iterator the rendering proceeds by
- * caps_doNextIteration, and the stream is complete when that no longer returns CAPS_SUCCESS; with null it is done
- * before the call returns. */
+/* Renders as a JPEG of width x height pixels, whatever the size of the source. `flags`: 0, `mode`: 1. With the address
+ * of an iterator the rendering proceeds by caps_doNextIteration, and the stream is complete when that no longer returns
+ * CAPS_SUCCESS; with null it is done before the call returns. The stream's buffer is empty until then. */
 caps_result caps_render(cips* session, caps_stream* output, int32_t width, int32_t height, int32_t flags, int32_t mode,
                         caps_iterator** iterator);
 /* One step. CAPS_SUCCESS while more follow. */
