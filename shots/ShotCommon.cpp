@@ -59,21 +59,18 @@ void ShotCommon::getInformationFromHardware() {
     }
     const CameraParameters params = mHardware->getParameters();
 
-    const auto readSize = [&](auto getSize, std::atomic<int32_t>& width, std::atomic<int32_t>& height) {
-        int w = 0;
-        int h = 0;
-        (params.*getSize)(&w, &h);
-        width = w;
-        height = h;
-    };
-    readSize(&CameraParameters::getPreviewSize, mPreviewWidth, mPreviewHeight);
+    takePreviewSize(params);
     __android_log_print(ANDROID_LOG_INFO, kTag, "Preview width(%d), height(%d)", mPreviewWidth.load(),
                         mPreviewHeight.load());
     if (const char* format = params.getPreviewFormat()) {
         __android_log_print(ANDROID_LOG_INFO, kTag, "Preview color format %s", format);
         mPreviewFormat = colorFormatFromName(format);
     }
-    readSize(&CameraParameters::getPictureSize, mPictureWidth, mPictureHeight);
+    int width = 0;
+    int height = 0;
+    params.getPictureSize(&width, &height);
+    mPictureWidth = width;
+    mPictureHeight = height;
     __android_log_print(ANDROID_LOG_INFO, kTag, "Picture width(%d), height(%d)", mPictureWidth.load(),
                         mPictureHeight.load());
     if (const char* format = params.getPictureFormat()) {
@@ -90,23 +87,21 @@ void ShotCommon::setCallbacks(notify_callback, data_callback, data_callback_time
     __android_log_print(ANDROID_LOG_ERROR, kTag, "setCallbacks must be implemented in each shot");
 }
 
-status_t ShotCommon::startPreview() {
-    // A local reference: the preview starts also when the shot is retired while the parameters are read.
-    const sp<CameraHardwareInterface> hardware = mHardware;
-    if (!hardware.get()) {
-        logHardwareMissing();
-        return INVALID_OPERATION;
-    }
-    CameraParameters params;
-    if (!callOut([&] { params = hardware->getParameters(); }))
-        return hardware->startPreview();
+void ShotCommon::takePreviewSize(const CameraParameters& params) {
     int width = 0;
     int height = 0;
     params.getPreviewSize(&width, &height);
     mPreviewWidth = width;
     mPreviewHeight = height;
-    const ShotGate::Outside outside(mGate);
-    return hardware->startPreview();
+}
+
+status_t ShotCommon::startPreview() {
+    const sp<CameraHardwareInterface> hardware = mHardware;
+    if (!hardware.get()) {
+        logHardwareMissing();
+        return INVALID_OPERATION;
+    }
+    return startPreviewAfter(hardware, [this](const CameraParameters& params) { takePreviewSize(params); });
 }
 
 sp<IMemoryHeap> ShotCommon::getPreviewHeap() {

@@ -86,6 +86,20 @@ protected:
         });
     }
 
+    /// What `startPreview` does in every mode: reads the vendor layer's parameters, hands them to `prepare`, starts the
+    /// preview and returns its status. It starts also when the shot was retired while the parameters were read, but
+    /// without `prepare`. The last thing that its caller does.
+    template <typename Prepare>
+    status_t startPreviewAfter(const sp<CameraHardwareInterface>& hardware, Prepare prepare) {
+        CameraParameters params;
+        if (!callOut([&] { params = hardware->getParameters(); }))
+            return hardware->startPreview();
+        prepare(params);
+        const ShotGate::Outside outside(mGate);
+        return hardware->startPreview();
+    }
+    void takePreviewSize(const CameraParameters& params);
+
 private:
     static void logHardwareMissing();
 

@@ -51,16 +51,11 @@ status_t ShotAction::startPreview() {
     const sp<CameraHardwareInterface> hardware = hardwareOrLog();
     if (!hardware.get())
         return NO_ERROR;
-    CameraParameters params;
-    if (!callOut([&] { params = hardware->getParameters(); }))
-        return hardware->startPreview();
-    {
+    return startPreviewAfter(hardware, [this](const CameraParameters& params) {
         const AutoMutex held(mEngineLock);
         mPreviewHeap = new MemoryHeapBase(kPlaces * previewFrameSize(params, kLog), 0, nullptr);
         previewHeapBase = static_cast<uint8_t*>(mPreviewHeap->base());
-    }
-    const ShotGate::Outside outside(gate());
-    return hardware->startPreview();
+    });
 }
 
 sp<IMemoryHeap> ShotAction::getPreviewHeap() {

@@ -329,21 +329,15 @@ void* ShotAddMe::plusMeImageLocked(long* size) {
 // --- The preview
 
 status_t ShotAddMe::startPreview() {
-    // A local reference: the preview starts also when the shot is retired while the parameters are read.
     const sp<CameraHardwareInterface> hardware = hardwareOrLog();
     if (!hardware.get())
         return NO_ERROR;
-    CameraParameters params;
-    if (!callOut([&] { params = hardware->getParameters(); }))
-        return hardware->startPreview();
-    const sp<MemoryHeapBase> heap = new MemoryHeapBase(2 * previewFrameSize(params, kLog));
-    {
+    return startPreviewAfter(hardware, [this](const CameraParameters& params) {
+        const sp<MemoryHeapBase> heap = new MemoryHeapBase(2 * previewFrameSize(params, kLog));
         const AutoMutex held(mMemoryLock);
         mPreviewHeap = heap;
         pPreviewHeapBase = static_cast<unsigned char*>(heap->getBase());
-    }
-    const ShotGate::Outside outside(gate());
-    return hardware->startPreview();
+    });
 }
 
 sp<IMemoryHeap> ShotAddMe::getPreviewHeap() {

@@ -168,29 +168,19 @@ sp<IMemoryHeap> ShotSelf::getRawHeap() {
 }
 
 status_t ShotSelf::startPreview() {
-    // A local reference: the preview starts also when the shot is retired while the parameters are read.
     const sp<CameraHardwareInterface> hardware = hardwareOrLog();
     if (!hardware.get())
         return NO_ERROR;
-    CameraParameters params;
-    if (!callOut([&] { params = hardware->getParameters(); }))
-        return hardware->startPreview();
-    int width = 0;
-    int height = 0;
-    params.getPreviewSize(&width, &height);
-    mPreviewWidth = width;
-    mPreviewHeight = height;
-    const size_t size = previewFrameSize(params, kLog);
-    const sp<MemoryHeapBase> heap = new MemoryHeapBase(size ? size + kRawExtra : 0, 0, nullptr);
-    {
+    return startPreviewAfter(hardware, [this](const CameraParameters& params) {
+        takePreviewSize(params);
+        const size_t size = previewFrameSize(params, kLog);
+        const sp<MemoryHeapBase> heap = new MemoryHeapBase(size ? size + kRawExtra : 0, 0, nullptr);
         const AutoMutex held(mFrameLock);
         mRawHeap = heap;
         // The preview has become larger since the shot was made. A picture under way keeps its frame.
         if (size > mCopySize && mPicturesAsked == 0)
             allocateCopy(size);
-    }
-    const ShotGate::Outside outside(gate());
-    return hardware->startPreview();
+    });
 }
 
 void ShotSelf::processDataCallback(int32_t msgType, const sp<IMemory>& mem) {

@@ -60,23 +60,14 @@ status_t ShotSmile::startPreview() {
     const sp<CameraHardwareInterface> hardware = hardwareOrLog();
     if (!hardware.get())
         return INVALID_OPERATION;
-    CameraParameters params;
-    if (!callOut([&] { params = hardware->getParameters(); }))
-        return hardware->startPreview();
-    int width = 0;
-    int height = 0;
-    params.getPreviewSize(&width, &height);
-    mPreviewWidth = width;
-    mPreviewHeight = height;
-    {
+    return startPreviewAfter(hardware, [this](const CameraParameters& params) {
+        takePreviewSize(params);
         const AutoMutex held(mEngineLock);
         UnInitSmile();
         UnInitFaceTracking();
         Init();
-    }
-    mDetectionStarted = 0;
-    const ShotGate::Outside outside(gate());
-    return hardware->startPreview();
+        mDetectionStarted = 0;
+    });
 }
 
 status_t ShotSmile::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {

@@ -3,15 +3,13 @@
 #include <actionshot/actionshot.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <string>
 #include <vector>
 
 #include "host/camera/scenes/Crossing.h"
+#include "tests/support/KovcamSession.h"
 
 namespace {
 
@@ -138,17 +136,13 @@ double differenceAt(kov::camera::Crossing& scene, const cv::Mat& picture, double
     return cv::mean(difference, inner)[0];
 }
 
-TEST(ActionSession, TheCrossingSceneMakesOnePictureOfWholePeopleInDistinctPlaces) {
-    namespace fs = std::filesystem;
-    std::string name = (fs::temp_directory_path() / "kovcam-action-XXXXXX").string();
-    const fs::path folder = mkdtemp(name.data());
-    const std::string line =
-        "KOV_CAMERA_SPEED=2 " KOV_KOVCAM " shoot action -i scene:crossing -o " + name + " >/dev/null 2>&1 </dev/null";
-    ASSERT_EQ(std::system(line.c_str()), 0);
-    const cv::Mat bgr = cv::imread((folder / "action-001.jpg").string());
-    fs::remove_all(folder);
+using ActionSession = kov::test::KovcamSession;
+
+TEST_F(ActionSession, TheCrossingSceneMakesOnePictureOfWholePeopleInDistinctPlaces) {
+    ASSERT_EQ(shoot("action -i scene:crossing", 2), 0);
+    const cv::Mat bgr = picture("action-001.jpg");
     ASSERT_EQ(bgr.size(), kFrame);
-    const cv::Mat picture = lumaOf(bgr);
+    const cv::Mat result = lumaOf(bgr);
 
     kov::camera::SourceOptions parsed("");
     kov::camera::Crossing scene(parsed);
@@ -161,7 +155,7 @@ TEST(ActionSession, TheCrossingSceneMakesOnePictureOfWholePeopleInDistinctPlaces
         if (box.empty() || (box & inside) != box || box.x < lastX + 40)
             continue;
         const cv::Mat mask = scene.subjectMask(time, kFrame);
-        if (differenceAt(scene, picture, time, mask) > 4)
+        if (differenceAt(scene, result, time, mask) > 4)
             continue;
         ++moments;
         lastX = box.x;
@@ -170,7 +164,7 @@ TEST(ActionSession, TheCrossingSceneMakesOnePictureOfWholePeopleInDistinctPlaces
     EXPECT_GE(moments, 4);
     cv::dilate(people, people, cv::Mat(), {-1, -1}, 24);  // with the shadows
     cv::Mat difference;
-    cv::absdiff(picture, lumaOf(scene.background(0, kFrame)), difference);
+    cv::absdiff(result, lumaOf(scene.background(0, kFrame)), difference);
     EXPECT_LT(cv::mean(difference, ~people)[0], 2);
 }
 

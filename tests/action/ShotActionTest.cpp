@@ -17,16 +17,12 @@
 using namespace android;
 using kov::test::fakeActionShot;
 using kov::test::Lines;
+using kov::test::operator+;
 using kov::test::text;
 
 namespace {
 
 constexpr size_t kFrameSize = 64 * 48 * 3 / 2;
-
-Lines operator+(Lines left, const Lines& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
 
 /// Memory as scarce as a test wants it.
 struct Scarcity {

@@ -16,17 +16,13 @@ using namespace android;
 using kov::test::fakePlusMe;
 using kov::test::Lines;
 using kov::test::makeMemory;
+using kov::test::operator+;
 using kov::test::MallocWatch;
 using kov::test::text;
 
 namespace {
 
 constexpr size_t kFrame = 640 * 480 * 3 / 2;
-
-Lines operator+(Lines left, const Lines& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
 
 const Lines kIntroduced = {"D ShotAddMe: version 100%d", "D ShotAddMe: Dimensions snap(2560, 1920) prev(640, 480)\\n",
                            "pm.PreInitialize 2560 1920 640 480 0 1 1900000"};

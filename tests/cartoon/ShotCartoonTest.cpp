@@ -13,14 +13,10 @@ using kov::test::bytesOf;
 using kov::test::fakeCaps;
 using kov::test::Lines;
 using kov::test::makeMemory;
+using kov::test::operator+;
 using kov::test::text;
 
 namespace {
-
-Lines operator+(Lines left, const Lines& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
 
 const Lines kCartoon = {"caps.beginCartoon", "caps.setCartoon 1", "caps.endCartoon"};
 const Lines kSketchColor = {"D ShotCartoon: applyEffectSketchColor", "caps.applySketch 1"};

@@ -22,15 +22,11 @@
 using namespace android;
 using kov::test::fakeMedia;
 using kov::test::Lines;
+using kov::test::operator+;
 using kov::test::record;
 using kov::test::text;
 
 namespace {
-
-Lines operator+(Lines left, const Lines& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
 
 /// Time that passes only when somebody sleeps or waits. `onSleep` runs in each sleep of a thread that delivers a frame,
 /// `onPause` in each pause of the encoder, on its thread.

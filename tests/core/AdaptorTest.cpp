@@ -15,6 +15,7 @@ using namespace android;
 using kov::test::FakeCameraHardware;
 using kov::test::Lines;
 using kov::test::makeMemory;
+using kov::test::operator+;
 
 namespace {
 
@@ -24,11 +25,6 @@ const Lines kSingleCreated = {
     "I ShotCommon: Picture color format jpeg",     "I ShotSingle: ShotSingle created: pid=PID"};
 const Lines kSingleDestroyed = {"I ShotSingle: ShotSingle destroyed: pid=PID",
                                 "I ShotCommon: ShotCommon destroyed: pid=PID"};
-
-Lines operator+(Lines left, const Lines& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
 
 class AdaptorTest : public ::testing::Test {
 protected:

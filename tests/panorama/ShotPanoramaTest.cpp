@@ -18,13 +18,9 @@
 using namespace android;
 using kov::test::fakePanoraMax;
 using kov::test::Lines;
+using kov::test::operator+;
 
 namespace {
-
-Lines operator+(Lines left, const Lines& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
 
 class ShotPanoramaTest : public kov::test::ShotTest<ShotPanorama> {
 protected:

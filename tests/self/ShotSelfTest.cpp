@@ -13,16 +13,12 @@ using kov::test::bytesOf;
 using kov::test::fakeCaps;
 using kov::test::Lines;
 using kov::test::makeMemory;
+using kov::test::operator+;
 using kov::test::text;
 
 namespace {
 
 constexpr size_t kFrame = 640 * 480 * 3 / 2;
-
-Lines operator+(Lines left, const Lines& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
 
 /// What a picture's thread was to be started with: run by the test, so that one thread at a time works.
 android_thread_func_t gEntry;

@@ -14,14 +14,10 @@
 using namespace android;
 using kov::test::fakeArcFace;
 using kov::test::Lines;
+using kov::test::operator+;
 using kov::test::text;
 
 namespace {
-
-Lines operator+(Lines left, const Lines& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
 
 const __tag_rect kFace = {20, 10, 80, 70};
 const __tag_rect kSmile = {30, 20, 60, 50};

@@ -18,11 +18,12 @@ namespace kov::test {
 
 class KovcamSession : public ::testing::Test {
 protected:
-    /// The exit status of `kovcam shoot ARGUMENTS` into the folder, with a trace, on a camera that runs four times as
-    /// fast as a real one.
-    int shoot(const std::string& arguments) const {
-        const std::string line = "KOV_CAMERA_SPEED=4 " KOV_KOVCAM " shoot " + arguments + " -o " + folder.path() +
-                                 " --trace " + folder.path() + "/trace >/dev/null 2>&1 </dev/null";
+    /// The exit status of `kovcam shoot ARGUMENTS` into the folder, with a trace, on a camera that runs `speed` times
+    /// as fast as a real one.
+    int shoot(const std::string& arguments, int speed = 4) const {
+        const std::string line = "KOV_CAMERA_SPEED=" + std::to_string(speed) + " " KOV_KOVCAM " shoot " + arguments +
+                                 " -o " + folder.path() + " --trace " + folder.path() +
+                                 "/trace >/dev/null 2>&1 </dev/null";
         return WEXITSTATUS(std::system(line.c_str()));
     }
     /// Names of the messages that the application received, in their order, as far as `wanted` says.

@@ -8,6 +8,12 @@ namespace kov::test {
 
 using Lines = std::vector<std::string>;
 
+/// Both, one after the other.
+inline Lines operator+(Lines left, const Lines& right) {
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
 /// printf into a string.
 std::string text(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
