@@ -50,7 +50,7 @@ public:
     }
 
     std::vector<Demo> demos() const override {
-        return {{"A burst of nine as somebody walks by", {"-i", "scene:crossing?delay=0"}, 10}};
+        return {{"A burst of nine as somebody walks by", {"-i", "scene:crossing?delay=0&seconds=4"}, 10}};
     }
 
 private:
