@@ -6,9 +6,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <thread>
-#include <vector>
+
+#include "tests/camera/TemporaryFolder.h"
 
 using namespace android;
 
@@ -19,18 +19,12 @@ constexpr const char* kClick = "/system/media/audio/ui/camera_click_short.ogg";
 /// Separate sounds in a recording of 16-bit stereo: loud places with at least 100 ms of silence before them.
 int countSounds(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
-    const std::vector<char> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    const auto* samples = reinterpret_cast<const int16_t*>(bytes.data());
     int sounds = 0;
-    size_t quiet = 1000000;
-    for (size_t i = 0; i < bytes.size() / 2; ++i) {
-        if (std::abs(samples[i]) < 2000) {
-            ++quiet;
-            continue;
-        }
-        if (quiet > 44100 * 2 / 10)
-            ++sounds;
-        quiet = 0;
+    int quiet = 1000000;
+    for (int16_t sample = 0; file.read(reinterpret_cast<char*>(&sample), sizeof sample);) {
+        const bool loud = std::abs(sample) >= 2000;
+        sounds += loud && quiet > 44100 * 2 / 10;
+        quiet = loud ? 0 : quiet + 1;
     }
     return sounds;
 }
@@ -39,16 +33,11 @@ int countSounds(const std::string& path) {
 class MediaPlayerTest : public ::testing::Test {
 protected:
     MediaPlayerTest() {
-        std::string name = (std::filesystem::temp_directory_path() / "kov-clicks-XXXXXX").string();
-        folder = mkdtemp(name.data());
-        recording = folder + "/clicks.raw";
         setenv("SDL_AUDIODRIVER", "disk", 1);
         setenv("SDL_DISKAUDIOFILE", recording.c_str(), 1);
     }
-    ~MediaPlayerTest() override { std::filesystem::remove_all(folder); }
-
-    std::string folder;
-    std::string recording;
+    const kov::test::TemporaryFolder folder;
+    const std::string recording = folder / "clicks.raw";
 };
 
 TEST_F(MediaPlayerTest, PlaysAsOftenAsItIsStartedAndRefusesWhatItCannotPlay) {
@@ -73,23 +62,18 @@ TEST_F(MediaPlayerTest, PlaysAsOftenAsItIsStartedAndRefusesWhatItCannotPlay) {
 }
 
 TEST_F(MediaPlayerTest, ABurstSoundsAsOftenAsItTakesFrames) {
-    const struct {
-        const char* options;
-        size_t frames;
-        int clicks;
-    } cases[] = {{"--count 3", 3, 3}, {"--count 1 --mute", 1, 0}};
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.options);
+    for (const int frames : {3, 1}) {
+        SCOPED_TRACE(frames);
         std::filesystem::remove(recording);
-        const std::string line = KOV_KOVCAM " shoot continuous -i 'scene:crossing?delay=0' -o " + folder + "/out " +
-                                 each.options + " >/dev/null 2>&1 </dev/null";
+        const std::string options = frames == 3 ? "/out --count 3" : "/mute --count 1 --mute";
+        const std::string line = KOV_KOVCAM " shoot continuous -i 'scene:crossing?delay=0' -o " + folder.path() +
+                                 options + " >/dev/null 2>&1 </dev/null";
         EXPECT_EQ(std::system(line.c_str()), 0);
-        size_t pictures = 0;
-        for (const auto& file : std::filesystem::directory_iterator(folder + "/out"))
+        int pictures = 0;
+        for (const auto& file : std::filesystem::directory_iterator(folder / (frames == 3 ? "out" : "mute")))
             pictures += file.path().extension() == ".jpg";
-        EXPECT_EQ(pictures, each.frames);
-        EXPECT_EQ(countSounds(recording), each.clicks);
-        std::filesystem::remove_all(folder + "/out");
+        EXPECT_EQ(pictures, frames);
+        EXPECT_EQ(countSounds(recording), frames == 3 ? 3 : 0);
     }
 }
 

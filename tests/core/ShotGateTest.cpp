@@ -12,14 +12,17 @@ using android::ShotGate;
 
 namespace {
 
-const char kKind = 0;
-const char kOtherKind = 0;
+const char kKind = 0, kOtherKind = 0;
 
 /// A block for an object that is never looked at.
 struct Fenced {
-    Fenced() { gate.publish(); }
+    Fenced() {
+        EXPECT_FALSE(ShotGate::Entry(&object, &kKind)) << "not yet published";
+        gate.publish();
+    }
     ~Fenced() {
         gate.close();
+        EXPECT_FALSE(ShotGate::Entry(&object, &kKind));
         gate.giveUp();
     }
     char object = 0;
@@ -27,17 +30,10 @@ struct Fenced {
 };
 
 TEST(ShotGateTest, LetsInByAddressAndClassWhileOpen) {
-    char object = 0;
-    char neighbour = 0;
-    ShotGate& gate = ShotGate::take(&object, &kKind);
-    EXPECT_FALSE(ShotGate::Entry(&object, &kKind)) << "not yet published";
-    gate.publish();
-    EXPECT_TRUE(ShotGate::Entry(&object, &kKind));
-    EXPECT_FALSE(ShotGate::Entry(&object, &kOtherKind)) << "an object of another class lies at the address now";
-    EXPECT_FALSE(ShotGate::Entry(&neighbour, &kKind));
-    gate.close();
-    EXPECT_FALSE(ShotGate::Entry(&object, &kKind));
-    gate.giveUp();
+    Fenced fenced;
+    EXPECT_TRUE(ShotGate::Entry(&fenced.object, &kKind));
+    EXPECT_FALSE(ShotGate::Entry(&fenced.object, &kOtherKind)) << "an object of another class lies there now";
+    EXPECT_FALSE(ShotGate::Entry(&fenced.object + 1, &kKind));
 }
 
 TEST(ShotGateTest, RetiringWaitsForThoseInside) {
@@ -53,23 +49,19 @@ TEST(ShotGateTest, RetiringDoesNotWaitForThoseOutsideAndTheyDoNotComeBack) {
     Fenced fenced;
     const ShotGate::Entry outer(fenced.gate);
     ShotGate::Outside outside(fenced.gate);
-    {
-        const ShotGate::Entry nested(fenced.gate);  // a command from within a callback
-        ShotGate::Outside again(fenced.gate);
-        fenced.gate.retire();
-        EXPECT_FALSE(again.comeBack());
-    }
+    const ShotGate::Entry nested(fenced.gate);  // a command from within a callback
+    ShotGate::Outside again(fenced.gate);
+    fenced.gate.retire();
+    EXPECT_FALSE(again.comeBack());
     EXPECT_FALSE(outside.comeBack());
 }
 
 TEST(ShotGateTest, ABlockThatSomebodyHoldsIsNotUsedAgain) {
     std::optional<Fenced> fenced(std::in_place);
-    const ShotGate* const block = &fenced->gate;
     const ShotGate::Hold hold(fenced->gate);
     fenced.reset();
     const Fenced next;
-    EXPECT_NE(&next.gate, block);
-    EXPECT_FALSE(ShotGate::Entry(hold));
+    EXPECT_FALSE(ShotGate::Entry(hold));  // else it would be the next one's, which is open
 }
 
 }  // namespace

@@ -6,14 +6,12 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <mutex>
-#include <random>
 #include <thread>
-#include <vector>
 
 #include "adaptor/KovCameraHardwareInterface.h"
 #include "host/runtime/Log.h"
 #include "tests/support/BusyVendor.h"
+#include "tests/support/StressThreads.h"
 
 using namespace android;
 using kov::test::BusyVendor;
@@ -22,7 +20,6 @@ using kov::test::FakeCameraHardware;
 namespace {
 
 constexpr auto kWatchdog = std::chrono::seconds(20);
-constexpr uint64_t kSwitchWithin = 64;  // the service switches within every so manieth message
 
 /// How long to go on: short within the suite, as long as the environment says for a soak.
 std::chrono::milliseconds duration() {
@@ -30,69 +27,46 @@ std::chrono::milliseconds duration() {
     return std::chrono::milliseconds(seconds ? std::atoi(seconds) * 1000 : 1500);
 }
 
-/// The camera service: one lock of its own, taken around its calls and in its callbacks.
-struct Service {
-    std::recursive_mutex lock;
+/// The camera service. Its threads hold the adaptor for a few calls at a time and rest without it, so that the last
+/// reference goes, and another adaptor is made, again and again.
+struct Service : kov::test::StressThreads {
     std::atomic<uint64_t> delivered{0}, switched{0}, switchedWithin{0}, switchedWithinPicture{0}, opened{0};
-    std::atomic<bool> stop{false};
-    std::atomic<int> running{0};  // threads that have not ended
 
     void switchAtRandom(CameraHardwareInterface& adaptor, uint32_t random) {
         adaptor.sendCommand(1000 + static_cast<int32_t>(random % 17), 0, 0);
         switched.fetch_add(1, std::memory_order_relaxed);
     }
 
-    void received() {
+    /// Switches within every so manieth message.
+    void received(uint64_t switchWithin, std::atomic<uint64_t>& counter) {
         const std::lock_guard held(lock);
         const uint64_t count = delivered.fetch_add(1, std::memory_order_relaxed);
-        if (count % kSwitchWithin == 0)
-            switchWithin(count, switchedWithin);
-    }
-
-    /// A picture, which the vendor layer delivers within `takePicture`.
-    void receivedPicture() {
-        const std::lock_guard held(lock);
-        const uint64_t count = delivered.fetch_add(1, std::memory_order_relaxed);
-        if (count % 2 == 0)
-            switchWithin(count, switchedWithinPicture);
-    }
-
-    void switchWithin(uint64_t count, std::atomic<uint64_t>& counter) {
-        const sp<CameraHardwareInterface> adaptor = openKovCameraHardware();
-        switchAtRandom(*adaptor.get(), static_cast<uint32_t>(count / 2));
+        if (count % switchWithin != 0)
+            return;
+        switchAtRandom(*openKovCameraHardware().get(), static_cast<uint32_t>(count / 2));
         counter.fetch_add(1, std::memory_order_relaxed);
     }
+    void received() { received(64, switchedWithin); }
 
     void registerAt(CameraHardwareInterface& adaptor) {
         adaptor.setCallbacks(
             [](int32_t, int32_t, int32_t, void* self) { static_cast<Service*>(self)->received(); },
             [](int32_t type, const sp<IMemory>&, void* self) {
                 auto* const service = static_cast<Service*>(self);
-                type == CAMERA_MSG_COMPRESSED_IMAGE ? service->receivedPicture() : service->received();
+                if (type == CAMERA_MSG_COMPRESSED_IMAGE)  // which the vendor layer delivers within `takePicture`
+                    service->received(2, service->switchedWithinPicture);
+                else
+                    service->received();
             },
             [](int64_t, int32_t, const sp<IMemory>&, void* self) { static_cast<Service*>(self)->received(); }, this);
     }
 
-    // The threads below hold the adaptor for a few calls at a time and rest without it, so that the last reference
-    // goes, and another adaptor is made, again and again.
-
-    void switcher(uint32_t seed) {
-        std::minstd_rand random(seed);
-        while (!stop) {
-            useAdaptor(random, [&](CameraHardwareInterface& adaptor) {
-                switchAtRandom(adaptor, random());
-                if (random() % 4 == 0)
-                    adaptor.takePicture();
-                if (random() % 8 == 0)
-                    adaptor.startPreview();
-            });
-        }
-    }
-
-    void registrar() {
-        std::minstd_rand random(3);
-        while (!stop)
-            useAdaptor(random, [&](CameraHardwareInterface& adaptor) { registerAt(adaptor); });
+    void switchModes(std::minstd_rand& random, CameraHardwareInterface& adaptor) {
+        switchAtRandom(adaptor, random());
+        if (random() % 4 == 0)
+            adaptor.takePicture();
+        if (random() % 8 == 0)
+            adaptor.startPreview();
     }
 
     /// Some calls, half of them under the lock, then a rest.
@@ -100,25 +74,18 @@ struct Service {
     void useAdaptor(std::minstd_rand& random, Call call) {
         {
             const sp<CameraHardwareInterface> adaptor = openKovCameraHardware();
-            for (auto left = random() % 16; left > 0; --left) {
-                std::unique_lock held(lock, std::defer_lock);
-                if (random() % 2)
-                    held.lock();
-                call(*adaptor.get());
-            }
+            for (auto left = random() % 16; left > 0; --left)
+                lockedOrNot(random, [&] { call(*adaptor.get()); });
         }
         rest(random);
     }
 
-    void opener() {
-        std::minstd_rand random(4);
-        while (!stop) {
-            const sp<CameraHardwareInterface> adaptor = openKovCameraHardware();
-            registerAt(*adaptor.get());
-            opened.fetch_add(1, std::memory_order_relaxed);
-            if (random() % 4 == 0)
-                rest(random);
-        }
+    void openAndRegister(std::minstd_rand& random) {
+        const sp<CameraHardwareInterface> adaptor = openKovCameraHardware();
+        registerAt(*adaptor.get());
+        opened.fetch_add(1, std::memory_order_relaxed);
+        if (random() % 4 == 0)
+            rest(random);
     }
 
     static void rest(std::minstd_rand& random) {
@@ -154,23 +121,14 @@ TEST(SwitchStressTest, NothingTouchesTheDeadAndNobodyWaitsForever) {
     const size_t openedBefore = FakeCameraHardware::timesOpened();
     static Service service;  // late messages may arrive until the process ends
 
-    std::vector<std::thread> threads;
-    const auto start = [&](auto work) {
-        ++service.running;
-        threads.emplace_back([work] {
-            work();
-            --service.running;
-        });
-    };
     for (int kind = 0; kind < 3; ++kind)
-        start([&vendor = *vendor.get(), kind] {
-            while (!service.stop)
-                vendor.deliver(kind);
+        service.start([&vendor = *vendor.get(), kind](auto&) { vendor.deliver(kind); });
+    for (int i = 0; i < 2; ++i)
+        service.start([](auto& random) {
+            service.useAdaptor(random, [&](auto& adaptor) { service.switchModes(random, adaptor); });
         });
-    start([] { service.switcher(1); });
-    start([] { service.switcher(2); });
-    start([] { service.registrar(); });
-    start([] { service.opener(); });
+    service.start([](auto& random) { service.useAdaptor(random, [](auto& adaptor) { service.registerAt(adaptor); }); });
+    service.start([](auto& random) { service.openAndRegister(random); });
 
     const auto end = std::chrono::steady_clock::now() + duration();
     watch(service, [end] { return std::chrono::steady_clock::now() >= end; });
@@ -178,8 +136,7 @@ TEST(SwitchStressTest, NothingTouchesTheDeadAndNobodyWaitsForever) {
     service.registerAt(*adaptor.get());
     service.stop = true;
     watch(service, [] { return service.running == 0; });
-    for (std::thread& thread : threads)
-        thread.join();
+    service.join();
 
     const uint64_t before = service.delivered;
     for (int kind = 0; kind < 3; ++kind)

@@ -4,7 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
+#include <map>
+#include <tuple>
 #include <vector>
 
 using namespace android;
@@ -12,57 +15,43 @@ using namespace android;
 namespace {
 
 constexpr uint8_t kBlank = 7;
+using Places = std::vector<int32_t>;
+
+constexpr OverlayColor kMark = {200, 1, 2};
 
 /// A frame between two guards that must stay as they are.
 class Canvas {
 public:
     Canvas(int32_t width, int32_t height, OverlayLayout frameLayout = OverlayLayout::SemiPlanar)
         : layout(frameLayout), image{width, height, {}} {
+        const bool planar = layout == OverlayLayout::Planar;
         const size_t luma = static_cast<size_t>(width) * height;
-        const size_t chroma = frameLayout == OverlayLayout::Planar ? 2 * static_cast<size_t>(width / 2) * (height / 2)
-                                                                   : static_cast<size_t>(width) * (height / 2);
-        bytes.assign(kGuard + luma + chroma + kGuard, kBlank);
+        const size_t chroma = static_cast<size_t>(planar ? width / 2 : width) * (height / 2);
+        end = kGuard + luma + (planar ? 2 : 1) * chroma;
+        bytes.assign(end + kGuard, kBlank);
         image.plane[0] = bytes.data() + kGuard;
         image.plane[1] = image.plane[0] + luma;
-        image.plane[2] = frameLayout == OverlayLayout::Planar
-                             ? image.plane[1] + static_cast<size_t>(width / 2) * (height / 2)
-                             : image.plane[1] + 1;
-        end = kGuard + luma + chroma;
+        image.plane[2] = image.plane[1] + (planar ? chroma : 1);
     }
 
-    uint8_t y(int32_t row, int32_t column) const { return image.plane[0][row * image.width + column]; }
-    uint8_t c(int32_t row, int32_t byte) const { return image.plane[1][row * image.width + byte]; }
+    /// Bytes of a row of a plane.
+    Places row(int plane, int32_t row, int32_t from, int32_t to) const {
+        const uint8_t* const begin = image.plane[plane] + row * image.width;
+        return {begin + from, begin + to};
+    }
 
-    bool guardsIntact() const {
-        for (size_t i = 0; i < bytes.size(); ++i) {
-            if ((i < kGuard || i >= end) && bytes[i] != kBlank)
-                return false;
-        }
-        return true;
+    /// Whether all is blank from a place in `bytes` to another.
+    bool blank(size_t from, size_t to) const {
+        return std::all_of(bytes.data() + from, bytes.data() + to, [](uint8_t byte) { return byte == kBlank; });
     }
-    bool blank() const {
-        for (const uint8_t byte : bytes) {
-            if (byte != kBlank)
-                return false;
+    /// The rows in the column, or columns in the row, `where` that have the luma 200.
+    Places marked(bool rows, int32_t where) const {
+        Places places;
+        for (int32_t i = 0; i < (rows ? image.height : image.width); ++i) {
+            if (image.plane[0][(rows ? i : where) * image.width + (rows ? where : i)] == 200)
+                places.push_back(i);
         }
-        return true;
-    }
-    /// Rows whose pixel at `column` has the luma.
-    std::vector<int32_t> rowsWith(uint8_t luma, int32_t column) const {
-        std::vector<int32_t> rows;
-        for (int32_t row = 0; row < image.height; ++row) {
-            if (y(row, column) == luma)
-                rows.push_back(row);
-        }
-        return rows;
-    }
-    std::vector<int32_t> columnsWith(uint8_t luma, int32_t row) const {
-        std::vector<int32_t> columns;
-        for (int32_t column = 0; column < image.width; ++column) {
-            if (y(row, column) == luma)
-                columns.push_back(column);
-        }
-        return columns;
+        return places;
     }
 
     static constexpr size_t kGuard = 256;
@@ -72,87 +61,71 @@ public:
     size_t end;
 };
 
-using Places = std::vector<int32_t>;
-
 TEST(OverlayTest, ColoursAreTruncated) {
-    const struct {
-        uint32_t rgb;
-        uint8_t y, cb, cr;
-    } cases[] = {{0x00FF00, 149, 43, 21}, {0x0099FF, 118, 204, 43},  {0xFF0000, 76, 84, 255},
-                 {0x000000, 0, 128, 128}, {0xFFFFFF, 255, 128, 127}, {0xAB00FF00, 149, 43, 21}};
-    for (const auto& each : cases) {
-        const OverlayColor color = overlayColor(each.rgb);
-        EXPECT_EQ(color.y, each.y) << std::hex << each.rgb;
-        EXPECT_EQ(color.c1, each.cb) << std::hex << each.rgb;
-        EXPECT_EQ(color.c2, each.cr) << std::hex << each.rgb;
+    const std::map<uint32_t, Places> cases = {{0x00FF00, {149, 43, 21}},   {0x0099FF, {118, 204, 43}},
+                                              {0xFF0000, {76, 84, 255}},   {0x000000, {0, 128, 128}},
+                                              {0xFFFFFF, {255, 128, 127}}, {0xAB00FF00, {149, 43, 21}}};
+    for (const auto& [rgb, expected] : cases) {
+        const OverlayColor color = overlayColor(rgb);
+        EXPECT_EQ((Places{color.y, color.c1, color.c2}), expected) << std::hex << rgb;
     }
 }
 
 TEST(OverlayTest, RectanglesGrowAsTheirUserWants) {
-    const struct {
-        OverlayFrame frame;
-        Places edges;
-    } cases[] = {{OverlayFrame::Inward2, {10, 11, 19, 20}},
-                 {OverlayFrame::Inward4, {10, 11, 12, 13, 17, 18, 19, 20}},
-                 {OverlayFrame::Outward2, {10, 11, 20, 21}}};
-    for (const auto& each : cases) {
-        Canvas canvas(40, 40);
-        drawRectangle(canvas.image, canvas.layout, 10, 10, 20, 20, {200, 1, 2}, each.frame);
-        EXPECT_EQ(canvas.rowsWith(200, 15), each.edges);
-        EXPECT_EQ(canvas.columnsWith(200, 15), each.edges);
-        EXPECT_EQ(canvas.c(5, 12), 1);  // row 10: pairs of the top edge
-        EXPECT_EQ(canvas.c(5, 13), 2);
+    const std::vector<std::tuple<OverlayFrame, Places, Places, Places>> cases = {
+        // corners, and the edges' places
+        {OverlayFrame::Inward2, {10, 10, 20, 20}, {10, 11, 19, 20}, {10, 11, 19, 20}},
+        {OverlayFrame::Inward4, {10, 10, 20, 20}, {10, 11, 12, 13, 17, 18, 19, 20}, {10, 11, 12, 13, 17, 18, 19, 20}},
+        {OverlayFrame::Outward2, {10, 10, 20, 20}, {10, 11, 20, 21}, {10, 11, 20, 21}},
+        {OverlayFrame::Inward2, {5, 7, 101, 51}, {6, 7, 49, 50}, {4, 5, 99, 100}}};
+    for (const auto& [frame, corners, rows, columns] : cases) {
+        Canvas canvas(120, 60);
+        drawRectangle(canvas.image, canvas.layout, corners[0], corners[1], corners[2], corners[3], kMark, frame);
+        EXPECT_EQ(canvas.marked(true, 15), rows);
+        EXPECT_EQ(canvas.marked(false, 15), columns);
+        EXPECT_EQ(canvas.row(1, rows[0] / 2, 14, 16), (Places{1, 2}));  // pairs of the top edge
     }
-    Canvas canvas(120, 60);
-    drawRectangle(canvas.image, canvas.layout, 5, 7, 101, 51, {200, 1, 2}, OverlayFrame::Inward2);
-    EXPECT_EQ(canvas.rowsWith(200, 50), (Places{6, 7, 49, 50}));
-    EXPECT_EQ(canvas.columnsWith(200, 20), (Places{4, 5, 99, 100}));
 }
 
 TEST(OverlayTest, OddLinesChangeLumaOnlyAndOutsideNothing) {
     Canvas canvas(16, 8);
-    drawHorizontalLine(canvas.image, canvas.layout, 3, 0, 15, {200, 1, 2});
-    drawVerticalLine(canvas.image, canvas.layout, 5, -10, 18, {200, 1, 2});
-    EXPECT_EQ(canvas.rowsWith(200, 5).size(), 8U);
-    for (int32_t row = 0; row < 4; ++row) {
-        for (int32_t byte = 0; byte < 16; ++byte)
-            EXPECT_EQ(canvas.c(row, byte), kBlank);
-    }
+    drawHorizontalLine(canvas.image, canvas.layout, 3, 0, 15, kMark);
+    drawVerticalLine(canvas.image, canvas.layout, 5, -10, 18, kMark);
+    EXPECT_EQ(canvas.marked(true, 5).size(), 8U);
+    EXPECT_TRUE(canvas.blank(Canvas::kGuard + 16 * 8, canvas.bytes.size()));
+    Canvas blank(8, 8);
     for (const int64_t outside : {int64_t{-1}, int64_t{8}, int64_t{INT_MAX} + 3}) {
-        Canvas blank(8, 8);
-        drawHorizontalLine(blank.image, blank.layout, outside, 0, 7, {200, 1, 2});
-        drawVerticalLine(blank.image, blank.layout, outside, 0, 7, {200, 1, 2});
-        drawHorizontalLine(blank.image, blank.layout, 2, 6, 3, {200, 1, 2});
-        EXPECT_TRUE(blank.blank());
+        drawHorizontalLine(blank.image, blank.layout, outside, 0, 7, kMark);
+        drawVerticalLine(blank.image, blank.layout, outside, 0, 7, kMark);
     }
+    drawHorizontalLine(blank.image, blank.layout, 2, 6, 3, kMark);
+    EXPECT_TRUE(blank.blank(0, blank.bytes.size()));
 }
 
 TEST(OverlayTest, PlanarChromaGoesToItsPlanes) {
     Canvas canvas(8, 8, OverlayLayout::Planar);
-    drawHorizontalLine(canvas.image, canvas.layout, 4, 2, 5, {200, 1, 2});
-    EXPECT_EQ(Places(canvas.image.plane[1] + 8, canvas.image.plane[1] + 12), (Places{kBlank, 1, 1, kBlank}));
-    EXPECT_EQ(Places(canvas.image.plane[2] + 8, canvas.image.plane[2] + 12), (Places{kBlank, 2, 2, kBlank}));
+    drawHorizontalLine(canvas.image, canvas.layout, 4, 2, 5, kMark);
     drawVerticalLine(canvas.image, canvas.layout, 0, 0, 7, {200, 3, 4});
-    for (int row = 0; row < 4; ++row) {
-        EXPECT_EQ(canvas.image.plane[1][row * 4], 3);
-        EXPECT_EQ(canvas.image.plane[2][row * 4], 4);
-    }
+    const uint8_t o = kBlank;  // two rows of the frame are four of a plane
+    EXPECT_EQ(canvas.row(1, 0, 0, 16), (Places{3, o, o, o, 3, o, o, o, 3, 1, 1, o, 3, o, o, o}));
+    EXPECT_EQ(canvas.row(2, 0, 0, 16), (Places{4, o, o, o, 4, o, o, o, 4, 2, 2, o, 4, o, o, o}));
 }
 
 TEST(OverlayTest, NothingOutsideTheFrameIsEverWritten) {
     const int32_t extremes[] = {INT_MIN, -7, -2, -1, 0, 1, 5, 6, 7, 8, 9, 30, INT_MAX};
     for (const OverlayLayout layout : {OverlayLayout::SemiPlanar, OverlayLayout::Planar}) {
-        for (const auto& [width, height] : {std::pair{8, 8}, std::pair{7, 9}, std::pair{9, 7}, std::pair{1, 1}}) {
+        for (const auto& [width, height] : {std::pair{8, 8}, {7, 9}, {9, 7}, {1, 1}}) {
             Canvas canvas(width, height, layout);
             for (const int32_t a : extremes) {
                 for (const int32_t b : extremes) {
-                    drawRectangle(canvas.image, layout, a, b, b, a, {200, 1, 2}, OverlayFrame::Outward2);
-                    drawRectangle(canvas.image, layout, a, a, b, b, {200, 1, 2}, OverlayFrame::Inward4);
+                    drawRectangle(canvas.image, layout, a, b, b, a, kMark, OverlayFrame::Outward2);
+                    drawRectangle(canvas.image, layout, a, a, b, b, kMark, OverlayFrame::Inward4);
                     if (layout == OverlayLayout::SemiPlanar)
-                        blendHorizontalSpan(canvas.image, a, b, a, {200, 1, 2}, 255);
+                        blendHorizontalSpan(canvas.image, a, b, a, kMark, 255);
                 }
             }
-            EXPECT_TRUE(canvas.guardsIntact()) << width << 'x' << height;
+            EXPECT_TRUE(canvas.blank(0, Canvas::kGuard) && canvas.blank(canvas.end, canvas.bytes.size()))
+                << width << 'x' << height;
         }
     }
 }
@@ -161,33 +134,22 @@ TEST(OverlayTest, SpansAreBlendedWithTheirRounding) {
     Canvas canvas(16, 4);
     std::fill(canvas.bytes.begin(), canvas.bytes.end(), uint8_t{100});
     blendHorizontalSpan(canvas.image, 0, 4, 4, {178, 171, 0}, 40);
-    EXPECT_EQ(canvas.y(0, 3), 100);
-    EXPECT_EQ(canvas.y(0, 4), 112);
-    EXPECT_EQ(canvas.y(0, 8), 100);
     blendHorizontalSpan(canvas.image, 2, 0, 3, {178, 171, 0}, 255);
-    EXPECT_EQ(canvas.y(2, 0), 177);  // full alpha stops one short
-    EXPECT_EQ(canvas.c(1, 0), 170);
-    EXPECT_EQ(canvas.c(1, 1), 0);
-    EXPECT_EQ(canvas.c(1, 2), 170);  // the pair that the odd length reaches into
-    EXPECT_EQ(canvas.c(1, 4), 100);
-    blendHorizontalSpan(canvas.image, 1, 0, 16, {178, 171, 0}, 255);
-    EXPECT_EQ(canvas.c(0, 0), 100);  // an odd row has no chroma
+    blendHorizontalSpan(canvas.image, 1, 8, 8, {178, 171, 0}, 255);  // an odd row has no chroma
+    EXPECT_EQ(canvas.row(0, 0, 0, 9), (Places{100, 100, 100, 100, 112, 112, 112, 112, 100}));
+    EXPECT_EQ(canvas.row(1, 0, 8, 16), Places(8, 100));
+    EXPECT_EQ(canvas.row(0, 2, 0, 4), (Places{177, 177, 177, 100}));   // full alpha stops one short
+    EXPECT_EQ(canvas.row(1, 1, 0, 5), (Places{170, 0, 170, 0, 100}));  // the odd length reaches into the second pair
 }
 
 TEST(OverlayTest, MissingPlanesAreCompleted) {
     uint8_t frame[24] = {};
-    struct Record {
-        int32_t width, height;
-        uint8_t* plane[3];
-    };
-    Record semi = {4, 4, {frame, nullptr, nullptr}};
-    completePlanes(semi, OverlayLayout::SemiPlanar);
-    EXPECT_EQ(semi.plane[1], frame + 16);
-    EXPECT_EQ(semi.plane[2], frame + 17);
-    Record planar = {4, 4, {frame, nullptr, nullptr}};
-    completePlanes(planar, OverlayLayout::Planar);
-    EXPECT_EQ(planar.plane[1], frame + 16);
-    EXPECT_EQ(planar.plane[2], frame + 20);
+    for (const OverlayLayout layout : {OverlayLayout::SemiPlanar, OverlayLayout::Planar}) {
+        OverlayImage record = {4, 4, {frame, nullptr, nullptr}};
+        completePlanes(record, layout);
+        EXPECT_EQ(record.plane[1], frame + 16);
+        EXPECT_EQ(record.plane[2], frame + (layout == OverlayLayout::Planar ? 20 : 17));
+    }
 }
 
 }  // namespace
