@@ -391,7 +391,11 @@ TEST_F(VendorCameraTest, ARecordingFrameIsNotReusedUntilItComesBack) {
 
 TEST_F(VendorCameraTest, FocusesAndCancels) {
     openRed(10);
-    set("picture-size", "2560x1920");  // takes a while
+    std::atomic<bool> cancelled{false};
+    insideCallback = [&](int32_t type) {
+        while (type == CAMERA_MSG_SHUTTER && !cancelled)
+            std::this_thread::yield();
+    };
     EXPECT_EQ(camera->autoFocus(), INVALID_OPERATION);
     camera->startPreview();
     camera->autoFocus();
@@ -402,8 +406,10 @@ TEST_F(VendorCameraTest, FocusesAndCancels) {
     camera->takePicture();
     EXPECT_EQ(camera->takePicture(), INVALID_OPERATION);
     camera->cancelPicture();
+    cancelled = true;
     std::this_thread::sleep_for(60ms);
-    EXPECT_TRUE(messages(CAMERA_MSG_FOCUS | CAMERA_MSG_COMPRESSED_IMAGE).empty());
+    EXPECT_TRUE(messages(CAMERA_MSG_FOCUS | CAMERA_MSG_RAW_IMAGE | CAMERA_MSG_COMPRESSED_IMAGE).empty());
+    TearDown();
 }
 
 TEST_F(VendorCameraTest, ASourceThatBreaksEndsThePreviewWithAnError) {
