@@ -6,7 +6,6 @@
 #include <chrono>
 #include <random>
 #include <thread>
-#include <vector>
 
 #include "adaptor/KovCameraHardwareInterface.h"
 #include "host/runtime/Log.h"
@@ -37,30 +36,26 @@ struct Application {
             openKovCameraHardware()->sendCommand(pictures % 2 ? 1006 : 1000, 0, 0);
     }
 
-    void session(std::minstd_rand& random) {
-        const sp<CameraHardwareInterface> camera = openKovCameraHardware();
-        camera->setCallbacks(
-            [](int32_t, int32_t, int32_t, void*) {},
-            [](int32_t type, const sp<IMemory>&, void* self) { static_cast<Application*>(self)->received(type); },
-            [](int64_t, int32_t, const sp<IMemory>&, void*) {}, this);
-        camera->sendCommand(1006, 0, 0);
-        for (int i = 0; i < 20; ++i) {
-            std::unique_lock held(lock, std::defer_lock);
-            if (random() % 2)
-                held.lock();
-            camera->startPreview();
-            camera->takePicture();
-            if (random() % 8 == 0)
-                camera->sendCommand(random() % 4 ? 1006 : 1013, 0, 0);
-            held = {};
-            std::this_thread::yield();
-        }
-    }
-
     void run(uint32_t seed) {
-        std::minstd_rand random(seed);
-        while (!stop)
-            session(random);
+        for (std::minstd_rand random(seed); !stop;) {
+            const sp<CameraHardwareInterface> camera = openKovCameraHardware();
+            camera->setCallbacks(
+                [](int32_t, int32_t, int32_t, void*) {},
+                [](int32_t type, const sp<IMemory>&, void* self) { static_cast<Application*>(self)->received(type); },
+                [](int64_t, int32_t, const sp<IMemory>&, void*) {}, this);
+            camera->sendCommand(1006, 0, 0);
+            for (int i = 0; i < 20; ++i) {
+                std::unique_lock held(lock, std::defer_lock);
+                if (random() % 2)
+                    held.lock();
+                camera->startPreview();
+                camera->takePicture();
+                if (random() % 8 == 0)
+                    camera->sendCommand(random() % 4 ? 1006 : 1013, 0, 0);
+                held = {};
+                std::this_thread::yield();
+            }
+        }
     }
 };
 
@@ -72,17 +67,11 @@ TEST(SelfStressTest, PicturesSwitchesAndDropsAtRandom) {
     kov::test::FakeCameraHardware::setNext(vendor.get());
     static Application application;  // late messages may arrive until the process ends
 
-    std::vector<std::thread> threads;
-    threads.emplace_back([&] {
-        while (!application.stop)
-            vendor->deliver(1);
-    });
-    threads.emplace_back([] { application.run(1); });
-    threads.emplace_back([] { application.run(2); });
+    std::thread threads[] = {std::thread([] { application.run(1); }), std::thread([] { application.run(2); })};
     const auto begin = std::chrono::steady_clock::now();
     const auto elapsed = [&] { return std::chrono::steady_clock::now() - begin; };
     while (elapsed() < kLeast || (elapsed() < kMost && application.pictures < kPictures))
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        vendor->deliver(1);
     application.stop = true;
     for (std::thread& thread : threads)
         thread.join();

@@ -4,7 +4,6 @@
 #include <caps/caps.h>
 
 #include <atomic>
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -17,9 +16,8 @@ struct FakeCaps {
     std::map<std::string, caps_result> results;
     std::vector<int32_t> counts = {0, 1};  // iterations done after each step; the last step ends the rendering
     int32_t total = 1;
-    std::string jpeg = "caps JPEG";           // what a rendering leaves in its buffer
-    uint8_t look = 99;                        // what a rendering fills a raw image with
-    std::function<void(const char*)> during;  // run within an operation
+    std::string jpeg = "caps JPEG";  // what a rendering leaves in its buffer
+    uint8_t look = 99;               // what a rendering fills a raw image with
 };
 FakeCaps& fakeCaps();
 
