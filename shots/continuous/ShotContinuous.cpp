@@ -69,6 +69,7 @@ ShotContinuous::~ShotContinuous() {
 }
 
 status_t ShotContinuous::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
+    const bool special = ShutterPlayer::hasSpecialSalesCode();
     if (!hardwareOrLog().get())
         return INVALID_OPERATION;
     kLog.info("ShotContinuous::sendCommand %d, %d, %d", cmd, arg1, arg2);
@@ -88,7 +89,7 @@ status_t ShotContinuous::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
         case CONTINUOUS_SHOT_SOUND:
             kLog.info("CONTINUOUS_SHOT_SOUND %d", arg1);
             if (arg1 > 0)
-                mShutter->turnOn();
+                mShutter->turnOn(special);
             else
                 mShutter->turnOff();
             return NO_ERROR;

@@ -25,7 +25,9 @@ constexpr int kEnforcedStream = 7;
 constexpr int kSituation = 2;
 constexpr int kAnyStream = -1;
 
-bool hasSpecialSalesCode() {
+}  // namespace
+
+bool ShutterPlayer::hasSpecialSalesCode() {
     char code[PROPERTY_VALUE_MAX] = {};
     property_get(kSalesCodeProperty, code, "none");
     for (const char* special : kSpecialCodes) {
@@ -34,8 +36,6 @@ bool hasSpecialSalesCode() {
     }
     return false;
 }
-
-}  // namespace
 
 ShutterPlayer::ShutterPlayer() {
     const bool special = hasSpecialSalesCode();
@@ -48,8 +48,7 @@ ShutterPlayer::ShutterPlayer() {
         mShutterPlayer->setVolume(mVolume, mVolume);
 }
 
-void ShutterPlayer::turnOn() {
-    const bool special = hasSpecialSalesCode();
+void ShutterPlayer::turnOn(bool special) {
     const AutoMutex held(mLock);
     if (!mShutterPlayer.get())
         mShutterPlayer = newMediaPlayer(kSoundFile);

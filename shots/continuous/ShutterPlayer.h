@@ -16,8 +16,12 @@ public:
     ShutterPlayer(const ShutterPlayer&) = delete;
     ShutterPlayer& operator=(const ShutterPlayer&) = delete;
 
-    /// Makes a player when there is none; each time takes the volume that the situation has now.
-    void turnOn();
+    /// Whether the device is sold where the click must be heard.
+    static bool hasSpecialSalesCode();
+
+    /// Makes a player when there is none; each time takes the volume that the situation has now. `special`: the
+    /// device's sales code is.
+    void turnOn(bool special);
     void turnOff();
     /// Starts the click from its beginning, when the sound is on.
     void play();
