@@ -4,31 +4,19 @@
 
 #include <cstring>
 
-#include "tests/support/Recorder.h"
+#include "tests/support/ScriptedCall.h"
 
-using kov::test::fakeActionShot;
-using kov::test::record;
-using kov::test::text;
+using namespace kov::test;
 
-namespace kov::test {
-
-FakeActionShot& fakeActionShot() {
+FakeActionShot& kov::test::fakeActionShot() {
     static FakeActionShot fake;
     return fake;
 }
 
-}  // namespace kov::test
-
 namespace {
 
-char gEngine;
-
-int32_t call(const std::string& name, ActionShot_Handle engine, int32_t success, const std::string& arguments = "") {
-    record(name + (engine == &gEngine ? "" : " without engine") + arguments);
-    if (fakeActionShot().during)
-        fakeActionShot().during(name);
-    const auto result = fakeActionShot().results.find(name);
-    return result == fakeActionShot().results.end() ? success : result->second;
+int32_t call(const std::string& name, ActionShot_Handle engine, const std::string& arguments = "") {
+    return scriptedCall(fakeActionShot(), name, engine, 1, arguments);
 }
 
 int32_t next(std::vector<int32_t>& answers) {
@@ -46,39 +34,37 @@ void ActionShot_SetMemoryFunctions(const ActionShot_MemoryFunctions* functions) 
 
 int32_t ActionShot_Initialize(ActionShot_Handle* engine, int32_t width, int32_t height, void* work_memory,
                               uint32_t work_memory_size) {
-    const int32_t result = call("ActionShot_Initialize", &gEngine, 1,
-                                text(" %dx%d %s %u", width, height, work_memory ? "memory" : "null", work_memory_size));
-    if (result == 1)
-        *engine = &gEngine;
-    return result;
+    *engine = &fakeHandle;  // also on a failure
+    return call("ActionShot_Initialize", *engine,
+                text(" %dx%d %s %u", width, height, work_memory ? "memory" : "null", work_memory_size));
 }
 
 void ActionShot_SetResolution(ActionShot_Handle engine, int32_t width, int32_t height) {
-    call("ActionShot_SetResolution", engine, 0, text(" %dx%d", width, height));
+    call("ActionShot_SetResolution", engine, text(" %dx%d", width, height));
 }
 
 void ActionShot_SetSceneCompletionActivationMode(ActionShot_Handle engine, int32_t mode) {
-    call("ActionShot_SetSceneCompletionActivationMode", engine, 0, text(" %d", mode));
+    call("ActionShot_SetSceneCompletionActivationMode", engine, text(" %d", mode));
 }
 
 void ActionShot_SetConfigurationParameter(ActionShot_Handle engine, int32_t parameter, int32_t value) {
-    call("ActionShot_SetConfigurationParameter", engine, 0, text(" %d %d", parameter, value));
+    call("ActionShot_SetConfigurationParameter", engine, text(" %d %d", parameter, value));
 }
 
 int32_t ActionShot_SetTempMemory(ActionShot_Handle engine, uint8_t**, int32_t count, int32_t size) {
-    return call("ActionShot_SetTempMemory", engine, 1, text(" %d %d", count, size));
+    return call("ActionShot_SetTempMemory", engine, text(" %d %d", count, size));
 }
 
 int32_t ActionShot_UnsetTempMemory(ActionShot_Handle engine) {
-    return call("ActionShot_UnsetTempMemory", engine, 1);
+    return call("ActionShot_UnsetTempMemory", engine);
 }
 
 void ActionShot_CancelSeries(ActionShot_Handle engine) {
-    call("ActionShot_CancelSeries", engine, 0);
+    call("ActionShot_CancelSeries", engine);
 }
 
 int32_t ActionShot_StartSeries(ActionShot_Handle engine) {
-    return call("ActionShot_StartSeries", engine, 1);
+    return call("ActionShot_StartSeries", engine);
 }
 
 int32_t ActionShot_IsConnected(ActionShot_Handle) {
@@ -86,9 +72,7 @@ int32_t ActionShot_IsConnected(ActionShot_Handle) {
 }
 
 int32_t ActionShot_HandleFrame(ActionShot_Handle engine, const OPT_API_ASImage* frame) {
-    const bool follows = frame->plane[1] == frame->plane[0] + frame->width * frame->height;
-    call("ActionShot_HandleFrame", engine, 0,
-         text(" %dx%d%s", frame->width, frame->height, follows && !frame->plane[2] && !frame->format ? "" : " odd"));
+    call("ActionShot_HandleFrame", engine, sizeOf(*frame));
     return fakeActionShot().frameResult;
 }
 
@@ -105,13 +89,11 @@ int32_t ActionShot_CreateResult(ActionShot_Handle engine, int32_t* progress, OPT
     const bool last = fake.progress.size() == 1;
     *progress = next(fake.progress);
     *result = fake.result;
-    if (!fake.nullPlane)
-        result->plane[0] = fake.image.data();
-    call("ActionShot_CreateResult", engine, 0);
-    return !(last && (fake.endsEarly || *progress >= 100));
+    result->plane[0] = fake.nullPlane ? nullptr : fake.image.data();
+    return call("ActionShot_CreateResult", engine) && (!last || (*progress < 100 && !fake.endsEarly));
 }
 
 void ActionShot_Finalize(ActionShot_Handle* engine) {
-    call("ActionShot_Finalize", *engine, 0);
+    call("ActionShot_Finalize", *engine);
     *engine = nullptr;
 }

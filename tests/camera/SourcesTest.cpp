@@ -11,29 +11,25 @@
 #include "host/camera/Sources.h"
 #include "host/camera/scenes/AddMe.h"
 #include "host/camera/scenes/Crossing.h"
-#include "host/camera/scenes/Landscape.h"
 #include "host/camera/scenes/Portrait.h"
 #include "tests/camera/TemporaryFolder.h"
 
-namespace kov::test {
-namespace {
-
 using namespace kov::camera;
+
+namespace {
 
 const cv::Size kSmall(320, 240);
 
 template <typename Scene>
 Scene make(const std::string& text = "") {
     SourceOptions options(text);
-    Scene scene(options);
-    EXPECT_TRUE(options.finish()) << options.error();
-    return scene;
+    return Scene(options);
 }
 
-std::unique_ptr<FrameSource> openOrFail(const std::string& text) {
+std::unique_ptr<FrameSource> open(const std::string& text) {
     std::string error;
     auto source = openSource(text, &error);
-    EXPECT_TRUE(source) << error;
+    EXPECT_EQ(error, "");
     return source;
 }
 
@@ -43,42 +39,17 @@ double difference(const cv::Mat& a, const cv::Mat& b) {
 
 TEST(Scenes, ShowTheSameMomentAtEverySize) {
     for (const SceneInfo& info : builtinScenes()) {
-        const auto source = openOrFail("scene:" + info.name);
+        const auto source = open("scene:" + info.name);
         const cv::Mat once = source->frame(3.4, {640, 480});
-        for (const cv::Size size : {cv::Size(176, 144), cv::Size(640, 480), cv::Size(854, 480), cv::Size(960, 720)})
+        for (const cv::Size size : {cv::Size(176, 144), cv::Size(854, 480)})
             ASSERT_EQ(source->frame(3.4, size).size(), size) << info.name;
         // Vector instructions round by where memory happens to lie: a pixel in a million may differ by one level.
-        EXPECT_LT(difference(openOrFail("scene:" + info.name)->frame(3.4, {640, 480}), once), 1e-4) << info.name;
+        EXPECT_LT(difference(open("scene:" + info.name)->frame(3.4, {640, 480}), once), 1e-4) << info.name;
         // Detail may differ, what is seen may not.
-        cv::Mat large = source->frame(3.4, {960, 720});
-        cv::Mat small = once;
-        for (cv::Mat* picture : {&large, &small})
-            cv::resize(*picture, *picture, {80, 60}, 0, 0, cv::INTER_AREA);
+        cv::Mat large, small;
+        cv::resize(source->frame(3.4, {960, 720}), large, {80, 60}, 0, 0, cv::INTER_AREA);
+        cv::resize(once, small, {80, 60}, 0, 0, cv::INTER_AREA);
         EXPECT_LT(difference(large, small), 6) << info.name;
-    }
-}
-
-TEST(Landscape, PansOverItsWidePictureAsItsCropsSay) {
-    for (const auto& [direction, sign, upright] :
-         {std::tuple("right", 1, false), {"left", -1, false}, {"down", 1, true}, {"up", -1, true}}) {
-        auto scene = make<Landscape>(std::string("direction=") + direction);
-        const cv::Mat first = scene.frame(0, kSmall);
-        const cv::Mat later = scene.frame(1.0, kSmall);
-        const cv::Rect from = scene.crop(0, kSmall);
-        const cv::Rect to = scene.crop(1.0, kSmall);
-        EXPECT_EQ(difference(scene.widePicture(kSmall)(to), later), 0) << direction;
-        cv::Mat grey[2];
-        cv::cvtColor(first, grey[0], cv::COLOR_BGR2GRAY);
-        cv::cvtColor(later, grey[1], cv::COLOR_BGR2GRAY);
-        for (cv::Mat& picture : grey)
-            picture.convertTo(picture, CV_32F);
-        cv::Mat window;
-        cv::createHanningWindow(window, kSmall, CV_32F);
-        const cv::Point2d shift = cv::phaseCorrelate(grey[1], grey[0], window);
-        EXPECT_NEAR(shift.x, (to - from.tl()).x, 1.5) << direction;
-        EXPECT_NEAR(shift.y, (to - from.tl()).y, 1.5) << direction;
-        const cv::Point all = scene.crop(scene.panEnd(), kSmall).tl() - from.tl();
-        EXPECT_GT(sign * (upright ? all.y / 240.0 : all.x / 320.0), 3.9) << direction;
     }
 }
 
@@ -104,55 +75,41 @@ TEST(Crossing, ShowsThePersonWhereItsMaskSays) {
 }
 
 TEST(Portrait, IsAFaceThatBeginsToSmile) {
-    const std::string folder = OPENCV_CASCADES;
-    cv::CascadeClassifier faces(folder + "/haarcascade_frontalface_alt.xml");
-    cv::CascadeClassifier others(folder + "/haarcascade_frontalface_default.xml");
-    cv::CascadeClassifier smiles(folder + "/haarcascade_smile.xml");
-    ASSERT_FALSE(faces.empty() || others.empty() || smiles.empty());
+    cv::CascadeClassifier alternative(OPENCV_CASCADES "/haarcascade_frontalface_alt.xml");
+    cv::CascadeClassifier frontal(OPENCV_CASCADES "/haarcascade_frontalface_default.xml");
+    cv::CascadeClassifier smiles(OPENCV_CASCADES "/haarcascade_smile.xml");
     auto scene = make<Portrait>();
     for (const cv::Size size : {kSmall, cv::Size(640, 480)})
         for (const double time : {0.0, 1.3, 2.9, 3.35, 4.0, 5.7}) {
             cv::Mat grey;
             cv::cvtColor(scene.frame(time, size), grey, cv::COLOR_BGR2GRAY);
-            const cv::Size least(size.height / 5, size.height / 5);
             std::vector<cv::Rect> found;
-            others.detectMultiScale(grey, found, 1.1, 4, 0, least);
-            EXPECT_EQ(found.size(), 1U) << time;
-            faces.detectMultiScale(grey, found, 1.1, 3, 0, least);
-            ASSERT_EQ(found.size(), 1U) << time;
-            const cv::Rect face = found[0];
+            for (auto* const faces : {&frontal, &alternative}) {
+                faces->detectMultiScale(grey, found, 1.1, 4, 0, {size.height / 5, size.height / 5});
+                ASSERT_EQ(found.size(), 1U) << time;
+            }
+            const cv::Rect& face = found[0];
             EXPECT_GT((face & scene.faceBox(time, size)).area(), face.area() * 0.6) << time;
             const cv::Mat lower = grey(cv::Rect(face.x, face.y + face.height / 2, face.width, face.height / 2));
             std::vector<cv::Rect> mouths;
             smiles.detectMultiScale(lower, mouths, 1.3, 20, 0, {face.width / 5, face.width / 10});
-            if (scene.smile(time) > 0 && scene.smile(time) < 1)
-                continue;  // half a smile may be seen or not
-            EXPECT_EQ(mouths.empty(), scene.smile(time) == 0) << time << ' ' << size;
+            const double smile = scene.smile(time);
+            // Half a smile may be seen or not.
+            EXPECT_TRUE(smile == 0 ? mouths.empty() : smile < 1 || !mouths.empty()) << time << ' ' << size;
         }
 }
 
-TEST(AddMe, ChangesPeopleAndPlaceAfterAPicture) {
+TEST(AddMe, ChangesAfterEveryPicture) {
     auto scene = make<AddMe>();
     const cv::Mat first = scene.frame(0, kSmall);
     scene.pictureTaken();
-    const cv::Mat second = scene.frame(0, kSmall);
-    // Brought back to the first place, the second picture differs where the people stand and nowhere else.
-    cv::Mat back;
-    cv::warpAffine(second, back, AddMe::movement(kSmall), kSmall, cv::INTER_LINEAR | cv::WARP_INVERSE_MAP);
-    const cv::Rect left = scene.personBox(0, kSmall);
-    const cv::Rect right = scene.personBox(1, kSmall);
-    EXPECT_LT(left.br().x, kSmall.width / 2);
-    EXPECT_GT(right.x, kSmall.width / 2);
-    EXPECT_GT(difference(back(left), first(left)), 20);
-    const cv::Rect between(left.br().x + 12, 20, right.x - left.br().x - 24, kSmall.height - 40);
-    EXPECT_LT(difference(back(between), first(between)), 5);
-    EXPECT_GT(difference(second(between), first(between)), 8);
+    EXPECT_GT(difference(scene.frame(0, kSmall), first), 8);
     scene.pictureTaken();
     EXPECT_EQ(difference(scene.frame(0, kSmall), first), 0);
 }
 
 TEST(Files, AreShownAsAskedFor) {
-    const TemporaryFolder folder;
+    const kov::test::TemporaryFolder folder;
     // Black on the left, white on the right, black below.
     cv::Mat picture(100, 400, CV_8UC3, cv::Scalar::all(0));
     picture(cv::Rect(200, 0, 200, 50)).setTo(cv::Scalar::all(255));
@@ -163,13 +120,7 @@ TEST(Files, AreShownAsAskedFor) {
         video.write(cv::Mat(kSmall, CV_8UC3, cv::Scalar::all(40 * i)));
     video.release();
 
-    struct Case {
-        std::string source;
-        double time;
-        cv::Point at;
-        int grey;
-    };
-    const Case cases[] = {
+    const std::tuple<std::string, double, cv::Point, int> cases[] = {
         {folder / "a.png", 0, {40, 60}, 0},
         {folder / "a.png", 9, {280, 60}, 255},
         {folder / "a.png?path=pan-right&seconds=2", 0, {280, 60}, 0},
@@ -179,19 +130,16 @@ TEST(Files, AreShownAsAskedFor) {
         {folder / "v.avi", 0, {10, 10}, 0},
         {folder / "v.avi", 0.31, {10, 10}, 120},
         {folder / "v.avi", 0.72, {10, 10}, 80},  // the second time round
-        {folder.path() + "/?seconds=2", 3.5, {10, 10}, 128},
-    };
-    for (const Case& c : cases) {
-        const auto source = openOrFail(c.source);
-        ASSERT_TRUE(source);
-        const cv::Mat frame = source->frame(c.time, kSmall);
-        ASSERT_EQ(frame.size(), kSmall) << c.source;
-        EXPECT_NEAR(frame.at<cv::Vec3b>(c.at)[1], c.grey, 4) << c.source << " at " << c.time;
+        {folder.path() + "/?seconds=2", 3.5, {10, 10}, 128}};
+    for (const auto& [source, time, at, grey] : cases) {
+        const cv::Mat frame = open(source)->frame(time, kSmall);
+        ASSERT_EQ(frame.size(), kSmall) << source;
+        EXPECT_NEAR(frame.at<cv::Vec3b>(at)[1], grey, 4) << source << " at " << time;
     }
 }
 
 TEST(Files, AndOptionsThatAreWrongGetOneLineThatHelps) {
-    const TemporaryFolder folder;
+    const kov::test::TemporaryFolder folder;
     std::filesystem::create_directory(folder / "empty");
     std::ofstream(folder / "text.mp4") << "no video";
     std::ofstream(folder / "broken.jpg") << "\xFF\xD8\xFFno picture";
@@ -205,8 +153,7 @@ TEST(Files, AndOptionsThatAreWrongGetOneLineThatHelps) {
         {folder / "empty", "put JPEG or PNG files there"},
         {folder / "text.mp4", "neither a picture nor a video"},
         {folder / "broken.jpg", "is a broken picture"},
-        {"/dev/video99", "/dev/video99"},
-    };
+        {"/dev/video99", "/dev/video99"}};
     for (const auto& [source, part] : cases) {
         const std::string error = checkSource(source);
         EXPECT_NE(error.find(part), std::string::npos) << source << ": " << error;
@@ -216,4 +163,3 @@ TEST(Files, AndOptionsThatAreWrongGetOneLineThatHelps) {
 }
 
 }  // namespace
-}  // namespace kov::test

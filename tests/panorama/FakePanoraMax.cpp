@@ -4,45 +4,28 @@
 
 #include <cstdlib>
 
-#include "tests/support/Recorder.h"
+#include "tests/support/ScriptedCall.h"
 
-using kov::test::fakePanoraMax;
-using kov::test::record;
-using kov::test::text;
+using namespace kov::test;
 
-namespace kov::test {
-
-FakePanoraMax& fakePanoraMax() {
+FakePanoraMax& kov::test::fakePanoraMax() {
     static FakePanoraMax fake;
     return fake;
 }
 
-}  // namespace kov::test
-
 namespace {
 
-char gInstance;
-
 int32_t call(const std::string& name, px_instance instance, const std::string& arguments = "") {
-    record(name + (instance == &gInstance ? "" : " without instance") + arguments);
-    if (fakePanoraMax().during)
-        fakePanoraMax().during(name);
-    const auto result = fakePanoraMax().results.find(name);
-    return result == fakePanoraMax().results.end() ? 0 : result->second;
-}
-
-std::string sizeOf(const px_image* image) {
-    const bool follows = image->plane[1] == image->plane[0] + static_cast<ptrdiff_t>(image->width) * image->height;
-    return text(" %dx%d%s", image->width, image->height, follows && !image->plane[2] && !image->format ? "" : " odd");
+    return scriptedCall(fakePanoraMax(), name, instance, 0, arguments);
 }
 
 }  // namespace
 
 int32_t px_init(const px_allocator* allocator, void* buffer, uint32_t size, px_instance* instance) {
     const bool ofProcess = allocator->allocate == malloc && allocator->release == free;
-    const int32_t result = call("px_init", &gInstance, ofProcess && !buffer && !size ? "" : " odd");
+    const int32_t result = call("px_init", &fakeHandle, ofProcess && !buffer && !size ? "" : " odd");
     if (result == 0)
-        *instance = &gInstance;
+        *instance = &fakeHandle;
     return result;
 }
 
@@ -66,12 +49,12 @@ int32_t px_handleFrame(px_instance instance, const px_image* frame, uint32_t, px
     const uint32_t added = status->frame_count;
     *status = fakePanoraMax().status;
     status->frame_count = added;
-    return call("px_handleFrame", instance, sizeOf(frame));
+    return call("px_handleFrame", instance, sizeOf(*frame));
 }
 
 int32_t px_addFrame(px_instance instance, const px_image* frame, uint32_t, px_status* status) {
     ++status->frame_count;
-    return call("px_addFrame", instance, sizeOf(frame));
+    return call("px_addFrame", instance, sizeOf(*frame));
 }
 
 int32_t px_endCapture(px_instance instance) {
@@ -84,9 +67,9 @@ int32_t px_createPanorama(px_instance instance, uint32_t* progress) {
         *progress = steps.front();
         steps.erase(steps.begin());
     }
-    // After the last scripted step the library's result counts: a script may end in a failure.
-    return steps.empty() && *progress < 100 ? call("px_createPanorama", instance)
-                                            : (call("px_createPanorama", instance), 0);
+    const int32_t result = call("px_createPanorama", instance);
+    // A script may end in a failure: the library's result counts after its last step.
+    return steps.empty() && *progress < 100 ? result : 0;
 }
 
 int32_t px_getPanoramaImage(px_instance instance, px_image* image) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <utility>
 #include <vector>
 
 using namespace android;
@@ -21,89 +22,60 @@ TEST(PanoramaGuideTest, ArrowsPointToTheOffset) {
                  {1, 1, 10, 7, 1},                                            // 7 is not above 0.7 x 10
                  {1, 1, 0, -1, 4},    {2, 1, 30, 10, 0},  {3, 1, 30, 10, 0}, {4, 1, 30, 10, 1},
                  {1, 3, 30, 10, 0},   {1, 0, 30, 10, 0},  {1, 9, 30, 10, 0}, {1, 1, INT32_MIN, INT32_MIN, 6}};
-    for (const auto& each : cases) {
-        px_status status = {};
-        status.status = each.status;
-        status.direction = each.direction;
-        status.dx = each.dx;
-        status.dy = each.dy;
-        EXPECT_EQ(panoramaArrows(status), each.arrow)
+    for (const auto& each : cases)
+        EXPECT_EQ(panoramaArrows({8, 0, 0, each.direction, each.dx, each.dy, {}, each.status}), each.arrow)
             << each.status << ' ' << each.direction << ' ' << each.dx << ' ' << each.dy;
-    }
     const px_color colors[] = {0xFFFF, 0x00FF00, 0x00FF00, 0xFF0000, 0xFFFF, 0xFFFF};
     for (uint32_t status = 0; status < 6; ++status)
         EXPECT_EQ(panoramaRectColor(status), colors[status]);
 }
 
-struct Span {
-    int32_t first, last;
-    bool operator==(const Span&) const = default;
-};
-
-class Frame {
-public:
-    Frame(int32_t width, int32_t height) : bytes(static_cast<size_t>(width) * height * 3 / 2) {
-        image = {0, width, height, {bytes.data(), bytes.data() + static_cast<size_t>(width) * height, nullptr}};
-    }
-    /// The rows that were drawn on, with the span of each.
-    std::map<int32_t, Span> drawn() const {
-        std::map<int32_t, Span> spans;
-        for (int32_t row = 0; row < image.height; ++row) {
-            for (int32_t column = 0; column < image.width; ++column) {
-                if (image.plane[0][row * image.width + column] == 0)
-                    continue;
-                spans.try_emplace(row, Span{column, column}).first->second.last = column;
-            }
-        }
-        return spans;
-    }
-    std::vector<uint8_t> bytes;
-    px_image image;
-};
+/// The luma of a black frame with these arrows.
+std::vector<uint8_t> drawn(px_direction code, int32_t width, int32_t height) {
+    const auto area = static_cast<size_t>(width) * height;
+    std::vector<uint8_t> bytes(area * 3 / 2);
+    drawFadingArrows({0, width, height, {bytes.data(), bytes.data() + area, nullptr}}, code);
+    bytes.resize(area);
+    return bytes;
+}
 
 TEST(PanoramaGuideTest, ArrowsLieWhereTheyBelong) {
-    const struct {
-        px_direction code;
-        int32_t firstRow;
-        Span first;
-        int32_t lastRow;
-        Span last;
-    } cases[] = {{8, 430, {294, 343}, 454, {318, 319}}, {4, 26, {318, 319}, 50, {294, 343}},
-                 {6, 24, {24, 58}, 58, {24, 24}},       {5, 24, {580, 614}, 58, {614, 614}},
-                 {10, 420, {24, 24}, 454, {24, 58}},    {9, 420, {614, 614}, 454, {580, 614}},
-                 {2, 216, {48, 48}, 264, {48, 48}},     {1, 216, {590, 590}, 264, {590, 590}}};
-    for (const auto& each : cases) {
-        Frame frame(640, 480);
-        drawFadingArrows(frame.image, each.code);
-        const auto spans = frame.drawn();
-        ASSERT_FALSE(spans.empty()) << each.code;
-        EXPECT_EQ(spans.begin()->first, each.firstRow) << each.code;
-        EXPECT_EQ(spans.begin()->second, each.first) << each.code;
-        EXPECT_EQ(spans.rbegin()->first, each.lastRow) << each.code;
-        EXPECT_EQ(spans.rbegin()->second, each.last) << each.code;
+    using Spans = std::map<int, std::pair<int, int>>;  // by row: first and last column
+    const std::pair<px_direction, Spans> cases[] = {
+        // the first row, perhaps some between, the last
+        {8, {{430, {294, 343}}, {454, {318, 319}}}},
+        {4, {{26, {318, 319}}, {50, {294, 343}}}},
+        {6, {{24, {24, 58}}, {58, {24, 24}}}},
+        {5, {{24, {580, 614}}, {58, {614, 614}}}},
+        {10, {{420, {24, 24}}, {454, {24, 58}}}},
+        {9, {{420, {614, 614}}, {454, {580, 614}}}},
+        {2, {{216, {48, 48}}, {240, {24, 48}}, {243, {27, 48}}, {264, {48, 48}}}},
+        {1, {{216, {590, 590}}, {264, {590, 590}}}}};
+    for (const auto& [code, expected] : cases) {
+        SCOPED_TRACE(code);
+        const std::vector<uint8_t> luma = drawn(code, 640, 480);
+        Spans spans;
+        for (int at = 0; at < 640 * 480; ++at) {
+            if (luma[at] != 0)
+                spans.try_emplace(at / 640, at % 640, 0).first->second.second = at % 640;
+        }
+        ASSERT_FALSE(spans.empty());
+        EXPECT_EQ(spans.begin()->first, expected.begin()->first);
+        EXPECT_EQ(spans.rbegin()->first, expected.rbegin()->first);
+        for (const auto& [row, span] : expected)
+            EXPECT_EQ(spans[row], span) << row;
     }
-    Frame sideways(640, 480);
-    drawFadingArrows(sideways.image, 2);
-    EXPECT_EQ(sideways.drawn().at(240), (Span{24, 48}));
-    EXPECT_EQ(sideways.drawn().at(243), (Span{27, 48}));
 }
 
 TEST(PanoramaGuideTest, TheirOpacityPulsesWithEveryCall) {
     // The counter is the process's: go on to where a cycle begins (full opacity twice in a row).
-    const auto opacity = [](px_direction code) {
-        Frame frame(64, 64);
-        drawFadingArrows(frame.image, code);
-        return frame.bytes[24 * 64 + 24];
-    };
+    const auto opacity = [](px_direction code) { return drawn(code, 64, 64)[24 * 64 + 24]; };
     const uint8_t full = (178 * 255 + 128) >> 8;
     int calls = 0;
-    for (uint8_t last = 0, now = 0; !(last == full && now == full) && calls < 40; ++calls) {
-        last = now;
-        now = opacity(6);
-    }
+    while (!(opacity(6) == full && opacity(6) == full) && calls < 40)
+        ++calls;
     ASSERT_LT(calls, 40);
-    const int32_t rest[] = {230, 200, 120, 40, 120, 200, 230, 255, 255, 230};
-    for (const int32_t expected : rest)
+    for (const int32_t expected : {230, 200, 120, 40, 120, 200, 230, 255, 255, 230})
         EXPECT_EQ(opacity(6), (178 * expected + 128) >> 8);
     opacity(0);  // draws nothing, but the pulse goes on past 200
     EXPECT_EQ(opacity(6), (178 * 120 + 128) >> 8);
