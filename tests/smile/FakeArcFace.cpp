@@ -91,11 +91,10 @@ MRESULT ASSD_SmileDetect(MHandle, MHandle, ASSD_IMAGE* image, ASSD_FACE_INPUT* f
     auto& fake = fakeArcFace();
     fake.lastImage = *image;
     fake.lastInput = *faces;
-    const MRESULT answer = call("ASSD_SmileDetect", text(" %d%s", faces->count, a || b ? " odd" : ""));
     // Also when it fails: an engine may have got so far.
     *result = {fake.smiles.data(), 0, fake.examined,
                fake.smileCount >= 0 ? fake.smileCount : static_cast<int32_t>(fake.smiles.size())};
-    return answer;
+    return call("ASSD_SmileDetect", text(" %d%s", faces->count, a || b ? " odd" : ""));
 }
 
 MRESULT ASSD_UninitSmileEngine(MHandle, MHandle*) {
