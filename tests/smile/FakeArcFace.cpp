@@ -7,18 +7,12 @@
 
 #include "tests/support/Recorder.h"
 
-using kov::test::fakeArcFace;
-using kov::test::record;
-using kov::test::text;
+using namespace kov::test;
 
-namespace kov::test {
-
-FakeArcFace& fakeArcFace() {
+FakeArcFace& kov::test::fakeArcFace() {
     static FakeArcFace fake;
     return fake;
 }
-
-}  // namespace kov::test
 
 namespace {
 
@@ -28,18 +22,15 @@ MRESULT call(const std::string& name, const std::string& arguments = "") {
     record(name + arguments);
     if (fakeArcFace().during)
         fakeArcFace().during();
-    const auto result = fakeArcFace().results.find(name);
-    return result == fakeArcFace().results.end() ? 0 : result->second;
+    return fakeArcFace().results.contains(name) ? fakeArcFace().results.at(name) : 0;
 }
 
 }  // namespace
 
 void* MMemAlloc(MHandle, int32_t size) {
     call("MMemAlloc", text(" %d", size));
-    if (!fakeArcFace().allocates)
-        return nullptr;
-    ++fakeArcFace().blocksAlive;
-    return std::malloc(static_cast<size_t>(size));
+    fakeArcFace().blocksAlive += fakeArcFace().allocates;
+    return fakeArcFace().allocates ? std::malloc(static_cast<size_t>(size)) : nullptr;
 }
 
 void MMemFree(MHandle, void* block) {
@@ -54,10 +45,8 @@ void MMemCpy(void* destination, const void* source, int32_t size) {
 
 MHandle MMemMgrCreate(void*, int32_t size) {
     call("MMemMgrCreate", text(" %d", size));
-    if (!fakeArcFace().makesManagers)
-        return nullptr;
-    ++fakeArcFace().managersAlive;
-    return &gManager;
+    fakeArcFace().managersAlive += fakeArcFace().makesManagers;
+    return fakeArcFace().makesManagers ? &gManager : nullptr;
 }
 
 void MMemMgrDestroy(MHandle) {
@@ -67,12 +56,9 @@ void MMemMgrDestroy(MHandle) {
 
 MRESULT AMFPAF_InitialFaceEngine(MHandle, AMFPAF_IMAGE_INFO* image, AMFPAF_FACE_RESULT*, MHandle* engine, int32_t mode,
                                  int32_t scale, int32_t max_faces) {
-    const MRESULT result =
-        call("AMFPAF_InitialFaceEngine", text(" %dx%d format %d stride %d: %d %d %d", image->width, image->height,
-                                              image->format, image->stride, mode, scale, max_faces));
-    if (result == 0)
-        *engine = &gFaceEngine;
-    return result;
+    *engine = &gFaceEngine;  // also when it fails: an engine may have got so far
+    return call("AMFPAF_InitialFaceEngine", text(" %dx%d format %d stride %d: %d %d %d", image->width, image->height,
+                                                 image->format, image->stride, mode, scale, max_faces));
 }
 
 MRESULT AMFPAF_SetFaceOutPriority(MHandle, int32_t priority) {
@@ -96,10 +82,8 @@ MRESULT AMFPAF_UninitialFaceEngine(MHandle, MHandle*, AMFPAF_FACE_RESULT*) {
 }
 
 MRESULT ASSD_InitSmileEngine(MHandle, MHandle* engine, int32_t mode, int32_t height) {
-    const MRESULT result = call("ASSD_InitSmileEngine", text(" %d %d", mode, height));
-    if (result == 0)
-        *engine = &gSmileEngine;
-    return result;
+    *engine = &gSmileEngine;
+    return call("ASSD_InitSmileEngine", text(" %d %d", mode, height));
 }
 
 MRESULT ASSD_SmileDetect(MHandle, MHandle, ASSD_IMAGE* image, ASSD_FACE_INPUT* faces, ASSD_SMILE_RESULT* result,
@@ -107,11 +91,10 @@ MRESULT ASSD_SmileDetect(MHandle, MHandle, ASSD_IMAGE* image, ASSD_FACE_INPUT* f
     auto& fake = fakeArcFace();
     fake.lastImage = *image;
     fake.lastInput = *faces;
-    const MRESULT answer = call("ASSD_SmileDetect", text(" %d%s", faces->count, a || b ? " odd" : ""));
     // Also when it fails: an engine may have got so far.
     *result = {fake.smiles.data(), 0, fake.examined,
                fake.smileCount >= 0 ? fake.smileCount : static_cast<int32_t>(fake.smiles.size())};
-    return answer;
+    return call("ASSD_SmileDetect", text(" %d%s", faces->count, a || b ? " odd" : ""));
 }
 
 MRESULT ASSD_UninitSmileEngine(MHandle, MHandle*) {
