@@ -482,7 +482,8 @@ struct StressingService : StressThreads {
 
 TEST(ContinuousStressTest, BurstsTerminatesSwitchesAndSoundAtRandom) {
     kov::host::setLogLevel(ANDROID_LOG_SILENT);
-    ContinuousClock::replace(new FastClock);  // an encoder may be on its way out longer than this test
+    static FastClock clock;  // an encoder may be on its way out longer than this test
+    ContinuousClock::replace(&clock);
     static StressingService& service = *new StressingService;
     const int sink = kov::host::addLogSink([](const kov::host::LogLine& line) {
         const auto says = [&](const char* text) { return line.message.find(text) != std::string_view::npos; };
