@@ -49,9 +49,9 @@ void Trace::flush() {
 }
 
 void Trace::fileWritten(int32_t type, const std::string& path) {
-    write("file", {{"type", hex(type)},
-                   {"name", messageName(type)},
-                   {"file", std::filesystem::path(path).filename().string()}});
+    write(
+        "file",
+        {{"type", hex(type)}, {"name", messageName(type)}, {"file", std::filesystem::path(path).filename().string()}});
 }
 
 void Trace::onNotify(const Notification& notification) {
@@ -98,10 +98,9 @@ void Trace::onCall(const Call& call) {
 }
 
 void Trace::onCommand(const Command& command) {
-    write("command", {{"code", command.code},
-                      {"name", commandName(command.code)},
-                      {"arg1", command.arg1},
-                      {"arg2", command.arg2}});
+    write(
+        "command",
+        {{"code", command.code}, {"name", commandName(command.code)}, {"arg1", command.arg1}, {"arg2", command.arg2}});
 }
 
 void Trace::onResult(const Result& result) {
