@@ -78,7 +78,7 @@ TEST(ShotGateTest, RetiringFromInsideIsRefused) {
 
 // Two objects of different classes use the same block in turn, while a stale callback looks for the first all the time.
 TEST(ShotGateTest, WhoLooksForTheOldObjectDoesNotGetIntoTheNext) {
-    static constexpr int kRounds = 20000;
+    static constexpr int kRounds = 100000;
     char first = 0, second = 0;
     std::atomic<const char*> owner{nullptr};
     std::atomic<int> entered{0}, mistaken{0};
