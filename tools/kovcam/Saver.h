@@ -1,6 +1,7 @@
 // Saves the pictures and preview frames of a session.
 #pragma once
 
+#include <kov/annotations.h>
 #include <utils/threads.h>
 
 #include <string>

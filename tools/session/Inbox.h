@@ -1,6 +1,7 @@
 // Waiting for messages.
 #pragma once
 
+#include <kov/annotations.h>
 #include <utils/threads.h>
 
 #include <cstdint>

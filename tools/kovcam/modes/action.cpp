@@ -20,7 +20,7 @@ constexpr double kCreateSeconds = 60;
 
 class Action : public Mode {
 public:
-    Action() : Mode("action", KOV_MODE_ACTION, "shows a moving subject at several moments in one picture") {}
+    Action() : Mode(KOV_MODE_ACTION) {}
 
     void addOptions(Options& options) override {
         options.number("--stop-after", mSeconds, "End the series after so many seconds; it may end by itself earlier",

@@ -19,7 +19,7 @@ constexpr double kMergeSeconds = 60;
 
 class AddMe : public Mode {
 public:
-    AddMe() : Mode("addme", KOV_MODE_ADDME, "merges two pictures into one with both people in it") {}
+    AddMe() : Mode(KOV_MODE_ADDME) {}
 
     size_t mostSources() const override { return 2; }
 

@@ -22,7 +22,7 @@ const std::map<std::string, int32_t> kEffects = {
 
 class Cartoon : public Mode {
 public:
-    Cartoon() : Mode("cartoon", KOV_MODE_CARTOON, "draws preview and pictures as a cartoon, sketch or stamp") {}
+    Cartoon() : Mode(KOV_MODE_CARTOON) {}
 
     void addOptions(Options& options) override {
         options.choices("--effect", mEffects, "How to draw; a picture for each effect that is given",

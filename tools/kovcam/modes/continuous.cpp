@@ -21,7 +21,7 @@ constexpr double kEncodeSeconds = 60;
 
 class Continuous : public Mode {
 public:
-    Continuous() : Mode("continuous", KOV_MODE_CONTINUOUS, "takes a burst of up to nine pictures, with clicks") {}
+    Continuous() : Mode(KOV_MODE_CONTINUOUS) {}
 
     void addOptions(Options& options) override {
         options.number("--count", mCount, "Frames to take", 1, kMostFrames);

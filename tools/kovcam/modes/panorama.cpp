@@ -20,7 +20,7 @@ constexpr double kStitchSeconds = 60;
 
 class Panorama : public Mode {
 public:
-    Panorama() : Mode("panorama", KOV_MODE_PANORAMA, "stitches a sweep of the camera into one wide picture") {}
+    Panorama() : Mode(KOV_MODE_PANORAMA) {}
 
     void addOptions(Options& options) override {
         options.choice("--direction", mDirection, "Way of the sweep, for scene:landscape and still pictures",

@@ -15,7 +15,7 @@ constexpr double kPictureSeconds = 15;
 
 class Self : public Mode {
 public:
-    Self() : Mode("self", KOV_MODE_SELF, "takes the picture from the preview, at its size") {}
+    Self() : Mode(KOV_MODE_SELF) {}
 
     void run(Camera& camera) override {
         camera.session().startPreview();

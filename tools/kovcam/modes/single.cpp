@@ -14,7 +14,7 @@ constexpr double kPictureSeconds = 15;
 
 class Single : public Mode {
 public:
-    Single() : Mode("single", android::KOV_MODE_SINGLE, "takes ordinary still pictures") {}
+    Single() : Mode(android::KOV_MODE_SINGLE) {}
 
     void addOptions(Options& options) override { options.number("--count", mCount, "Pictures to take", 1, 999); }
 

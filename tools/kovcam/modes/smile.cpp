@@ -18,7 +18,7 @@ constexpr double kPictureSeconds = 15;
 
 class Smile : public Mode {
 public:
-    Smile() : Mode("smile", KOV_MODE_SMILE, "frames faces in the preview and takes the picture when they smile") {}
+    Smile() : Mode(KOV_MODE_SMILE) {}
 
     void addOptions(Options& options) override {
         options.number("--timeout", mTimeout, "Seconds to wait for a smile", 1.0, 86400.0);
