@@ -16,7 +16,6 @@ namespace {
 
 using namespace android;
 
-constexpr double kCreateSeconds = 60;
 
 class Action : public Mode {
 public:
@@ -56,7 +55,7 @@ public:
         if (!creating)
             camera.session().sendCommand(ACTION_SHOT_STOP_CAPTURE);
         if (!finished)
-            camera.wait("picture", kCreateSeconds, look);
+            camera.wait("picture", look);
     }
 
     std::vector<Demo> demos() const override {

@@ -11,7 +11,6 @@ namespace {
 using namespace android;
 
 constexpr int kFramesBefore = 12;  // of preview, as a person would take to frame the picture
-constexpr double kPictureSeconds = 15;
 
 class Self : public Mode {
 public:
@@ -21,7 +20,7 @@ public:
         camera.session().startPreview();
         camera.waitForFrames(kFramesBefore);
         camera.session().takePicture();
-        camera.waitFor(CAMERA_MSG_COMPRESSED_IMAGE, kPictureSeconds);
+        camera.waitForPicture();
     }
 
     std::vector<Demo> demos() const override {
