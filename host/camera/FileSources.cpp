@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -241,17 +242,33 @@ bool isCut(const std::string& path) {
     return tail.find(jpeg ? "\xFF\xD9" : "IEND") == std::string::npos;
 }
 
+/// Whether a PNG's head asks for more pixels than OpenCV reads.
+bool isHuge(const std::string& path) {
+    constexpr uint64_t kMostPixels = 1 << 30;
+    std::ifstream file(path, std::ios::binary);
+    unsigned char head[24] = {};  // signature, length and name of the first chunk, width, height
+    file.read(reinterpret_cast<char*>(head), sizeof head);
+    const auto number = [&](int at) {
+        return uint64_t{head[at]} << 24 | uint64_t{head[at + 1]} << 16 | uint64_t{head[at + 2]} << 8 | head[at + 3];
+    };
+    return file && std::string_view(reinterpret_cast<char*>(head) + 1, 3) == "PNG" &&
+           number(16) * number(20) > kMostPixels;
+}
+
 std::unique_ptr<FrameSource> openPicture(const std::string& path, SourceOptions& options, std::string* error) {
     if (isCut(path)) {
         *error = path + " is cut short; give a whole picture";
+        return nullptr;
+    }
+    if (isHuge(path)) {
+        *error = path + " has more pixels than can be read; give a picture of at most 2^30";
         return nullptr;
     }
     cv::Mat picture;
     try {
         picture = cv::imread(path);  // turned as its EXIF orientation says
     } catch (const cv::Exception&) {
-        *error = path + " has more pixels than can be read; give a picture of at most a gigapixel";
-        return nullptr;
+        // Told below: OpenCV's own words are no help.
     }
     if (!picture.empty())
         return std::make_unique<StillSource>(std::move(picture), options);

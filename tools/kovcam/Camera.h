@@ -28,8 +28,8 @@ struct CameraOptions {
 /// Operations throw Error when the camera refuses, when a file cannot be written, and with what it said when a wait is
 /// in vain.
 ///
-/// A signal that asks for the end (Signals.h) ends one wait: `wait` throws Interrupted, `runFor` and `waitOrStop` return
-/// early, so that a mode can end its running work with its own command. The waits after that go on as always.
+/// A signal that asks for the end (Signals.h) ends one wait: `wait` throws Interrupted, `runFor` and `waitOrStop`
+/// return early, so that a mode can end its running work with its own command. The waits after that go on as always.
 class Camera {
 public:
     explicit Camera(const CameraOptions& options);

@@ -2,8 +2,10 @@
 
 #include "tools/kovcam/Child.h"
 
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -24,8 +26,12 @@ pid_t spawn(const std::string& program, std::vector<char*>& argv) {
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
     posix_spawnattr_setpgroup(&attributes, 0);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     pid_t child = 0;
-    const int failure = posix_spawn(&child, program.c_str(), nullptr, &attributes, argv.data(), environ);
+    const int failure = posix_spawn(&child, program.c_str(), &files, &attributes, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&files);
     posix_spawnattr_destroy(&attributes);
     if (failure != 0)
         throw Error("kovcam cannot start itself from " + program);

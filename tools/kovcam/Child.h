@@ -6,7 +6,8 @@
 
 namespace kov::cam {
 
-/// Runs kovcam itself with these arguments; returns its exit status. A signal that asks for the end is handed on to it.
+/// Runs kovcam itself with these arguments; returns its exit status. What it prints to standard output
+/// is dropped. A signal that asks for the end is handed on to it.
 int runSelf(const std::vector<std::string>& arguments);
 
 /// "kovcam" and the words as a shell takes them: quoted where they have to be.

@@ -39,12 +39,12 @@ bool runItem(const Mode& mode, const Demo& demo, const fs::path& folder) {
     std::fflush(stdout);
     const int status = runSelf(all);
     words.insert(words.end(), {"-o", "out"});
-    std::ofstream(folder / kItemFile) << Json{{"mode", mode.name},
-                                              {"summary", mode.summary},
-                                              {"title", demo.title},
-                                              {"command", commandLine(words)},
-                                              {"status", status}}
-                                             .dump(1);
+    std::ofstream(folder / kItemFile) << Json{
+        {"mode", mode.name},
+        {"summary", mode.summary},
+        {"title", demo.title},
+        {"command", commandLine(words)},
+        {"status", status}}.dump(1);
     return status == 0;
 }
 

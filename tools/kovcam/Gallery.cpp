@@ -24,7 +24,7 @@ using Json = nlohmann::ordered_json;
 namespace {
 
 constexpr size_t kThumbnails = 8;
-constexpr size_t kContactSheet = 6;    // from so many pictures on
+constexpr size_t kContactSheet = 6;   // from so many pictures on
 constexpr int kThumbnailWidth = 640;  // pixels
 constexpr const char* kThumbnailFolder = "small";
 
@@ -138,7 +138,8 @@ void writeGallery(const std::string& folder) {
     page << "</html>\n";
     const fs::path path = fs::path(folder) / "index.html";
     const std::string text = page.str();
-    writeWhole({text.begin(), text.end()}, [&](int) { return path.string(); }, true);
+    writeWhole(
+        {text.begin(), text.end()}, [&](int) { return path.string(); }, true);
 }
 
 }  // namespace kov::cam

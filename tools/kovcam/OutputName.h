@@ -8,7 +8,8 @@ namespace kov::cam {
 /// What `-o` says, taken apart:
 ///   DIR                a folder; pictures are DIR/MODE-001.jpg and so on
 ///   out/photo.jpg      a file; the next pictures are out/photo-2.jpg and so on
-///   out/%Y%m%d-{n}.jpg a pattern: the fields of strftime, {mode}, {n} (a number of three digits), {word} (what the mode
+///   out/%Y%m%d-{n}.jpg a pattern: the fields of strftime, {mode}, {n} (a number of three digits), {word} (what the
+///   mode
 ///                      says of the picture, as the effect of a cartoon)
 ///   -                  standard output
 class OutputName {

@@ -15,12 +15,12 @@
 namespace kov::cam {
 
 struct SaverOptions {
-    std::string output;     // what -o says; see OutputName
-    std::string mode;       // for the pictures' names
-    int previewEvery = 0;   // every Nth preview frame is saved; 0 saves none
-    bool raw = false;       // uncompressed pictures are saved too, as YUV4MPEG2
+    std::string output;    // what -o says; see OutputName
+    std::string mode;      // for the pictures' names
+    int previewEvery = 0;  // every Nth preview frame is saved; 0 saves none
+    bool raw = false;      // uncompressed pictures are saved too, as YUV4MPEG2
     bool overwrite = false;
-    std::string latest;     // a symbolic link of this name leads to the newest picture; none when it is empty
+    std::string latest;  // a symbolic link of this name leads to the newest picture; none when it is empty
 };
 
 /// A listener that saves every picture, and the preview frames that are wanted. Any thread.

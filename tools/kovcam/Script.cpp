@@ -119,14 +119,13 @@ const std::vector<Verb>& verbs() {
     static const std::vector<Verb> all = {
         {"start-preview", "start-preview", none,
          [](const Arguments&, Camera& camera) { camera.session().startPreview(); }},
-        {"stop-preview", "stop-preview", none, [](const Arguments&, Camera& camera) { camera.session().stopPreview(); }},
+        {"stop-preview", "stop-preview", none,
+         [](const Arguments&, Camera& camera) { camera.session().stopPreview(); }},
         {"picture", "picture", none, [](const Arguments&, Camera& camera) { camera.session().takePicture(); }},
         {"autofocus", "autofocus", none, [](const Arguments&, Camera& camera) { camera.session().autoFocus(); }},
         {"mode", "mode NAME, one of those that kovcam modes lists",
          [](const Arguments& arguments) { return arguments.size() == 1 && findMode(arguments[0]); },
-         [](const Arguments& arguments, Camera& camera) {
-             camera.session().selectMode(findMode(arguments[0])->code);
-         }},
+         [](const Arguments& arguments, Camera& camera) { camera.session().selectMode(findMode(arguments[0])->code); }},
         {"command", "command NAME [ARG1 [ARG2]], the name or code of one that kovcam commands lists",
          [](const Arguments& arguments) {
              return !arguments.empty() && arguments.size() <= 3 && toCommand(arguments[0]) &&
@@ -138,9 +137,7 @@ const std::vector<Verb>& verbs() {
          }},
         {"set", "set KEY VALUE, with the value in \"\" where it has spaces",
          [](const Arguments& arguments) { return arguments.size() == 2; },
-         [](const Arguments& arguments, Camera& camera) {
-             camera.session().setParameter(arguments[0], arguments[1]);
-         }},
+         [](const Arguments& arguments, Camera& camera) { camera.session().setParameter(arguments[0], arguments[1]); }},
         {"wait", "wait MESSAGE [EXT1] [timeout SECONDS], the name or type of one that kovcam messages lists",
          [](const Arguments& arguments) { return parseWait(arguments).has_value(); }, runWait},
     };

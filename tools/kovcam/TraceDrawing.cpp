@@ -109,9 +109,9 @@ void writeTimeLine(std::ostream& page, const std::vector<Json>& trace) {
             continue;
         if (!marks.contains(lane.name))
             names.push_back(lane.name);
-        marks[lane.name] += "<i class=\"" + lane.look + "\" style=\"left:" +
-                            fixed(100 * line.value("t", 0.0) / end, 2) + "%\" title=\"" + escaped(tip(line)) +
-                            "\"></i>";
+        marks[lane.name] += "<i class=\"" + lane.look +
+                            "\" style=\"left:" + fixed(100 * line.value("t", 0.0) / end, 2) + "%\" title=\"" +
+                            escaped(tip(line)) + "\"></i>";
     }
     page << "<div class=\"time\">\n";
     for (const std::string& name : names)
@@ -120,7 +120,8 @@ void writeTimeLine(std::ostream& page, const std::vector<Json>& trace) {
     page << "<span></span><div class=\"ticks\">";
     for (int tick = 0; tick <= kTicks; ++tick)
         page << "<b style=\"left:" << 100 * tick / kTicks << "%\">" << fixed(end * tick / kTicks, 1) << " s</b>";
-    page << "</div>\n</div>\n<p class=\"legend\"><i class=\"call\"></i> asked by the application <i class=\"inner\"></i> "
+    page << "</div>\n</div>\n<p class=\"legend\"><i class=\"call\"></i> asked by the application <i "
+            "class=\"inner\"></i> "
             "asked by the library <i class=\"message\"></i> message <i class=\"frame\"></i> preview frame "
             "<i class=\"file\"></i> file saved</p>\n";
 }
@@ -136,7 +137,8 @@ void drawTrace(const std::string& path, const std::string& output) {
     writeTimeLine(page, trace);
     page << "</html>\n";
     const std::string text = page.str();
-    writeWhole({text.begin(), text.end()}, [&](int) { return output; }, true);
+    writeWhole(
+        {text.begin(), text.end()}, [&](int) { return output; }, true);
     std::printf("%s\n", output.c_str());
 }
 

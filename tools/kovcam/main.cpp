@@ -132,8 +132,7 @@ void addCommonOptions(CLI::App& app, CommonOptions& options, bool sourceAndFolde
                    "Seconds that the camera may show no progress while something is waited for")
         ->check(CLI::Range(0.1, 86400.0))
         ->capture_default_str();
-    app.add_option("--trace", options.camera.trace,
-                   "Write everything that happens to this file, a JSON object a line");
+    app.add_option("--trace", options.camera.trace, "Write everything that happens to this file, a JSON object a line");
 }
 
 /// The mode's first demonstration, as a person would type it.

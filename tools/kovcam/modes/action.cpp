@@ -16,7 +16,6 @@ namespace {
 
 using namespace android;
 
-
 class Action : public Mode {
 public:
     Action() : Mode(KOV_MODE_ACTION) {}

@@ -18,7 +18,8 @@ public:
     void addOptions(Options& options) override {
         options.number("--count", mCount, "Pictures to take; 1, or without end with --every or --wait", 1, 999999);
         options.number("--every", mEvery, "A picture every so many seconds, until --count or a signal", 0.1, 86400.0);
-        options.flag("--wait", mWait, "A picture at each Enter on standard input, or SIGUSR1, until its end or a signal");
+        options.flag("--wait", mWait,
+                     "A picture at each Enter on standard input, or SIGUSR1, until its end or a signal");
     }
 
     void run(Camera& camera) override {
@@ -38,9 +39,7 @@ public:
         }
     }
 
-    std::vector<Demo> demos() const override {
-        return {{"A still picture", {"-i", "scene:still-life"}, 5}};
-    }
+    std::vector<Demo> demos() const override { return {{"A still picture", {"-i", "scene:still-life"}, 5}}; }
 
 private:
     int mCount = 0;  // not given

@@ -30,7 +30,8 @@ public:
         camera.saver().saveFrameOf(CAMERA_MSG_SMILE_DETECTED, "preview-smile");
         camera.session().sendCommand(SMILE_SHOT_DETECTION_START);
         camera.saver().saveNextFrame("preview-begin");
-        if (!camera.waitAtMost(mTimeout, [](const Message& message) { return message.type == CAMERA_MSG_SMILE_DETECTED; }))
+        if (!camera.waitAtMost(mTimeout,
+                               [](const Message& message) { return message.type == CAMERA_MSG_SMILE_DETECTED; }))
             throw Error("nobody smiled in time; --timeout S waits longer");
         std::fprintf(stderr, "a smile: taking the picture\n");
         camera.session().takePicture();
