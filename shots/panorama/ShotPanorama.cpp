@@ -70,7 +70,6 @@ status_t ShotPanorama::processCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
         case PANORAMA_SHOT_STOP: {
             kLog.info("PANORAMA_SHOT_STOP");
             const AutoTurn held(mEngineLock);
-            mCapturing = false;
             if (!stitching())
                 begun = endCapture();
             break;
@@ -127,8 +126,8 @@ void ShotPanorama::CancelCapture() {
 /// Ends the capture; what there is to stitch.
 ShotPanorama::Stitch ShotPanorama::endCapture() {
     kLog.warn("Stopping panorama\n");
-    mStitching = mInstance.endCapture();
     mCapturing = false;
+    mStitching = mInstance.endCapture();
     if (mStitching)
         return mGeneration;
     mInstanceReady = false;
