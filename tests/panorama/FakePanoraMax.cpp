@@ -47,10 +47,6 @@ int32_t px_setParams(px_instance instance, int32_t width, int32_t height, int32_
                      frame_rate, quality, memory_budget));
 }
 
-int32_t px_start(px_instance instance) {
-    return call("px_start", instance);
-}
-
 int32_t px_beginCapture(px_instance instance, int32_t mode) {
     return call("px_beginCapture", instance, text(" %d", mode));
 }
@@ -65,10 +61,6 @@ int32_t px_handleFrame(px_instance instance, const px_image* frame, uint32_t tim
 int32_t px_addFrame(px_instance instance, const px_image* frame, uint32_t time, px_status* status) {
     ++status->frame_count;
     return call("px_addFrame", instance, described(frame, time), 5);
-}
-
-int32_t px_endCapture(px_instance instance) {
-    return call("px_endCapture", instance);
 }
 
 int32_t px_createPanorama(px_instance instance, uint32_t* progress) {
@@ -87,10 +79,11 @@ int32_t px_getPanoramaImage(px_instance instance, px_image* image) {
     return call("px_getPanoramaImage", instance);
 }
 
-int32_t px_abort(px_instance instance) {
-    return call("px_abort", instance);
-}
-
-int32_t px_free(px_instance instance) {
-    return call("px_free", instance);
-}
+#define PX_OPERATION(name)               \
+    int32_t name(px_instance instance) { \
+        return call(#name, instance);    \
+    }
+PX_OPERATION(px_start)
+PX_OPERATION(px_endCapture)
+PX_OPERATION(px_abort)
+PX_OPERATION(px_free)

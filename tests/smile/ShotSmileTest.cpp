@@ -3,8 +3,6 @@
 #include "shots/smile/ShotSmile.h"
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <climits>
 #include <set>
 #include <thread>
@@ -273,35 +271,24 @@ TEST_F(ShotSmileTest, TheBindingChecksWhatItIsGiven) {
         EXPECT_EQ(engines.InitSmileDetection(width, height), 0);
         EXPECT_EQ(recorder.take(), error("InitSmileDetection", 1));
     }
-    // The largest that can, and what its engines refuse and get.
+    // The largest that can, and a frame of which the engines refuse what is not it.
     for (const auto& [width, height] : {std::pair{0x3FFFFFFE, 1}, {638, 480}}) {
+        engines.UnInitSmile();
+        engines.UnInitFaceTracking();
         fakeArcFace().made.clear();
         EXPECT_EQ(engines.InitFaceTracking(width, height, 6, 0, 3), 1);
         EXPECT_EQ(engines.InitSmileDetection(width, height), 1);
-        recorder.take();
-        const struct {
-            int32_t answer;
-            Lines lines;
-        } cases[] = {{engines.FaceTrackingDetect(width, height, nullptr, rects), error("FaceTrackingDetect", 1)},
-                     {engines.FaceTrackingDetect(width, height, pixels, nullptr), error("FaceTrackingDetect", 1)},
-                     {engines.FaceTrackingDetect(width + 1, height, pixels, rects), error("FaceTrackingDetect", 2)},
-                     {engines.FaceTrackingDetect(width, height + 1, pixels, rects), error("FaceTrackingDetect", 2)},
-                     {engines.SmileDetect(width, height, nullptr, rects, info, 1), error("SmileDetect", 1)},
-                     {engines.SmileDetect(width, height, pixels, nullptr, info, 1), error("SmileDetect", 1)},
-                     {engines.SmileDetect(width + 1, height, pixels, rects, info, 1), error("SmileDetect", 2)},
-                     {engines.SmileDetect(width, height + 1, pixels, rects, info, 1), error("SmileDetect", 2)}};
-        Lines expected;
-        for (const auto& each : cases) {
-            EXPECT_EQ(each.answer, -1);
-            expected = expected + each.lines;
-        }
-        EXPECT_EQ(recorder.take(), expected);
-        if (width == 638)
-            break;
-        engines.UnInitSmile();
-        engines.UnInitFaceTracking();
-        recorder.take();
     }
+    recorder.take();
+    const std::vector<int32_t> refused = {
+        engines.FaceTrackingDetect(638, 480, nullptr, rects),   engines.FaceTrackingDetect(638, 480, pixels, nullptr),
+        engines.FaceTrackingDetect(639, 480, pixels, rects),    engines.FaceTrackingDetect(638, 479, pixels, rects),
+        engines.SmileDetect(638, 480, nullptr, rects, info, 1), engines.SmileDetect(638, 480, pixels, nullptr, info, 1),
+        engines.SmileDetect(639, 480, pixels, rects, info, 1),  engines.SmileDetect(638, 479, pixels, rects, info, 1)};
+    EXPECT_EQ(refused, std::vector(8, -1));
+    const auto twice = [](const char* operation, int line) { return error(operation, line) + error(operation, line); };
+    EXPECT_EQ(recorder.take(), twice("FaceTrackingDetect", 1) + twice("FaceTrackingDetect", 2) +
+                                   twice("SmileDetect", 1) + twice("SmileDetect", 2));
     // More faces than there is room for; then none.
     fakeArcFace().faces = std::vector<__tag_rect>(9, kFace);
     EXPECT_EQ(engines.FaceTrackingDetect(638, 480, pixels, rects), 3);
@@ -361,33 +348,6 @@ TEST_F(ShotSmileTest, AFrameInTheEnginesHasTheSizeThatTheyWereMadeFor) {
     frame();
     restarting.join();
     EXPECT_EQ(recorder.take(kThick).size(), 2U);
-}
-
-TEST_F(ShotSmileTest, ThePreviewRestartsWhileFramesCome) {
-    make();
-    fakeArcFace().faces = {kFace};
-    std::atomic<int> inEngines{0};
-    std::atomic<int> overlaps{0};
-    fakeArcFace().during = [&](const std::string&) {
-        overlaps += inEngines.fetch_add(1) != 0;
-        std::this_thread::yield();
-        --inEngines;
-    };
-    const sp<IMemory> sizes[] = {makeRegion(320 * 240 * 3 / 2), makeRegion(160 * 120 * 3 / 2)};
-    std::jthread frames([&](const std::stop_token& over) {
-        for (int i = 0; !over.stop_requested(); ++i)
-            hardware->data(CAMERA_MSG_PREVIEW_FRAME, sizes[i % 2]);
-    });
-    for (int i = 0; i < 20; ++i) {
-        const ShotGate::Entry inside(shot->gate());
-        hardware->params.setPreviewSize(i % 2 ? 160 : 320, i % 2 ? 120 : 240);
-        EXPECT_EQ(shot->startPreview(), NO_ERROR);
-        EXPECT_EQ(shot->sendCommand(1017, 0, 0), NO_ERROR);
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    retireShot();
-    frames = {};
-    EXPECT_EQ(overlaps, 0);
 }
 
 TEST_F(ShotSmileTest, OtherMessagesAndNoVendorLayer) {
