@@ -40,7 +40,7 @@ ShotCartoon::~ShotCartoon() {
 }
 
 void ShotCartoon::Init() {
-    mEffect = 0;
+    mEffect = kCartoon;
     const AutoMutex held(mCapsLock);
     Release();
 }
@@ -201,13 +201,13 @@ uint32_t ShotCartoon::getCurrentTimeMs() {
 
 caps_result ShotCartoon::applyEffect(cips* session) const {
     switch (mEffect) {
-        case 0:
+        case kCartoon:
             return applyEffectCartoon(session);
-        case 1:
+        case kSketchColor:
             return applyEffectSketchColor(session);
-        case 2:
+        case kSketchGray:
             return applyEffectSketchGray(session);
-        case 3:
+        case kStamp:
             return applyEffectStamp(session);
         default:  // rendered as it is
             return CAPS_SUCCESS;

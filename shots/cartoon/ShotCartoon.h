@@ -25,6 +25,10 @@ class ShotCartoon : public ShotCallbacks<ShotCartoon> {
 public:
     static constexpr char kTag[] = "ShotCartoon";
 
+    /// Values of the command that selects the effect. With any other value frames and pictures are rendered as they
+    /// are.
+    enum Effect : int32_t { kCartoon = 0, kSketchColor = 1, kSketchGray = 2, kStamp = 3 };
+
     explicit ShotCartoon(sp<CameraHardwareInterface> hardware);
     ~ShotCartoon() override;
 
@@ -55,7 +59,7 @@ private:
     CapsImage mCapsDstImage GUARDED_BY(mCapsLock);  // over the vendor layer's frame
     sp<MemoryHeapBase> mPictureHeap GUARDED_BY(mCapsLock);
     sp<MemoryBase> mPictureMemory GUARDED_BY(mCapsLock);  // delivered last
-    std::atomic<int32_t> mEffect{0};
+    std::atomic<int32_t> mEffect{kCartoon};
 
     bool mFailureTold GUARDED_BY(mCapsLock) = false;  // the latest frame could not be rendered
     Mutex mCapsLock;
