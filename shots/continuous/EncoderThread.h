@@ -1,6 +1,7 @@
 // The encoder thread of a burst, as others see it.
 #pragma once
 
+#include <kov/annotations.h>
 #include <utils/RefBase.h>
 #include <utils/threads.h>
 
