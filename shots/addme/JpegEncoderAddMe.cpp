@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "imaging/System.h"
 #include "imaging/TaggedLog.h"
 
 namespace android {
@@ -74,7 +75,7 @@ bool allocate(Frame& frame) {
     const bool copyLuma = frame.width % kBlock != 0;
     const size_t chromaBytes = size_t{kChromaRows} * frame.paddedWidth;
     frame.chroma =
-        static_cast<unsigned char*>(std::malloc(chromaBytes + (copyLuma ? size_t{kBand} * frame.paddedWidth : 0)));
+        static_cast<unsigned char*>(os::allocate(chromaBytes + (copyLuma ? size_t{kBand} * frame.paddedWidth : 0)));
     frame.luma = frame.chroma && copyLuma ? frame.chroma + chromaBytes : nullptr;
     return frame.chroma != nullptr;
 }

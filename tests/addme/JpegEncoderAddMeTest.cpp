@@ -13,7 +13,7 @@
 #include <memory>
 #include <vector>
 
-#include "tests/support/MallocWatch.h"
+#include "tests/support/FakeSystem.h"
 #include "tests/support/Recorder.h"
 
 using namespace android;
@@ -164,13 +164,12 @@ TEST(JpegEncoderAddMe, WorksInEightRowsOfChroma) {
     for (const auto& [width, height, scratch] : cases) {
         SCOPED_TRACE(width);
         const auto frame = guardedFrame(width, height);
-        {
-            const kov::test::MallocWatch watch;
-            EXPECT_FALSE(encode(frame.get(), width, height).empty());
-            EXPECT_EQ(watch.bytes, scratch);
-        }
-        const kov::test::MallocWatch scarce(scratch - 1);
+        size_t asked = 0;
+        kov::test::fakeSystem().allowsMemory = [&](size_t size) { return (asked += size) == scratch; };
+        EXPECT_FALSE(encode(frame.get(), width, height).empty());
+        kov::test::fakeSystem().allowsMemory = [](size_t) { return false; };
         EXPECT_TRUE(encode(frame.get(), width, height).empty());
+        kov::test::resetFakeSystem();
     }
 }
 
