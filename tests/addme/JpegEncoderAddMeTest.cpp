@@ -159,8 +159,8 @@ TEST(JpegEncoderAddMe, RefusesWhatCannotBe) {
 TEST(JpegEncoderAddMe, WorksInEightRowsOfChroma) {
     const unsigned cases[][3] = {{16, 16, 8 * 16},
                                  {2560, 1920, 8 * 2560},
-                                 {24, 48, 8 * 32},          // chroma is padded
-                                 {34, 48, (8 + 16) * 48}};  // and so is luma
+                                 {24, 48, (8 + 16) * 32},  // luma is padded too
+                                 {34, 48, (8 + 16) * 48}};
     for (const auto& [width, height, scratch] : cases) {
         SCOPED_TRACE(width);
         const auto frame = guardedFrame(width, height);
