@@ -3,7 +3,6 @@
 #include "tests/action/FakeActionShot.h"
 
 #include <cstring>
-#include <memory>
 #include <set>
 
 #include "tests/support/Recorder.h"
@@ -25,19 +24,11 @@ int32_t call(ActionShot_Handle engine, const std::string& arguments = "", const 
     return fakeActionShot().results.contains(name) ? fakeActionShot().results.at(name) : 1;
 }
 
-std::unique_ptr<FakeActionShot>& fake() {
-    static auto current = std::make_unique<FakeActionShot>();
-    return current;
-}
-
 }  // namespace
 
 FakeActionShot& kov::test::fakeActionShot() {
-    return *fake();
-}
-
-void kov::test::resetFakeActionShot() {
-    fake() = std::make_unique<FakeActionShot>();
+    static FakeActionShot fake;
+    return fake;
 }
 
 void ActionShot_SetMemoryFunctions(const ActionShot_MemoryFunctions* functions) {

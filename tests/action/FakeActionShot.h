@@ -24,6 +24,5 @@ struct FakeActionShot {
 };
 
 FakeActionShot& fakeActionShot();
-void resetFakeActionShot();
 
 }  // namespace kov::test

@@ -11,6 +11,7 @@
 #include "tests/action/FakeActionShot.h"
 #include "tests/support/FakeArcJpeg.h"
 #include "tests/support/FakeSystem.h"
+#include "tests/support/LongWork.h"
 #include "tests/support/PlacedMemory.h"
 #include "tests/support/ShotTest.h"
 
@@ -45,7 +46,7 @@ class ShotActionTest : public ShotTest<ShotAction> {
 protected:
     ShotActionTest() {
         resetFakeArcJpeg();
-        resetFakeActionShot();
+        fakeActionShot() = {};
         hardware->params.setPreviewSize(64, 48);
     }
     ~ShotActionTest() override {
@@ -227,42 +228,17 @@ TEST_F(ShotActionTest, ACommandFromWithinAMessageOfTheResult) {
     }
 }
 
-TEST_F(ShotActionTest, WhateverEndsLongWorkEndsItAtTheNextStep) {
-    for (const bool switched : {false, true}) {  // or cancelled
-        SCOPED_TRACE(switched);
+TEST_F(ShotActionTest, ASwitchAndACancelEndTheResultAtItsNextStep) {
+    const std::pair<std::function<void()>, std::function<void()>> cases[] = {
+        {[&] { shot->setCallbacks(nullptr, nullptr, nullptr, nullptr); }, [&] { retireShot(); }},
+        {[] {}, [&] { command(1030); }}};
+    for (const auto& [prepare, end] : cases) {
+        LongWork result;
         start({1029, 1031});
         fakeActionShot().progress = {50};  // for ever
-        std::atomic<int> steps{0};
-        std::atomic<int> stepsAtOnce{0};
-        std::atomic<pid_t> service{0};
-        fakeActionShot().during = [&](const std::string& call) {
-            if (call != "CreateResult")
-                return;
-            if (++steps == 3) {
-                while (!service)
-                    std::this_thread::yield();
-                waitUntilAsleep(service);
-                stepsAtOnce = steps.load();
-            }
-            fakeActionShot().endsEarly = steps == 5000;  // rather than to hang
-        };
-        std::thread vendor([this, to = hardware->dataCb] { to(CAMERA_MSG_PREVIEW_FRAME, placedMemory(kFrame), shot); });
-        while (steps < 3)
-            std::this_thread::yield();
-        const auto end = [&] {
-            if (switched)
-                shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
-            service = gettid();
-            if (switched)
-                retireShot();
-            else
-                shot->sendCommand(1030, 0, 0);
-        };
-        std::thread(end).join();
-        vendor.join();
-        fakeActionShot().during = nullptr;
-        EXPECT_EQ(steps, stepsAtOnce);
-        resetFakeActionShot();
+        fakeActionShot().during = [&](auto& call) { call == "CreateResult" ? result.step() : void(); };
+        EXPECT_EQ(result.stepsAfter([&] { frame(); }, prepare, end), 0);
+        fakeActionShot() = {};
     }
 }
 
@@ -271,32 +247,28 @@ TEST_F(ShotActionTest, FramesOfSeveralThreadsAndCommandsAtRandom) {
     fakeActionShot().progress = {40, 100};
     std::atomic<int> inside{0};  // the library
     std::atomic<int> overlaps{0};
-    std::string last;
-    std::atomic<int> framesWithinResults{0};
-    fakeActionShot().during = [&](const std::string& call) {
-        overlaps += inside++ != 0;
-        framesWithinResults += last == "CreateResult" && call == "HandleFrame";
+    fakeActionShot().during = [&, last = std::string()](const std::string& call) mutable {
+        overlaps += inside++ != 0 || (last == "CreateResult" && call == "HandleFrame");  // not while a result is made
         last = call;
         std::this_thread::sleep_for(std::chrono::microseconds(20));  // for another thread to come in
         --inside;
     };
     std::atomic<bool> over{false};
-    const auto deliver = [&, callback = hardware->dataCb] {
+    const auto deliver = [&] {
         while (!over)
-            callback(CAMERA_MSG_PREVIEW_FRAME, placedMemory(kFrame, 1), shot);
+            frame();
     };
-    std::thread threads[] = {std::thread(deliver), std::thread(deliver)};
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 2; ++i)
+        threads.emplace_back(deliver);
     for (uint32_t i = 0; i < 1000; ++i) {
         command(i % 5 < 3 ? 1029 : i % 5 == 3 ? 1031 : 1030);
         std::this_thread::sleep_for(std::chrono::microseconds(i % 300));
     }
     over = true;
-    for (std::thread& thread : threads)
-        thread.join();
-    fakeActionShot().during = nullptr;
+    threads.clear();
     EXPECT_EQ(overlaps, 0);
-    EXPECT_EQ(framesWithinResults, 0);  // a cancel or a start comes first
-    fakeActionShot().progress = {100};
+    fakeActionShot() = {};
     for (const int32_t code : {1030, 1029, 1031})  // and the next series is as ever
         command(code);
     recorder.take();
@@ -339,30 +311,25 @@ TEST_F(ShotActionTest, AStartThatFailsAndMemoryThatIsShort) {
 }
 
 TEST_F(ShotActionTest, AResultThatCannotBeMadeBelievedOrEncoded) {
-    const Lines unsound = {"E ShotAction: a result of 64 x 48 cannot be"};
+    const auto unsound = [](const char* size) {
+        return Lines{text("E ShotAction: a result of %s cannot be", size)} + kNotMade;
+    };
     const Lines failed = {"E ShotAction: the result could not be encoded"};
-    const struct {
-        int last;
-        void (*spoil)(FakeActionShot&);
-        Lines then;
-    } cases[] = {
-        {60, [](auto& fake) { fake.endsEarly = true; }, kNotMade},
-        {101, [](auto&) {}, kNotMade},
-        {100, [](auto& fake) { fake.result.plane[0] = nullptr; }, unsound + kNotMade},
-        {100, [](auto& fake) { fake.result.width = 0; },
-         Lines{"E ShotAction: a result of 0 x 48 cannot be"} + kNotMade},
-        {100, [](auto& fake) { fake.result.height = -1; },
-         Lines{"E ShotAction: a result of 64 x -1 cannot be"} + kNotMade},
-        {100, [](auto& fake) { fake.result.width = 8193; },
-         Lines{"E ShotAction: a result of 8193 x 48 cannot be"} + kNotMade},
-        {100, [](auto& fake) { fake.result.height = 8193; },
-         Lines{"E ShotAction: a result of 64 x 8193 cannot be"} + kNotMade},
-        {100, [](auto& fake) { fake.result.width = fake.result.height = 8192; }, kEncoded + kMade + kDelivered},
-        {100, [](auto&) { fakeArcJpeg().streamOpens = false; }, failed + kNotMade},
-        {100, [](auto&) { fakeArcJpeg().jpeg.clear(); }, kEncoded + failed + kMade + Lines{"app.data 0x100 0"}}};
+    using Fake = FakeActionShot;
+    const std::tuple<int, void (*)(Fake&), Lines> cases[] = {
+        {60, [](Fake& fake) { fake.endsEarly = true; }, kNotMade},
+        {101, [](Fake&) {}, kNotMade},
+        {100, [](Fake& fake) { fake.result.plane[0] = nullptr; }, unsound("64 x 48")},
+        {100, [](Fake& fake) { fake.result.width = 0; }, unsound("0 x 48")},
+        {100, [](Fake& fake) { fake.result.height = -1; }, unsound("64 x -1")},
+        {100, [](Fake& fake) { fake.result.width = 8193; }, unsound("8193 x 48")},
+        {100, [](Fake& fake) { fake.result.height = 8193; }, unsound("64 x 8193")},
+        {100, [](Fake& fake) { fake.result.width = fake.result.height = 8192; }, kEncoded + kMade + kDelivered},
+        {100, [](Fake&) { fakeArcJpeg().streamOpens = false; }, failed + kNotMade},
+        {100, [](Fake&) { fakeArcJpeg().jpeg.clear(); }, kEncoded + failed + kMade + Lines{"app.data 0x100 0"}}};
     for (const auto& [last, spoil, then] : cases) {
         resetFakeArcJpeg();
-        resetFakeActionShot();
+        fakeActionShot() = {};
         fakeActionShot().progress = {30, last};
         start({1029, 1031});
         spoil(fakeActionShot());
@@ -446,8 +413,8 @@ TEST_F(ShotActionTest, TheGuidesAreDrawnToTheByte) {
     hardware->params.setPreviewSize(320, 240);
     start({1029});
     auto& display = fakeActionShot().display;
-    display.entries[0] = {100, 100, 200, 180, 0};
-    display.entries[1] = {40, 20, 120, 150, 1};
+    display.entries[0] = {101, 101, 201, 181, 0};  // odd: corners are made even
+    display.entries[1] = {41, 21, 121, 151, 1};
     display.entries[2] = {5, 5, 50, 50, 2};
     display.entries[3] = {INT32_MIN, INT32_MAX, INT32_MAX, INT32_MIN, 1};
     display.count = 3;

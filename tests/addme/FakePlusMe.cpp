@@ -3,6 +3,7 @@
 #include "tests/addme/FakePlusMe.h"
 
 #include <cstring>
+#include <utility>
 
 #include "tests/support/Recorder.h"
 
@@ -91,9 +92,9 @@ int32_t PlusMe_HandleSnapshotJpeg(PME_API_Instance instance, void* jpeg, unsigne
 
 int32_t PlusMe_CreateResult(PME_API_Instance instance, int32_t* progress) {
     auto& steps = fakePlusMe().progress;
-    *progress = steps.front();
+    const int32_t before = std::exchange(*progress, steps.front());
     steps.erase(steps.begin(), steps.begin() + (steps.size() > 1));
-    return call("", instance);
+    return call(text(" from %d", before), instance);
 }
 
 int32_t PlusMe_GetResultJpeg(PME_API_Instance instance, void** jpeg, long* size) {

@@ -10,6 +10,7 @@
 #include "shots/addme/JpegEncoderAddMe.h"
 #include "tests/addme/FakePlusMe.h"
 #include "tests/support/FakeSystem.h"
+#include "tests/support/LongWork.h"
 #include "tests/support/PlacedMemory.h"
 #include "tests/support/ShotTest.h"
 
@@ -39,8 +40,8 @@ const Lines kFirst = kPicture + kOneAccepted;
 const Lines kNothingToDeliver = {"E ShotAddMe: result data ptr[0x0] size[0]", "app.data 0x100 0"};
 const Lines kFrameShown = {"app.data 0x10 460800"};
 
-Lines step(int percent) {
-    return {"pm.CreateResult", text("app.notify 0x2000 %d 0", percent)};
+Lines step(int percent, int from = 0) {
+    return {text("pm.CreateResult from %d", from), text("app.notify 0x2000 %d 0", percent)};
 }
 Lines delivered() {
     const auto address = static_cast<unsigned>(reinterpret_cast<uintptr_t>(fakePlusMe().jpeg.data()));
@@ -123,8 +124,8 @@ TEST_F(ShotAddMeTest, EveryTwoPicturesBecomeOneInAtMost301Steps) {
     for (const auto& steps : {std::vector{40, 99, 120}, {100}, std::vector(301, 99)}) {
         EXPECT_EQ(picture(), kFirst);
         Lines expected = kPicture;
-        for (const int32_t progress : steps)
-            expected = expected + step(progress);
+        for (int32_t before = 0; const int32_t progress : steps)
+            expected = expected + step(progress, std::exchange(before, progress));
         fakePlusMe().progress = steps;  // the last one goes on
         EXPECT_EQ(picture(), expected + delivered());
         EXPECT_EQ(bytesOf(lastData), std::vector<uint8_t>({'m', 'e', 'r', 'g', 'e', 'd'}));
@@ -142,7 +143,7 @@ TEST_F(ShotAddMeTest, ARefusedPictureGoesOnUnmergedAndAFailedMergeEndsThePair) {
         fakePlusMe().results.clear();
         EXPECT_EQ(picture(), first ? kFirst : merged());  // the first one counts
     }
-    const Lines failed = kPicture + Lines{"pm.CreateResult", "E ShotAddMe: ERROR ... status: 7"};
+    const Lines failed = kPicture + Lines{"pm.CreateResult from 0", "E ShotAddMe: ERROR ... status: 7"};
     const auto failedMerge = [&] {
         EXPECT_EQ(picture(), kFirst);
         fakePlusMe().results["CreateResult"] = 7;
@@ -333,8 +334,8 @@ TEST_F(ShotAddMeTest, AMergeMayBeDisturbedFromWithinItsProgress) {
                  {{1033, 1034}, kFreed + kReady + kStarted + noImage(1)},
                  {{1034}, kStarted + noImage(1)},
                  // These wait for the step, and come in their order.
-                 {{1035, 1037}, position + Lines{"pm.CancelCapture"} + step(100) + delivered()},
-                 {{1037, 1035}, Lines{"pm.CancelCapture"} + position + step(100) + delivered()}};
+                 {{1035, 1037}, position + Lines{"pm.CancelCapture"} + step(100, 50) + delivered()},
+                 {{1037, 1035}, Lines{"pm.CancelCapture"} + position + step(100, 50) + delivered()}};
     for (const auto& [commands, then] : cases) {
         SCOPED_TRACE(::testing::PrintToString(commands));
         EXPECT_EQ(mergeDisturbed([&] { send(commands); }), begun + then);
@@ -375,35 +376,18 @@ TEST_F(ShotAddMeTest, NothingWaitsForAStepOfAMerge) {
             record("is back");
         }).join();
     };
-    const Lines meanwhile = Lines{"pm.CreateResult"} + kFrameShown + Lines{"is back", "app.notify 0x2000 100 0"};
+    const Lines meanwhile = Lines{"pm.CreateResult from 0"} + kFrameShown + Lines{"is back", "app.notify 0x2000 100 0"};
     EXPECT_EQ(picture(), kPicture + meanwhile + Lines{"pm.CancelCapture"} + delivered());
 }
 
 TEST_F(ShotAddMeTest, ASwitchEndsAMergeAtItsNextStep) {
     made();
     picture();
-    std::atomic<int> steps{0};
-    std::atomic<int> stepsAtOnce{0};
-    std::atomic<pid_t> service{0};
+    LongWork merge;
     fakePlusMe().progress = {50};  // for ever
-    fakePlusMe().during = [&](const std::string& call) {
-        if (call != "CreateResult" || ++steps != 3)
-            return;
-        while (!service)
-            std::this_thread::yield();
-        waitUntilAsleep(service);
-        stepsAtOnce = steps.load();
-    };
-    std::thread vendor([this, to = hardware->dataCb] { to(CAMERA_MSG_COMPRESSED_IMAGE, placedMemory(10, 1), shot); });
-    while (steps < 3)
-        std::this_thread::yield();
-    std::thread([&] {
-        shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
-        service = gettid();
-        retireShot();
-    }).join();
-    vendor.join();
-    EXPECT_EQ(steps, stepsAtOnce);
+    fakePlusMe().during = [&](auto& call) { call == "CreateResult" ? merge.step() : void(); };
+    const auto prepare = [&] { shot->setCallbacks(nullptr, nullptr, nullptr, nullptr); };
+    EXPECT_EQ(merge.stepsAfter([&] { picture(); }, prepare, [&] { retireShot(); }), 0);
 }
 
 TEST_F(ShotAddMeTest, TheLibraryIsNeverEnteredTwice) {

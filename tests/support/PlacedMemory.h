@@ -3,13 +3,8 @@
 
 #include <binder/MemoryBase.h>
 #include <binder/MemoryHeapBase.h>
-#include <unistd.h>
 
-#include <chrono>
 #include <cstring>
-#include <fstream>
-#include <string>
-#include <thread>
 
 namespace kov::test {
 
@@ -21,12 +16,6 @@ inline android::sp<android::IMemory> placedMemory(size_t size, uint8_t fill = 0,
     std::memset(base, ~fill, heap->getSize());
     std::memset(base + kAround, fill, size);
     return new android::MemoryBase(heap, kAround, claimed ? claimed : size);
-}
-
-/// Waits until the thread sleeps, as it does when it meets a lock that is held.
-inline void waitUntilAsleep(pid_t thread) {
-    for (std::string state; state != "S"; std::this_thread::sleep_for(std::chrono::milliseconds(1)))
-        std::ifstream("/proc/self/task/" + std::to_string(thread) + "/stat") >> state >> state >> state;
 }
 
 }  // namespace kov::test
