@@ -55,6 +55,7 @@ status_t ShotAction::startPreview() {
         previewHeapBase = nullptr;
         mPreviewMemory.clear();  // holds the old heap
         mPreviewHeap.clear();
+        mUnfitTold = false;
         if (size <= PTRDIFF_MAX)
             mPreviewHeap = os::newHeap(static_cast<size_t>(size));
         if (mPreviewHeap.get())
@@ -71,13 +72,12 @@ sp<IMemoryHeap> ShotAction::getPreviewHeap() {
 }
 
 void ShotAction::processPreviewFrame(const sp<IMemory>& data) {
-    const RegionBytes bytes = previewBytesOf(data);
-    const sp<MemoryBase> copy = copyToRing(bytes);
+    const sp<MemoryBase> copy = copyToRing(previewBytesOf(data));
     bool analyse = false;
     if (copy.get()) {
         const AutoMutex held(mEngineLock);
         mPreviewMemory = copy;
-        analyse = PreviewFrame::in(bytes, mWidth, mHeight, mPreviewLayout).has_value();
+        analyse = previewFrameOf(copy, mWidth, mHeight).has_value();
     }
     // The library sees no other frames, but each of them carries out a stop that the application waits for.
     const Step step = analyse ? HandlePreview(static_cast<unsigned char*>(copy->pointer())) : StatusManager();
@@ -88,9 +88,14 @@ void ShotAction::processPreviewFrame(const sp<IMemory>& data) {
 
 sp<MemoryBase> ShotAction::copyToRing(const RegionBytes& bytes) {
     const AutoMutex held(mEngineLock);
-    // Before startPreview there is no heap, and after an unknown format it is empty.
-    if (!bytes || !mPreviewHeap.get() || bytes.size > mPreviewHeap->getSize() / kPlaces)
+    if (!bytes)
         return nullptr;
+    // Before startPreview there is no heap, and after an unknown format it is empty.
+    if (!mPreviewHeap.get() || bytes.size > mPreviewHeap->getSize() / kPlaces) {
+        if (!std::exchange(mUnfitTold, true))
+            kLog.error("a preview frame of %zu bytes has no place; such frames are passed on as they are", bytes.size);
+        return nullptr;
+    }
     const size_t offset = static_cast<size_t>(previewRingIndex) * bytes.size;
     std::memcpy(previewHeapBase + offset, bytes.data, bytes.size);
     previewRingIndex = (previewRingIndex + 1) % kPlaces;

@@ -99,6 +99,7 @@ private:
     sp<MemoryBase> mPreviewMemory GUARDED_BY(mEngineLock);
     sp<MemoryHeapBase> mPreviewHeap GUARDED_BY(mEngineLock);
     int mActionState GUARDED_BY(mEngineLock) = 0;
+    bool mUnfitTold GUARDED_BY(mEngineLock) = false;  // since the last start of the preview
     std::atomic<uint32_t> mStarts{0};
     std::atomic<uint32_t> mCancels{0};
     Mutex mEngineLock;

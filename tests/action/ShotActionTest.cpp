@@ -343,36 +343,38 @@ TEST_F(ShotActionTest, FramesAreLentFromItsOwnHeapInTurn) {
     for (const int32_t code : {1029, 1031})
         command(code);
     recorder.take();
-    EXPECT_EQ(afterFrame(), kStopped);  // before startPreview: the vendor's own frame, but a stop is carried out
+    const auto told = [](const char* what) {
+        return text("E ShotAction: a preview frame %s; such frames are passed on as they are", what);
+    };
+    // Before startPreview it is the vendor's own frame, but a stop is carried out.
+    EXPECT_EQ(afterFrame(), Lines{told("of 4608 bytes has no place")} + kStopped);
     EXPECT_EQ(lastData->offset(), 48);
     shot->startPreview();
     command(1029);
     const sp<IMemoryHeap> heap = shot->getPreviewHeap();
-    recorder.take();
-    for (const uint8_t place : {0, 1, 2, 0, 1}) {
-        frame(placedMemory(kFrame, place));
-        EXPECT_EQ(taken()[0], text("as.HandleFrame 64x48 of %d", place));
-        EXPECT_EQ(lastData->getMemory().get(), heap.get());
-        EXPECT_EQ(lastData->offset(), static_cast<ssize_t>(place * kFrame));
-        EXPECT_EQ(bytesOf(lastData), std::vector<uint8_t>(kFrame, place));
-    }
-    frame(placedMemory(kFrame - 1, 5));  // too small for the library
-    EXPECT_EQ(lastData->getMemory().get(), heap.get());
-    EXPECT_EQ(taken(), Lines{"app.data 0x10 4607"});
-    const auto passes = [&](const sp<IMemory>& memory) {
+    const auto isLent = [&](const sp<IMemory>& memory, size_t place, const Lines& expected) {
+        recorder.take();
+        const std::vector<uint8_t> bytes = bytesOf(memory);
         frame(memory);
-        EXPECT_EQ(lastData.get(), memory.get());
-        return recorder.take("E ");
+        EXPECT_EQ(taken(), expected);
+        EXPECT_EQ(lastData->getMemory().get(), heap.get());
+        EXPECT_EQ(static_cast<size_t>(lastData->offset()), place * bytes.size());
+        EXPECT_TRUE(bytesOf(lastData) == bytes);
     };
-    EXPECT_EQ(passes(placedMemory(kFrame + 1)), Lines{});  // does not fit a place
-    for (const bool again : {false, true}) {
-        const Lines beyond = {
-            "E ShotAction: a preview frame reaches beyond its heap; such frames are passed on as they are"};
-        const Lines none = {"E ShotAction: a preview frame has no memory; such frames are passed on as they are"};
-        EXPECT_EQ(passes(placedMemory(kFrame - 100, 1, kFrame)), again ? Lines{} : beyond);
-        EXPECT_EQ(passes(placedMemory(0)), again ? Lines{} : none);
-    }
-    EXPECT_EQ(passes(nullptr), Lines{});
+    for (const int place : {0, 1, 2, 0, 1})
+        isLent(placedMemory(kFrame, 9), place, kFollowed);
+    isLent(placedMemory(kFrame - 1), 2, {told("of 4607 bytes is smaller than 64 x 48"), "app.data 0x10 4607"});
+    const auto passes = [&](const sp<IMemory>& memory, const Lines& expected) {
+        for (const bool again : {false, true}) {
+            frame(memory);
+            EXPECT_EQ(lastData.get(), memory.get());
+            EXPECT_EQ(recorder.take("E "), again ? Lines{} : expected);
+        }
+    };
+    passes(placedMemory(kFrame + 1), {told("of 4609 bytes has no place")});
+    passes(placedMemory(kFrame - 100, 1, kFrame), {told("reaches beyond its heap")});
+    passes(placedMemory(0), {told("has no memory")});
+    passes(nullptr, {});
     hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(9));
     EXPECT_EQ(taken(), (Lines{"I ShotAction: CAMERA_MSG_COMPRESSED_IMAGE", "app.data 0x100 9"}));
 }
