@@ -228,9 +228,10 @@ TEST_F(ShotActionTest, ACommandFromWithinAMessageOfTheResult) {
     }
 }
 
-TEST_F(ShotActionTest, ASwitchAndACancelEndTheResultAtItsNextStep) {
+TEST_F(ShotActionTest, ASwitchAStartAndACancelEndTheResultAtItsNextStep) {
     const std::pair<std::function<void()>, std::function<void()>> cases[] = {
         {[&] { shot->setCallbacks(nullptr, nullptr, nullptr, nullptr); }, [&] { retireShot(); }},
+        {[] {}, [&] { command(1029); }},
         {[] {}, [&] { command(1030); }}};
     for (const auto& [prepare, end] : cases) {
         LongWork result;
