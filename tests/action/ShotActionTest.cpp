@@ -322,7 +322,7 @@ TEST_F(ShotActionTest, AResultThatCannotBeMadeBelievedOrEncoded) {
         {101, [](Fake&) {}, kNotMade},
         {100, [](Fake& fake) { fake.result.plane[0] = nullptr; }, unsound("64 x 48")},
         {100, [](Fake& fake) { fake.result.width = 0; }, unsound("0 x 48")},
-        {100, [](Fake& fake) { fake.result.height = -1; }, unsound("64 x -1")},
+        {100, [](Fake& fake) { fake.result.height = 0; }, unsound("64 x 0")},
         {100, [](Fake& fake) { fake.result.width = 8193; }, unsound("8193 x 48")},
         {100, [](Fake& fake) { fake.result.height = 8193; }, unsound("64 x 8193")},
         {100, [](Fake& fake) { fake.result.width = fake.result.height = 8192; }, kEncoded + kMade + kDelivered},
@@ -353,6 +353,7 @@ TEST_F(ShotActionTest, FramesAreLentFromItsOwnHeapInTurn) {
     shot->startPreview();
     command(1029);
     const sp<IMemoryHeap> heap = shot->getPreviewHeap();
+    EXPECT_EQ(recorder.take().back(), "D ShotAction: call getPreviewHeap");
     const auto isLent = [&](const sp<IMemory>& memory, size_t place, const Lines& expected) {
         recorder.take();
         const std::vector<uint8_t> bytes = bytesOf(memory);
