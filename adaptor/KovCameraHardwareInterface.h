@@ -2,6 +2,7 @@
 #pragma once
 
 #include <camera/CameraHardwareInterface.h>
+#include <kov/annotations.h>
 #include <utils/RefBase.h>
 #include <utils/threads.h>
 

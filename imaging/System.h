@@ -3,6 +3,7 @@
 #pragma once
 
 #include <binder/MemoryHeapBase.h>
+#include <kov/annotations.h>
 #include <utils/threads.h>
 
 #include <cstddef>

@@ -1,6 +1,7 @@
 // The fence between a shot and everything that may still be on its way to it.
 #pragma once
 
+#include <kov/annotations.h>
 #include <utils/threads.h>
 
 #include <atomic>

@@ -1,26 +1,10 @@
-// Mutex, condition and thread creation of the platform. The annotations let clang check who holds what.
+// Mutex, condition and thread creation of the platform.
 #pragma once
 
+#include <kov/annotations.h>
 #include <pthread.h>
 #include <utils/Errors.h>
 #include <utils/Timers.h>
-
-#if defined(__clang__)
-#define KOV_THREAD_ANNOTATION(x) __attribute__((x))
-#else
-#define KOV_THREAD_ANNOTATION(x)
-#endif
-#define CAPABILITY(x) KOV_THREAD_ANNOTATION(capability(x))
-#define SCOPED_CAPABILITY KOV_THREAD_ANNOTATION(scoped_lockable)
-#define GUARDED_BY(x) KOV_THREAD_ANNOTATION(guarded_by(x))
-#define PT_GUARDED_BY(x) KOV_THREAD_ANNOTATION(pt_guarded_by(x))
-#define REQUIRES(...) KOV_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
-#define ACQUIRE(...) KOV_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
-#define RELEASE(...) KOV_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
-#define TRY_ACQUIRE(...) KOV_THREAD_ANNOTATION(try_acquire_capability(__VA_ARGS__))
-#define RETURN_CAPABILITY(x) KOV_THREAD_ANNOTATION(lock_returned(x))
-#define EXCLUDES(...) KOV_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
-#define NO_THREAD_SAFETY_ANALYSIS KOV_THREAD_ANNOTATION(no_thread_safety_analysis)
 
 namespace android {
 

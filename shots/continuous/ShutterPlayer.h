@@ -1,6 +1,7 @@
 // The click that is heard for each frame of a burst.
 #pragma once
 
+#include <kov/annotations.h>
 #include <media/mediaplayer.h>
 #include <utils/threads.h>
 

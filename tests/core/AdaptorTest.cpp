@@ -362,14 +362,29 @@ TEST_F(AdaptorTest, TheLastReferenceMayGoWithinAnOperation) {
     }
 }
 
-// Constructed before every other static object, and so destroyed after all of them.
-__attribute__((init_priority(101))) sp<CameraHardwareInterface> heldToTheEnd;
+/// Opens the adaptor before all other static objects are made and, where it is enabled, after they were destroyed.
+struct OpensEarlyAndLate {
+    bool enabled = false;
+    sp<CameraHardwareInterface> opened;
 
-TEST(AdaptorLifeTest, AnAdaptorMayOutliveTheStaticObjects) {
+    OpensEarlyAndLate() {
+        FakeCameraHardware::setNext(new FakeCameraHardware);
+        openKovCameraHardware();
+        FakeCameraHardware::setNext(nullptr);
+    }
+    ~OpensEarlyAndLate() {
+        if (enabled && openKovCameraHardware() != opened)
+            std::_Exit(3);
+    }
+};
+__attribute__((init_priority(101))) OpensEarlyAndLate earlyAndLate;
+
+TEST(AdaptorLifeTest, AnAdaptorMayBeOpenedBeforeAndAfterTheStaticObjects) {
     const auto endHoldingOne = [] {
         kov::host::setLogLevel(ANDROID_LOG_SILENT);
         FakeCameraHardware::setNext(new FakeCameraHardware);
-        heldToTheEnd = openKovCameraHardware();
+        earlyAndLate.opened = openKovCameraHardware();
+        earlyAndLate.enabled = true;
         std::exit(0);
     };
     EXPECT_EXIT(endHoldingOne(), testing::ExitedWithCode(0), "");

@@ -12,14 +12,14 @@ using namespace android;
 
 namespace {
 
-/// The virtual-table slot that a pointer to a virtual member function names, in the C++ ABI of both machines that this
-/// is built for. The destructor takes two slots, so the second operation of a class is in slot 2.
+/// The virtual-table slot that a pointer to a virtual member function names, in the C++ ABI of the machines that this is
+/// built for: ARM's, 32 or 64 bits wide, tells virtual ones in the second word, since its code addresses may be odd. The destructor takes two slots, so the second operation of a class is in slot 2.
 template <typename Member>
 size_t slotOf(Member member) {
     uintptr_t words[2];
     static_assert(sizeof member == sizeof words);
     std::memcpy(words, &member, sizeof words);
-#if defined(__arm__)
+#if defined(__arm__) || defined(__aarch64__)
     EXPECT_EQ(words[1] & 1, 1U) << "not virtual";
     return words[0] / sizeof(void*);
 #else

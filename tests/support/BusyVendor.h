@@ -12,14 +12,28 @@
 namespace kov::test {
 
 /// Delivers notifications, frames and timestamped frames on a thread each, without pause and without a lock, through
-/// whatever was registered: a registration may be replaced, and its receiver deleted, while a message is on its way.
+/// whatever was registered: a registration may be replaced, and its receiver deleted, while a message is on its way. It
+/// takes its time before and after it stores a registration, and may call back from within.
 class BusyVendor : public FakeCameraHardware {
 public:
     void setCallbacks(android::notify_callback notify, android::data_callback data,
                       android::data_callback_timestamp timestamp, void* user) override {
-        const std::lock_guard held(mLock);
-        receivers += user != mRegistered.user;
-        mRegistered = {notify, data, timestamp, user};
+        const uint32_t chance = mRegistrations++ * 2654435761U;  // spreads the count over all bits
+        rest(chance >> 30);
+        {
+            const std::lock_guard held(mLock);
+            receivers += user != mRegistered.user;
+            mRegistered = {notify, data, timestamp, user};
+        }
+        if ((chance >> 27) % 8 == 0)
+            deliver(static_cast<int>(chance >> 25) % 3);
+        rest((chance >> 28) % 4);
+    }
+    static void rest(uint32_t howLong) {
+        if (howLong > 1)
+            std::this_thread::sleep_for(std::chrono::microseconds(50 * howLong));
+        else if (howLong == 1)
+            std::this_thread::yield();
     }
     android::status_t takePicture() override {
         const Registration to = registered();
@@ -76,6 +90,7 @@ private:
 
     mutable std::mutex mLock;
     Registration mRegistered;
+    std::atomic<uint32_t> mRegistrations{0};
     const android::sp<android::IMemory> mFrame = kov::test::makeMemory(64 * 48 * 3 / 2);
 };
 
