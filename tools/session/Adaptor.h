@@ -5,7 +5,7 @@
 
 namespace kov::cam {
 
-/// Loads libkovcameraadaptor.so, which lies beside kovcam or in ../lib from there (or where KOV_LIBRARY says), and
+/// Loads libkovcameraadaptor.so, which lies in ../lib from the program or beside it, or where KOV_LIBRARY says, and
 /// calls its one symbol. Throws Error.
 android::sp<android::CameraHardwareInterface> openAdaptor();
 

@@ -1,0 +1,29 @@
+// Names of modes, commands and messages, for people.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kov::cam {
+
+struct NamedCode {
+    int32_t code;
+    std::string name;
+};
+
+/// "PANORAMA_PROGRESS" for 0xA00; empty when it has none.
+std::string messageName(int32_t type);
+/// "PANORAMA_SHOT_START" for 1019; empty when it has none.
+std::string commandName(int32_t code);
+/// The type or code of a name as above; nothing for a name that is unknown.
+std::optional<int32_t> messageType(const std::string& name);
+std::optional<int32_t> commandCode(const std::string& name);
+/// All of them, in the order of their codes. Modes are selected by commands too: "MODE_PANORAMA".
+std::vector<NamedCode> allMessages();
+std::vector<NamedCode> allCommands();
+/// "0xA00".
+std::string hex(int32_t value);
+
+}  // namespace kov::cam
