@@ -82,8 +82,9 @@ protected:
         auto bytes = toFrame(view);
         const px_image image = {0, 640, 480, {bytes.data(), bytes.data() + kFrame.area(), nullptr}};
         EXPECT_EQ(px_handleFrame(engine, &image, 0, &status), 0);
-        if (status.status == 2)
+        if (status.status == 2) {
             EXPECT_EQ(px_addFrame(engine, &image, 0, &status), 0);
+        }
     }
     /// Adds a frame, whatever the library thinks of it.
     void add(const cv::Mat& view) {
