@@ -14,6 +14,7 @@ namespace {
 
 constexpr int kFlattenings = 4;
 constexpr double kColorReach = 24;  // grey levels that flattening joins
+constexpr double kSoftness = 0.8;     // pixels at half the work size: no stairs where a tone is drawn larger
 constexpr float kStep = 28;         // grey levels of luma from one flat tone to the next
 constexpr float kStepSharpness = 4.4f;
 constexpr double kLeastFlatness = 0.3;  // share of the steps in luma where it changes slowly: skies keep their gradient
@@ -21,7 +22,6 @@ constexpr float kVividness = 1.3f;
 constexpr float kLineFrom = 1.3f, kLineTo = 2.4f;  // percent of a line: nothing, and full ink
 constexpr double kLeastLine = 90;                  // pixels of a 640 x 480 picture; shorter ones are texture
 constexpr float kInk = 20;                         // luma
-constexpr float kGrain = 24;                       // grey levels that flat tones swallow
 
 class Cartoon : public Look {
 public:
@@ -39,9 +39,7 @@ private:
     Sampler mFine;          // from the work size to luma
     Sampler mFineToChroma;  // and to chroma
     Sampler mSmallToChroma;
-    cv::Mat mSource;     // luma of the picture
     cv::Mat mTone;       // flat luma
-    cv::Mat mBase;       // luma without what is too fine for the tone
     cv::Mat mStepShare;  // how much of the steps luma takes at each place, small
     cv::Mat mLines;
     cv::Mat mU, mV;  // flat chroma about 0, small
@@ -96,13 +94,10 @@ void Cartoon::prepare(const Picture& picture, const Effect&, int detail) {
     mFine.set(work, picture.size());
     mFineToChroma.set(work, picture.u.size());
     mSmallToChroma.set(small, picture.u.size());
-    mSource = picture.y;
     flatten(picture, small, unit);
-    mPlanes[0].convertTo(mSmallTone, CV_32F);
-    cv::resize(mSmallTone, mBase, work, 0, 0, cv::INTER_CUBIC);
     cv::split(mFlat, mPlanes.data());
     mPlanes[0].convertTo(mSmallTone, CV_32F);
-    cv::GaussianBlur(mSmallTone, mSmallTone, {}, 0.5 * unit);
+    cv::GaussianBlur(mSmallTone, mSmallTone, {}, kSoftness * unit);
     findStepShare(unit);
     cv::resize(mSmallTone, mTone, work, 0, 0, cv::INTER_CUBIC);
     findLines(picture.y, work, unit);
@@ -119,19 +114,14 @@ float stepped(float tone) {
 }
 
 void Cartoon::drawLuma(cv::Mat& luma, int row) const {
-    std::vector<float> toneRoom, baseRoom, shareRoom, lineRoom;
+    std::vector<float> toneRoom, shareRoom, lineRoom;
     for (int y = 0; y < luma.rows; ++y) {
         const float* const tone = mFine.row(mTone, row + y, toneRoom);
-        const float* const base = mFine.row(mBase, row + y, baseRoom);
         const float* const share = mCoarse.row(mStepShare, row + y, shareRoom);
         const float* const lines = mFine.row(mLines, row + y, lineRoom);
-        const uint8_t* const source = mSource.ptr(row + y);
         uint8_t* const out = luma.ptr(y);
         for (int x = 0; x < luma.cols; ++x) {
-            // Edges of the picture are sharper than its flat tones: what these miss by more than grain is put back.
-            const float missed = source[x] - base[x];
-            const float sharp = tone[x] + missed - std::clamp(missed, -kGrain, kGrain);
-            const float flat = sharp + (stepped(sharp) - sharp) * share[x];
+            const float flat = tone[x] + (stepped(tone[x]) - tone[x]) * share[x];
             out[x] = toByte(flat + (std::min(flat, kInk) - flat) * ramp(lines[x], kLineFrom, kLineTo));
         }
     }

@@ -28,12 +28,10 @@ class Look {
 public:
     virtual ~Look() = default;
 
-    /// Works the look out for a picture, whose pixels are read until the look is prepared for another. `detail`: one of
-    /// the above.
+    /// Works the look out for a picture, which is not read any more afterwards. `detail`: one of the above.
     virtual void prepare(const Picture& picture, const Effect& effect, int detail) = 0;
 
-    /// Draws the rows of the picture from the even `row` on, as many as `band` has, which may be those of the picture
-    /// itself. Several threads may draw at a time.
+    /// Draws the rows of the picture from the even `row` on, as many as `band` has. Several threads may draw at a time.
     virtual void draw(Picture& band, int row) const = 0;
 };
 
