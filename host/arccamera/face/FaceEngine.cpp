@@ -64,7 +64,13 @@ public:
         : mImage(image),
           mMaxFaces(std::min(maxFaces, kMostFaces)),
           mScale(std::max(1.0F, static_cast<float>(std::max(image.width, image.height)) / kReducedSide)),
-          mFinder(std::move(finder)) {}
+          mFinder(std::move(finder)) {
+        // The first picture of each size takes long; it is not to be a frame.
+        const cv::Size reduced(cvRound(static_cast<float>(image.width) / mScale),
+                               cvRound(static_cast<float>(image.height) / mScale));
+        for (const cv::Size size : {reduced, mNear.size()})
+            mFinder->find(cv::Mat::zeros(size, CV_8U), static_cast<float>(kPatchSide), 0);
+    }
 
     void setTrackedFrames(int frames) { mTrackedFrames = std::max(0, frames); }
 
@@ -128,12 +134,13 @@ private:
         const cv::Rect2f around = enlarged(track.place, kNearReach);
         const cv::Rect area = toRect({around.tl() * mScale, around.size() * mScale}) & cv::Rect({}, luma.size());
         const float toNear = kNearPatch / (around.width * mScale);
-        const cv::Size size(cvRound(static_cast<float>(area.width) * toNear),
-                            cvRound(static_cast<float>(area.height) * toNear));
+        const cv::Size size(std::min(kNearPatch, cvRound(static_cast<float>(area.width) * toNear)),
+                            std::min(kNearPatch, cvRound(static_cast<float>(area.height) * toNear)));
         ++track.misses;
         if (size.width < kPatchSide || size.height < kPatchSide)
             return;
-        cv::resize(luma(area), mNear, size, 0, 0, toNear < 1 ? cv::INTER_AREA : cv::INTER_LINEAR);
+        mNear.setTo(0);
+        cv::resize(luma(area), mNear(cv::Rect({}, size)), size, 0, 0, toNear < 1 ? cv::INTER_AREA : cv::INTER_LINEAR);
         for (const Face& face : mFinder->find(mNear, kNearLeast * kNearPatch / kNearReach, track.tilt)) {
             const cv::Point2f corner(static_cast<float>(area.x), static_cast<float>(area.y));
             const cv::Rect2f place((face.place.tl() / toNear + corner) / mScale, face.place.size() / (toNear * mScale));
@@ -227,7 +234,8 @@ private:
     int mCount = 0;
     Track mTracks[kMostFaces];  // the oldest first
     __tag_rect mRects[kMostFaces];
-    cv::Mat mReduced, mSearch, mScores, mNear;
+    cv::Mat mReduced, mSearch, mScores;
+    cv::Mat mNear = cv::Mat::zeros(kNearPatch, kNearPatch, CV_8U);  // one size, so that a network is set up once
 };
 
 }  // namespace kov::arc

@@ -141,6 +141,19 @@ cv::Mat answerTo(cv::dnn::Net& net, const cv::Mat& blob) {
     return answer;
 }
 
+cv::dnn::Net buildFaceNet(const Weights& weights) {
+    cv::dnn::Net net;
+    Builder builder(net, weights);
+    int last = builder.rectify(builder.convolution(0, "conv0", true, 1), kLeak);
+    for (int i = 1; i <= 5; ++i) {
+        last = builder.pool(last, "MAX", 2, 2, "SAME");
+        last = builder.rectify(builder.separable(last, "conv" + std::to_string(i), 1), kLeak);
+    }
+    last = builder.pool(last, "MAX", 2, 1, "SAME");
+    builder.convolution(last, "conv8", true, 1);
+    return net;
+}
+
 float sigmoid(float x) {
     return 1 / (1 + std::exp(-x));
 }
@@ -173,16 +186,8 @@ float ExpressionNetwork::happiness(const cv::Mat& luma) {
     return answer.ptr<float>()[kHappy];
 }
 
-FaceNetwork::FaceNetwork(const std::string& folder) {
-    const Weights weights(folder, "tiny_face_detector");
-    Builder builder(mNet, weights);
-    int last = builder.rectify(builder.convolution(0, "conv0", true, 1), kLeak);
-    for (int i = 1; i <= 5; ++i) {
-        last = builder.pool(last, "MAX", 2, 2, "SAME");
-        last = builder.rectify(builder.separable(last, "conv" + std::to_string(i), 1), kLeak);
-    }
-    last = builder.pool(last, "MAX", 2, 1, "SAME");
-    builder.convolution(last, "conv8", true, 1);
+FaceNetwork::FaceNetwork(const std::string& folder) : mWeights(folder, "tiny_face_detector") {
+    buildFaceNet(mWeights);  // throws now rather than at the first picture
 }
 
 std::vector<FoundFace> FaceNetwork::find(const cv::Mat& luma) {
@@ -190,7 +195,10 @@ std::vector<FoundFace> FaceNetwork::find(const cv::Mat& luma) {
         return {};
     cv::cvtColor(luma, mColour, cv::COLOR_GRAY2BGR);
     cv::dnn::blobFromImage(mColour, mBlob, 1 / 255.0, {}, kFaceMean);
-    const cv::Mat answer = answerTo(mNet, mBlob);
+    cv::dnn::Net& net = mNets[{luma.cols, luma.rows}];
+    if (net.empty())
+        net = buildFaceNet(mWeights);
+    const cv::Mat answer = answerTo(net, mBlob);
     const int rows = answer.size[2];
     const int columns = answer.size[3];
     std::vector<FoundFace> found;

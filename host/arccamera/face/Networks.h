@@ -1,9 +1,13 @@
 // Two small networks: one finds faces, one tells how happy a face looks.
 #pragma once
 
+#include <map>
 #include <opencv2/dnn.hpp>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "host/arccamera/face/Weights.h"
 
 namespace kov::arc {
 
@@ -33,11 +37,13 @@ public:
     /// Throws std::exception when the folder has not its weights.
     explicit FaceNetwork(const std::string& folder);
 
-    /// The faces in a picture of luma, the most certain first. A face counts from about 30 pixels on.
+    /// The faces in a picture of luma, the most certain first. A face counts from about 30 pixels on. The first picture
+    /// of a size takes long.
     std::vector<FoundFace> find(const cv::Mat& luma);
 
 private:
-    cv::dnn::Net mNet;
+    const Weights mWeights;
+    std::map<std::pair<int, int>, cv::dnn::Net> mNets;  // by columns and rows: a net that changes size is set up anew
     cv::Mat mColour, mBlob;
 };
 
