@@ -6,10 +6,13 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <opencv2/core/utils/logger.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
+#include <string_view>
 
 #include "host/camera/Views.h"
 #include "host/camera/scenes/Hand.h"
@@ -222,6 +225,40 @@ std::unique_ptr<FrameSource> openCapture(const std::string& path, std::string* e
     return std::make_unique<VideoSource>(path, capture, std::move(first));
 }
 
+/// Whether a JPEG or PNG has its end. The decoders would go on with grey, and write lines of their own.
+bool isCut(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    char begin[4] = {};
+    file.read(begin, sizeof begin);
+    const bool jpeg = std::string_view(begin, 2) == "\xFF\xD8";
+    const bool png = std::string_view(begin, 4) == "\x89PNG";
+    if (!file || (!jpeg && !png))
+        return false;
+    constexpr std::streamoff kTail = 65536;  // some cameras write more behind a JPEG's end
+    file.seekg(0, std::ios::end);
+    file.seekg(std::max<std::streamoff>(0, file.tellg() - kTail));
+    const std::string tail{std::istreambuf_iterator<char>(file), {}};
+    return tail.find(jpeg ? "\xFF\xD9" : "IEND") == std::string::npos;
+}
+
+std::unique_ptr<FrameSource> openPicture(const std::string& path, SourceOptions& options, std::string* error) {
+    if (isCut(path)) {
+        *error = path + " is cut short; give a whole picture";
+        return nullptr;
+    }
+    cv::Mat picture;
+    try {
+        picture = cv::imread(path);  // turned as its EXIF orientation says
+    } catch (const cv::Exception&) {
+        *error = path + " has more pixels than can be read; give a picture of at most a gigapixel";
+        return nullptr;
+    }
+    if (!picture.empty())
+        return std::make_unique<StillSource>(std::move(picture), options);
+    *error = path + " is a broken picture; give another";
+    return nullptr;
+}
+
 std::unique_ptr<FrameSource> open(const std::string& path, SourceOptions& options, std::string* error) {
     std::error_code ignored;
     if (!fs::exists(path, ignored)) {
@@ -230,12 +267,8 @@ std::unique_ptr<FrameSource> open(const std::string& path, SourceOptions& option
     }
     if (fs::is_directory(path, ignored))
         return openFolder(path, options, error);
-    if (fs::is_regular_file(path, ignored) && cv::haveImageReader(path)) {
-        if (cv::Mat picture = cv::imread(path); !picture.empty())
-            return std::make_unique<StillSource>(std::move(picture), options);
-        *error = path + " is a broken picture";
-        return nullptr;
-    }
+    if (fs::is_regular_file(path, ignored) && cv::haveImageReader(path))
+        return openPicture(path, options, error);
     return openCapture(path, error);
 }
 

@@ -3,6 +3,7 @@
 #include "host/camera/Sources.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <functional>
 #include <utility>
 #include <vector>
@@ -78,14 +79,26 @@ private:
     size_t mTurn = 0;
 };
 
+/// The sources of a list, which | separates; \ takes the next character as it is.
+std::vector<std::string> split(const std::string& list) {
+    std::vector<std::string> sources(1);
+    for (size_t i = 0; i < list.size(); ++i) {
+        if (list[i] == '|')
+            sources.emplace_back();
+        else if (list[i] == '\\' && i + 1 < list.size())
+            sources.back() += list[++i];
+        else
+            sources.back() += list[i];
+    }
+    return sources;
+}
+
 std::unique_ptr<FrameSource> openInTurn(const std::string& list, std::string* error) {
     std::vector<std::unique_ptr<FrameSource>> sources;
-    for (size_t begin = 0; begin <= list.size();) {
-        const size_t end = std::min(list.find('|', begin), list.size());
-        sources.push_back(openSource(list.substr(begin, end - begin), error));
+    for (const std::string& text : split(list)) {
+        sources.push_back(openSource(text, error));
         if (!sources.back())
             return nullptr;
-        begin = end + 1;
     }
     return std::make_unique<InTurn>(std::move(sources));
 }
@@ -107,7 +120,9 @@ std::unique_ptr<FrameSource> openSource(const std::string& text, std::string* er
         return openInTurn(text.substr(sizeof kTurnsPrefix - 1), error);
     if (text == kPush)
         return std::make_unique<PushSource>();
-    const size_t mark = text.find('?');
+    std::error_code ignored;
+    const bool named = !text.starts_with(kScenePrefix) && std::filesystem::exists(text, ignored);
+    const size_t mark = named ? std::string::npos : text.rfind('?');  // a file's name may have one
     const std::string name = text.substr(0, mark);
     SourceOptions options(mark == std::string::npos ? "" : text.substr(mark + 1));
     if (name.empty())

@@ -46,7 +46,8 @@ const std::vector<SceneInfo>& builtinScenes();
 ///   FOLDER[?seconds=N]              the pictures of a folder in the order of their names, N seconds each
 ///   /dev/videoN                     a webcam
 ///   push:                           what the program itself pushes (host/control/Control.h)
-///   turns:SOURCE|SOURCE[|...]       these sources in turn, each until a picture was taken
+///   turns:SOURCE|SOURCE[|...]       these sources in turn, each until a picture was taken;
+///                                   a backslash before a | or a backslash that a name has
 /// Returns null after filling `error` with one line that says what to do.
 std::unique_ptr<FrameSource> openSource(const std::string& text, std::string* error);
 

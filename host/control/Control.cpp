@@ -2,6 +2,7 @@
 
 #include "host/control/Control.h"
 
+#include <kov/annotations.h>
 #include <utils/threads.h>
 
 #include <atomic>

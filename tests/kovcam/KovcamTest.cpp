@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/videoio.hpp>
@@ -108,6 +109,16 @@ TEST_F(KovcamTest, RunsAScript) {
 
 TEST_F(KovcamTest, SaysInOneLineWhatIsWrong) {
     write("broken.avi", "this is no video");
+    std::vector<uint8_t> jpeg;
+    cv::imencode(".jpg", cv::Mat(64, 64, CV_8UC3, cv::Scalar(9, 9, 9)), jpeg);
+    write("cut.jpg", std::string(jpeg.begin(), jpeg.end() - 40));
+    write("huge.png", std::string("\x89PNG\r\n\x1A\n\0\0\0\rIHDR\0\0\x9C\x40\0\0\x9C\x40\x8\x2\0\0\0", 29) + "CRC.IEND");
+    write("two.kov", "0 mode nosuch\n");
+    write("binary.kov", std::string("0 picture\n\0\1", 12));
+    cv::VideoWriter(folder / "clip.avi", cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), 25, {64, 64})
+        .write(cv::Mat(64, 64, CV_8UC3, cv::Scalar(9, 9, 9)));
+    std::filesystem::create_directory(folder / "full");
+    write("full/letter.txt", "not to be lost");
     write("bad-step.kov", "0 start-preview\n1 jump\n");
     write("bad-time.kov", "soon picture\n");
     write("bad-code.kov", "0 command 99999999999\n");
@@ -129,14 +140,25 @@ TEST_F(KovcamTest, SaysInOneLineWhatIsWrong) {
         {"shoot single" + scene + out + " --trace /none/trace", "/none/trace"},
         {"shoot single" + scene + " -i b" + out, "too many sources"},
         {"shoot single" + out, "--input"},
-        {"shoot single" + scene + out + " --picture-size 640x480 --trace /dev/full", "/dev/full"},
         {"script " + folder.path() + scene + out, "cannot be read"},
         {"script " + folder / "none.kov" + scene + out, "cannot be read"},
         {"script " + folder / "bad-step.kov" + scene + out, "bad-step.kov:2: \"jump\""},
         {"script " + folder / "bad-time.kov" + scene + out, "bad-time.kov:1: \"soon\""},
         {"script " + folder / "bad-wait.kov" + scene + out, "bad-wait.kov:2: write it as wait"},
         {"script " + folder / "bad-code.kov" + scene + out, "bad-code.kov:1: write it as command"},
-        {"", "subcommand"},
+        {"shoot single" + scene + " -o \"\"", "-o has an empty name"},
+        {"shoot single -i \"\"" + out, "-i has an empty name"},
+        {"shoot single" + scene + out + " --fps 0", "--fps"},
+        {"shoot single" + scene + out + " --fps abc", "--fps"},
+        {"shoot single" + scene + " -o out/{x}.jpg", "unknown field {x}"},
+        {"shoot single -i " + folder / "cut.jpg" + out, "cut.jpg is cut short"},
+        {"shoot single -i " + folder / "huge.png" + out, "huge.png"},
+        {"shoot panorama -i " + folder / "clip.avi" + out + " --direction left", "--direction is for"},
+        {"script " + folder / "two.kov" + " --check", "two.kov:1: "},
+        {"script " + folder / "binary.kov", "is no text file"},
+        {"trace " + folder / "two.kov", "is no trace"},
+        {"demo -o " + folder / "full", "is no gallery"},
+        {"demo nosuch -o " + folder / "new", "there is no mode"},
         {"shoot nothing" + scene + out, "\"nothing\""},
         {"demo -o /proc/none", "cannot be written"}};
     for (const auto& [arguments, expected] : cases) {
@@ -149,6 +171,61 @@ TEST_F(KovcamTest, SaysInOneLineWhatIsWrong) {
     }
 }
 
+TEST_F(KovcamTest, NeverWritesOverAPicture) {
+    write("single-001.jpg", "of an earlier session");
+    write("single-007.jpg", "the last one");
+    const std::string small = "shoot single -i scene:still-life --picture-size 320x240";
+    EXPECT_EQ(kovcam(small + out + " --latest newest.jpg").output, folder / "single-008.jpg\n");
+    EXPECT_EQ(std::filesystem::read_symlink(folder / "newest.jpg"), "single-008.jpg");
+    EXPECT_EQ(std::filesystem::file_size(folder / "single-007.jpg"), 12U);
+    EXPECT_EQ(kovcam(small + out + " --overwrite").status, 0);
+    EXPECT_EQ(sizeOf("single-001.jpg"), cv::Size(320, 240));
+    EXPECT_EQ(kovcam(small + " -o " + folder / "a/photo.jpg --count 2").output,
+              folder / "a/photo.jpg\n" + (folder / "a/photo-2.jpg\n"));
+    EXPECT_EQ(kovcam(small + " -o " + folder / "b/{mode}-%%-{n}.jpg").output, folder / "b/single-%-001.jpg\n");
+    const std::string jpeg = kovcam(small + " -o -").output;
+    EXPECT_EQ(cv::imdecode(std::vector<uint8_t>(jpeg.begin(), jpeg.end()), cv::IMREAD_COLOR).size(), cv::Size(320, 240));
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
+        EXPECT_FALSE(entry.path().filename().string().starts_with(".kovcam")) << entry.path();
+}
+
+TEST_F(KovcamTest, AFullDiskLeavesNoPictureThatIsCut) {
+    // A limit on the size of files stands for the full disk.
+    const std::string line = "sh -c 'trap \"\" XFSZ; ulimit -f 8; KOV_CAMERA_SPEED=4 exec " KOV_KOVCAM
+                             " shoot single -i scene:landscape --count 9" +
+                             out + " --picture-size 1280x960' >/dev/null 2>&1";
+    EXPECT_EQ(WEXITSTATUS(std::system(line.c_str())), 1);
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
+
+TEST_F(KovcamTest, ASignalDeliversWhatWasTaken) {
+    // The sweep ends at the signal and is stitched, instead of after its 100 seconds.
+    const std::string line = "KOV_CAMERA_SPEED=4 " KOV_KOVCAM
+                             " shoot panorama -i scene:landscape --preview-size 320x240 --seconds 100" +
+                             out + " --trace " + folder / "trace" + " >" + folder / "output" +
+                             " 2>&1 </dev/null & child=$!; until grep -qs PANORAMA_FRAME_ADDED " + folder / "trace" +
+                             "; do sleep 0.1; done; kill -TERM $child; wait $child";
+    EXPECT_EQ(WEXITSTATUS(std::system(line.c_str())), 143);
+    EXPECT_FALSE(sizeOf("panorama-001.jpg").empty());
+}
+
+TEST_F(KovcamTest, TheExampleScriptsRun) {
+    const std::map<std::string, std::string> sources = {
+        {"panorama", "scene:landscape"}, {"smile", "scene:portrait"}, {"addme", "scene:addme"},
+        {"action", "scene:crossing?delay=0&seconds=4"}};
+    int scripts = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(KOV_EXAMPLES)) {
+        const std::string name = entry.path().stem();
+        const std::string source = sources.contains(name) ? sources.at(name) : "scene:still-life";
+        const Outcome run = kovcam("script " + entry.path().string() + " -i '" + source + "' -o " + folder / name +
+                                   " --picture-size 640x480");
+        EXPECT_EQ(run.status, 0) << name << ": " << run.output;
+        EXPECT_NE(run.output.find("picture-001.jpg"), std::string::npos) << name << ": " << run.output;
+        ++scripts;
+    }
+    EXPECT_GE(scripts, 8);
+}
+
 TEST_F(KovcamTest, WhatWasSavedStaysWhenALaterStepFails) {
     write("session.kov", "0 start-preview\n0 picture\n0 wait 0x100\n0 wait 0xA00 timeout 0.1\n");
     write("trace", "of an earlier session");
@@ -157,7 +234,11 @@ TEST_F(KovcamTest, WhatWasSavedStaysWhenALaterStepFails) {
     const Outcome run =
         kovcam("script " + folder / "session.kov" + " -i scene:still-life" + out + " --picture-size 640x480");
     EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.output.find("no message 0xA00 came"), std::string::npos) << run.output;
+    const Outcome full = kovcam("shoot single -i scene:still-life -o " + folder / "full --trace /dev/full");
+    EXPECT_EQ(full.status, 1);
+    EXPECT_NE(full.output.find("kovcam: the trace /dev/full"), std::string::npos) << full.output;
+    EXPECT_FALSE(sizeOf("full/single-001.jpg").empty());
+    EXPECT_NE(run.output.find("no message 0xA00 came in time"), std::string::npos) << run.output;
     EXPECT_EQ(sizeOf("picture-001.jpg"), cv::Size(640, 480));
 }
 

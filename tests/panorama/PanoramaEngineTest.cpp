@@ -58,6 +58,7 @@ protected:
         ASSERT_EQ(px_setParams(engine, 640, 480, 0, 640, 480, 0, frames, 15, 15, budget), 0);
         ASSERT_EQ(px_start(engine), 0);
         ASSERT_EQ(px_beginCapture(engine, 0), 0);
+        status = {};
     }
     /// Hands in what the camera sees at `place`, and adds it when it is ready. Expects the offset from the frame that
     /// was added last to be measured to `most` pixels.

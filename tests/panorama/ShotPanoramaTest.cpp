@@ -200,14 +200,14 @@ TEST_F(ShotPanoramaTest, StopAndCancelOutsideAndInside) {
     command(1020);
     command(1022);
     fakePanoraMax().progress = {100};
-    EXPECT_EQ(count(command(1020), "px_createPanorama #3"), 1);
+    EXPECT_EQ(count(command(1020), "px_createPanorama #4"), 1);
     command(1019);
     fakePanoraMax().results["px_endCapture"] = 5;
     command(1020);
     EXPECT_EQ(shot->handled(makeRegion(460800)), Lines{"0"});
     retireShot();
     EXPECT_EQ(recorder.take(), (Lines{"I ShotPanorama: ShotPanorama destroyed: pid=PID", "W ShotPanorama: free",
-                                      "px_free #4", "I ShotCommon: ShotCommon destroyed: pid=PID"}));
+                                      "px_free #5", "I ShotCommon: ShotCommon destroyed: pid=PID"}));
 }
 
 TEST_F(ShotPanoramaTest, EachCallOfTheStartFailingInTurn) {

@@ -4,7 +4,10 @@
 
 #include <utils/Timers.h>
 
+#include <atomic>
+#include <csignal>
 #include <cstdio>
+#include <thread>
 #include <utility>
 
 #include "tools/session/Names.h"
@@ -16,68 +19,158 @@ using namespace android;
 
 namespace {
 
-constexpr double kFrameSeconds = 5;  // the longest wait for one preview frame
-
-int64_t after(double seconds) {
-    return systemTime() + static_cast<int64_t>(seconds * 1e9);
-}
+constexpr double kForever = 1e9;  // seconds
 
 void requireSource(const std::string& source) {
+    if (source.empty())
+        throw Error("-i has an empty name; give a picture, a video, a folder, /dev/videoN or scene:NAME");
     if (const std::string error = checkSource(source); !error.empty())
         throw Error(error);
 }
 
+/// Prints where a picture is, at once: it is of use also when the session fails later.
+void print(int32_t type, const std::string& path) {
+    if (type == CAMERA_MSG_COMPRESSED_IMAGE || type == CAMERA_MSG_RAW_IMAGE) {
+        std::printf("%s\n", path.c_str());
+        std::fflush(stdout);
+    }
+}
+
 }  // namespace
+
+/// What asks for a picture.
+struct Camera::Triggers {
+    std::atomic<int> count{0};       // asked for and not taken yet
+    std::atomic<bool> ended{false};  // the input has
+    std::atomic<bool> reading{false};
+
+    void readInput(Inbox& inbox) {
+        for (int c = 0; (c = std::getchar()) != EOF;) {
+            if (c == '\n') {
+                ++count;
+                inbox.interrupt();
+            }
+        }
+        ended = true;
+        inbox.interrupt();
+    }
+};
 
 // The source is looked at first: one that is unknown leaves the files of an earlier session as they are.
 Camera::Camera(const CameraOptions& options)
-    : mSaver((requireSource(options.source), std::make_shared<Saver>(options.saving))),
-      mInbox(std::make_shared<Inbox>()) {
+    : mPatience((requireSource(options.source), options.patience)),
+      mTrace(options.trace.empty() ? nullptr : std::make_shared<Trace>(options.trace)),
+      mSaver(std::make_shared<Saver>(options.saving,
+                                     [trace = mTrace](int32_t type, const std::string& path) {
+                                         if (trace)
+                                             trace->fileWritten(type, path);
+                                         print(type, path);
+                                     })),
+      mInbox(std::make_shared<Inbox>()),
+      mTriggers(std::make_shared<Triggers>()) {
     SessionOptions session{options.source, options.parameters, {}};
-    if (!options.trace.empty())
-        session.listeners.push_back(mTrace = std::make_shared<Trace>(options.trace));
+    if (mTrace)
+        session.listeners.push_back(mTrace);
     session.listeners.push_back(mSaver);
     session.listeners.push_back(mInbox);  // last: who waits for a message finds it saved
     mSession = Session::open(std::move(session));
-}
-
-Camera::~Camera() = default;
-
-bool Camera::nextMessage(Message* message, int64_t until) {
-    return mInbox->next(message, static_cast<double>(until - systemTime()) / 1e9);
-}
-
-void Camera::wait(const std::string& what, double seconds, const std::function<bool(const Message&)>& done) {
-    const int64_t until = after(seconds);
-    for (Message message; nextMessage(&message, until);) {
-        if (done(message))
-            return;
-    }
-    char text[32];
-    std::snprintf(text, sizeof text, "%g s", seconds);
-    throw Error("no " + what + " came within " + text + "; --trace FILE shows what did");
-}
-
-Message Camera::waitFor(int32_t type, double seconds) {
-    Message found{};
-    wait(messageName(type) + " message", seconds, [&](const Message& message) {
-        found = message;
-        return message.type == type;
+    onSignal([inbox = mInbox, triggers = mTriggers](int signal) {
+        if (signal == SIGUSR1)
+            ++triggers->count;
+        inbox->interrupt();
     });
-    return found;
+}
+
+Camera::~Camera() {
+    onSignal({});
+}
+
+Camera::End Camera::await(double seconds, const Done& done, const Done& progress) {
+    int64_t until = systemTime() + static_cast<int64_t>(seconds * 1e9);
+    for (;;) {
+        Message message;
+        const bool came = mInbox->next(&message, static_cast<double>(until - systemTime()) / 1e9);
+        mSaver->throwIfFailed();
+        if (came) {
+            if (message.type == CAMERA_MSG_ERROR && message.kind == Message::Kind::Notify)
+                throw Error(message.reason.empty() ? "the camera broke" : message.reason);
+            if (done && done(message))
+                return End::Done;
+            if (progress && progress(message))
+                until = systemTime() + static_cast<int64_t>(seconds * 1e9);
+            continue;
+        }
+        if (!mInbox->interrupted())
+            return End::TimeOut;
+        mInbox->resume();
+        if (endSignal() != 0 && !std::exchange(mEnding, true))
+            return End::Signal;
+        if (!done)
+            return End::Woken;
+    }
+}
+
+bool Camera::waitForTrigger() {
+    if (!mTriggers->reading.exchange(true))
+        std::thread([triggers = mTriggers, inbox = mInbox] { triggers->readInput(*inbox); }).detach();
+    for (;;) {
+        if (mTriggers->count > 0) {
+            --mTriggers->count;
+            return true;
+        }
+        if (mTriggers->ended || await(kForever, {}, {}) == End::Signal)
+            return false;
+    }
+}
+
+void Camera::giveUp(const std::string& what) const {
+    char text[32];
+    std::snprintf(text, sizeof text, "%g s", mPatience);
+    throw Error("no " + what + " came, and no progress within " + text +
+                "; if the machine is too slow for what was asked, ask for smaller pictures or give --patience S "
+                "(--trace FILE shows what did come)");
+}
+
+bool Camera::waitOrStop(const std::string& what, const Done& done) {
+    const auto progress = [](const Message& message) { return message.type != CAMERA_MSG_PREVIEW_FRAME; };
+    const End end = await(mPatience, done, progress);
+    if (end == End::TimeOut)
+        giveUp(what);
+    return end == End::Done;
+}
+
+void Camera::wait(const std::string& what, const Done& done) {
+    if (!waitOrStop(what, done))
+        throw Interrupted();
+}
+
+void Camera::waitForPicture() {
+    wait("picture", [](const Message& message) { return message.type == CAMERA_MSG_COMPRESSED_IMAGE; });
 }
 
 void Camera::waitForFrames(int count) {
     for (int i = 0; i < count; ++i)
-        waitFor(CAMERA_MSG_PREVIEW_FRAME, kFrameSeconds);
+        wait("preview frame", [](const Message& message) { return message.type == CAMERA_MSG_PREVIEW_FRAME; });
 }
 
-void Camera::runFor(double seconds, const std::function<bool(const Message&)>& each) {
-    const int64_t until = after(seconds);
-    for (Message message; nextMessage(&message, until);) {
-        if (each && each(message))
-            return;
+bool Camera::waitAtMost(double seconds, const Done& done) {
+    const End end = await(seconds, done, {});
+    if (end == End::Signal)
+        throw Interrupted();
+    return end == End::Done;
+}
+
+void Camera::runFor(double seconds, const Done& each) {
+    await(seconds, each, {});
+}
+
+void Camera::sleepUntil(double moment) {
+    while (!mInbox->pause(moment - static_cast<double>(systemTime()) / 1e9)) {
+        mInbox->resume();
+        if (endSignal() != 0 && !std::exchange(mEnding, true))
+            throw Interrupted();
     }
+    mSaver->throwIfFailed();
 }
 
 void Camera::close() {

@@ -1,15 +1,15 @@
-// The demonstration: every mode on built-in scenes, and a page to look at what came out.
+// The gallery: a page to look at what the demonstrations made.
 #pragma once
 
 #include <string>
 
 namespace kov::cam {
 
-/// Runs every mode's demonstrations, each as a kovcam process of its own, into numbered folders under `folder`, and
-/// writes `folder`/index.html. Returns how many failed. Throws Error.
-int runDemo(const std::string& folder);
+// What a demonstration leaves in its folder beside its pictures.
+inline constexpr const char* kItemFile = "item.json";
+inline constexpr const char* kTraceFile = "trace.jsonl";
 
-/// Writes `folder`/index.html from the sub-folders that `runDemo` made. Throws Error.
+/// Writes `folder`/index.html from the sub-folders that demonstrations made. Throws Error.
 void writeGallery(const std::string& folder);
 
 }  // namespace kov::cam

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "shots/Commands.h"
+
 namespace kov::cam {
 
 namespace {
@@ -12,7 +14,13 @@ std::vector<std::unique_ptr<Mode>>& modes() {
     static std::vector<std::unique_ptr<Mode>> all;
     return all;
 }
+const android::KovMode& description(int32_t code) {
+    return *std::ranges::find(android::kKovModes, code, &android::KovMode::code);
+}
 }  // namespace
+
+Mode::Mode(int32_t modeCode)
+    : name(description(modeCode).name), code(modeCode), summary(description(modeCode).summary) {}
 
 const std::vector<std::unique_ptr<Mode>>& allModes() {
     return modes();

@@ -2,7 +2,7 @@
 //
 //     class Panorama : public Mode {
 //     public:
-//         Panorama() : Mode("panorama", KOV_MODE_PANORAMA, "stitches a sweep into one wide picture") {}
+//         Panorama() : Mode(KOV_MODE_PANORAMA) {}
 //         void addOptions(Options& options) override { options.number(...); }
 //         void run(Camera& camera) override { camera.session().startPreview(); ... }
 //         std::vector<Demo> demos() const override { return {{"A sweep", {"-i", "scene:landscape"}}}; }
@@ -47,8 +47,8 @@ public:
     virtual std::vector<Demo> demos() const = 0;
 
 protected:
-    Mode(std::string modeName, int32_t modeCode, std::string modeSummary)
-        : name(std::move(modeName)), code(modeCode), summary(std::move(modeSummary)) {}
+    /// Name and summary are those of the mode's description in shots/.
+    explicit Mode(int32_t modeCode);
 };
 
 /// All modes, in the order of their codes.

@@ -2,33 +2,40 @@
 
 #include "tools/kovcam/PictureWriter.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <opencv2/imgcodecs.hpp>
 #include <utility>
 
+#include "tools/kovcam/SafeFile.h"
 #include "tools/session/Error.h"
 #include "tools/session/Pictures.h"
 
 namespace kov::cam {
 
 namespace {
-constexpr size_t kMostFramesWaiting = 24;
+
+constexpr size_t kMostWaiting = 24;
+constexpr int kFrameQuality = 92;
+
+void writeToStandardOutput(const std::vector<uint8_t>& bytes) {
+    if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size() || std::fflush(stdout) != 0)
+        throw Error("the picture cannot be written to standard output; is its reader gone?");
+}
+
 }  // namespace
 
 void prepareFolder(const std::string& folder) {
     std::error_code failure;
     std::filesystem::create_directories(folder, failure);
-    const std::string probe = folder + "/.kovcam";
-    std::FILE* file = std::fopen(probe.c_str(), "w");
-    if (!file)
+    if (!std::filesystem::is_directory(folder, failure) || access(folder.c_str(), W_OK | X_OK) != 0)
         throw Error("the folder " + folder + " cannot be written to; choose another with -o");
-    std::fclose(file);
-    std::filesystem::remove(probe, failure);
 }
 
-PictureWriter::PictureWriter() : mThread([this] { run(); }) {}
+PictureWriter::PictureWriter(bool overwrite, std::function<void(int32_t, const std::string&)> written)
+    : mOverwrite(overwrite), mWritten(std::move(written)), mThread([this] { run(); }) {}
 
 PictureWriter::~PictureWriter() {
     {
@@ -39,21 +46,7 @@ PictureWriter::~PictureWriter() {
     mThread.join();
 }
 
-void PictureWriter::addFile(const std::string& path, std::vector<uint8_t> bytes) {
-    add({path, std::move(bytes), {}});
-}
-
-bool PictureWriter::addFrame(const std::string& path, const Frame& frame) {
-    {
-        const std::lock_guard held(mLock);
-        if (mJobs.size() >= kMostFramesWaiting)
-            return false;
-    }
-    add({path, {frame.bytes, frame.bytes + frame.size}, frame});
-    return true;
-}
-
-void PictureWriter::add(Job job) {
+void PictureWriter::add(WriteJob job) {
     {
         const std::lock_guard held(mLock);
         mJobs.push_back(std::move(job));
@@ -61,11 +54,28 @@ void PictureWriter::add(Job job) {
     mChanged.notify_all();
 }
 
+bool PictureWriter::addIfThereIsRoom(WriteJob job) {
+    {
+        const std::lock_guard held(mLock);
+        if (mJobs.size() >= kMostWaiting)
+            return false;
+    }
+    add(std::move(job));
+    return true;
+}
+
 void PictureWriter::flush() {
-    std::unique_lock held(mLock);
-    mChanged.wait(held, [this] { return mJobs.empty() && !mBusy; });
-    if (!mFailed.empty())
-        throw Error(mFailed + " cannot be written; is the disk full?");
+    {
+        std::unique_lock held(mLock);
+        mChanged.wait(held, [this] { return mJobs.empty() && !mBusy; });
+    }
+    throwIfFailed();
+}
+
+void PictureWriter::throwIfFailed() {
+    const std::lock_guard held(mLock);
+    if (!mFailure.empty())
+        throw Error(mFailure);
 }
 
 void PictureWriter::run() {
@@ -74,29 +84,37 @@ void PictureWriter::run() {
         mChanged.wait(held, [this] { return mStop || !mJobs.empty(); });
         if (mJobs.empty())
             return;
-        const Job job = std::move(mJobs.front());
+        WriteJob job = std::move(mJobs.front());
         mJobs.pop_front();
         mBusy = true;
+        const bool failed = !mFailure.empty();
         held.unlock();
-        const bool written = write(job);
+        std::string failure;
+        try {
+            if (!failed)
+                write(job);
+        } catch (const std::exception& error) {
+            failure = error.what();
+        }
         held.lock();
         mBusy = false;
-        if (!written && mFailed.empty())
-            mFailed = job.path;
+        if (!failure.empty())
+            mFailure = failure;
         mChanged.notify_all();
     }
 }
 
-bool PictureWriter::write(const Job& job) {
-    if (!job.frame) {
-        std::ofstream file(job.path, std::ios::binary);
-        file.write(reinterpret_cast<const char*>(job.bytes.data()), static_cast<std::streamsize>(job.bytes.size()));
-        file.close();
-        return file.good();
+void PictureWriter::write(WriteJob& job) const {
+    if (job.frame) {
+        job.frame->bytes = job.bytes.data();
+        std::vector<uint8_t> jpeg;
+        cv::imencode(".jpg", toBgr(*job.frame), jpeg, {cv::IMWRITE_JPEG_QUALITY, kFrameQuality});
+        job.bytes = std::move(jpeg);
     }
-    Frame frame = *job.frame;
-    frame.bytes = job.bytes.data();
-    return cv::imwrite(job.path, toBgr(frame), {cv::IMWRITE_JPEG_QUALITY, 92});
+    if (job.name)
+        mWritten(job.type, writeWhole(job.bytes, job.name, mOverwrite));
+    else
+        writeToStandardOutput(job.bytes);
 }
 
 }  // namespace kov::cam

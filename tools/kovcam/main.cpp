@@ -1,16 +1,21 @@
 // kovcam: the camera service and camera application of the host.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
+#include <map>
 #include <opencv2/core/utils/logger.hpp>
+#include <sstream>
 
 #include "tools/kovcam/Camera.h"
-#include "tools/kovcam/Gallery.h"
+#include "tools/kovcam/Child.h"
+#include "tools/kovcam/Demonstration.h"
+#include "tools/kovcam/Listings.h"
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/Options.h"
 #include "tools/kovcam/Script.h"
+#include "tools/kovcam/TraceDrawing.h"
 #include "tools/session/Error.h"
 #include "tools/session/Sources.h"
 
@@ -18,34 +23,48 @@ namespace kov::cam {
 
 namespace {
 
-constexpr int kUserError = 1;
+constexpr int kFailed = 1;
+constexpr int kUsage = 2;
+constexpr int kSignalled = 128;  // and the signal's number
 
 const char* const kExamples = R"(Examples:
   kovcam modes
   kovcam shoot single -i scene:landscape -o out
   kovcam shoot single -i photo.jpg -o out --picture-size 1280x960 --quality 70 --count 3
-  kovcam shoot single -i walk.avi -o out --save-preview 10 --trace out/trace.jsonl
+  kovcam shoot single -i walk.avi -o 'out/%Y%m%d-%H%M%S-{n}.jpg' --every 10
   kovcam script session.kov -i scene:portrait -o out
   kovcam demo -o gallery
+
+Exit status: 0, 1 when something failed, 2 when the command line is wrong, 129, 130 or 143 after a signal.
 )";
 
 const char* const kShootHelp =
     R"(A source is scene:NAME (kovcam scenes lists them), a picture, a video, a folder of pictures or a /dev/video device.
-Pictures are saved as DIR/MODE-001.jpg and so on, preview frames as DIR/preview-00000.jpg.
+
+Pictures go where -o says: into a folder as MODE-001.jpg and so on (numbers go on from what is there), to a file
+(photo.jpg, then photo-2.jpg), by a pattern ('out/%Y%m%d-{mode}-{n}.jpg', with the fields of date), or to standard output
+(-). A file that is there is never touched, but with --overwrite. Preview frames are preview-00000.jpg and so on.
+
+SIGINT, SIGTERM and SIGHUP end the work in order: what was taken is delivered and saved. A second one ends at once.
 
 )";
 
 const char* const kScriptHelp =
     R"(A script has one step a line, with the time in seconds (+ for: after the step before), and # for comments:
-  0.0   mode single
+  0.0   mode panorama
   0.0   start-preview
-  1.0   picture
-  +0.0  wait 0x100 timeout 10
-docs/kovcam.md tells of every step.
+  0.5   command PANORAMA_SHOT_START
+  +8.0  command PANORAMA_SHOT_STOP
+  +0.0  wait COMPRESSED_IMAGE timeout 60
+kovcam commands and kovcam messages list the names. docs/kovcam.md tells of every step.
 
 Example:
   kovcam script tools/kovcam/examples/two-pictures.kov -i scene:landscape -o out
 )";
+
+/// What the options are where they may be left out.
+constexpr const char* kUsualSource = "scene:landscape";
+constexpr const char* kUsualFolder = ".";
 
 /// Options that every session has.
 struct CommonOptions {
@@ -54,8 +73,8 @@ struct CommonOptions {
     std::string previewSize;
     std::string pictureSize;
     std::string previewFormat;
-    std::string framesPerSecond;
-    std::string quality;
+    int framesPerSecond = 0;
+    int quality = 0;
 };
 
 /// Throws Error for what is not of the form 640x480.
@@ -69,28 +88,29 @@ void requireSize(const std::string& text) {
 
 /// The parameters that the options set; those that are not given leave the camera's own.
 std::map<std::string, std::string> parameters(const CommonOptions& options) {
-    std::map<std::string, std::string> values = {{"preview-size", options.previewSize},
-                                                 {"picture-size", options.pictureSize},
-                                                 {"preview-format", options.previewFormat},
-                                                 {"preview-frame-rate", options.framesPerSecond},
-                                                 {"jpeg-quality", options.quality}};
-    std::erase_if(values, [](const auto& entry) { return entry.second.empty(); });
-    for (const char* key : {"preview-size", "picture-size"}) {
-        if (values.contains(key))
-            requireSize(values[key]);
+    std::map<std::string, std::string> values;
+    for (const auto& [key, size] :
+         {std::pair("preview-size", &options.previewSize), std::pair("picture-size", &options.pictureSize)}) {
+        if (size->empty())
+            continue;
+        requireSize(*size);
+        values[key] = *size;
     }
+    if (!options.previewFormat.empty())
+        values["preview-format"] = options.previewFormat;
+    if (options.framesPerSecond)
+        values["preview-frame-rate"] = std::to_string(options.framesPerSecond);
+    if (options.quality)
+        values["jpeg-quality"] = std::to_string(options.quality);
     return values;
 }
-
-/// What the options are where they may be left out.
-constexpr const char* kUsualSource = "scene:landscape";
-constexpr const char* kUsualFolder = ".";
 
 void addCommonOptions(CLI::App& app, CommonOptions& options, bool sourceAndFolderRequired) {
     auto* const input =
         app.add_option("-i,--input", options.sources, "What the camera sees: scene:NAME, a file, a folder, a device")
             ->take_all();
-    auto* const output = app.add_option("-o,--output", options.camera.saving.folder, "Folder for the pictures");
+    SaverOptions& saving = options.camera.saving;
+    auto* const output = app.add_option("-o,--output", saving.output, "Folder, file or pattern for the pictures, or -");
     if (sourceAndFolderRequired) {
         input->required();
         output->required();
@@ -98,55 +118,48 @@ void addCommonOptions(CLI::App& app, CommonOptions& options, bool sourceAndFolde
         input->default_str(kUsualSource);
         output->default_str(kUsualFolder);
     }
+    app.add_flag("--overwrite", saving.overwrite, "Write over files that are there, from number 1 on");
+    app.add_option("--latest", saving.latest, "Keep a symbolic link of this name to the newest picture");
     app.add_option("--preview-size", options.previewSize, "WxH of preview frames");
     app.add_option("--picture-size", options.pictureSize, "WxH of pictures");
     app.add_option("--preview-format", options.previewFormat, "yuv420sp or yuv420p");
-    app.add_option("--fps", options.framesPerSecond, "Preview frames a second")->check(CLI::PositiveNumber);
+    app.add_option("--fps", options.framesPerSecond, "Preview frames a second")->check(CLI::Range(1, 1000));
     app.add_option("--quality", options.quality, "JPEG quality")->check(CLI::Range(1, 100));
-    app.add_option("--save-preview", options.camera.saving.previewEvery, "Save every Nth preview frame")
-        ->check(CLI::NonNegativeNumber);
-    app.add_option("--trace", options.camera.trace, "Write everything that happens to this file, a JSON object a line");
+    app.add_option("--save-preview", saving.previewEvery, "Save every Nth preview frame")
+        ->check(CLI::Range(0, 1000000));
+    app.add_flag("--save-raw", saving.raw, "Save uncompressed pictures too, as raw-001.y4m");
+    app.add_option("--patience", options.camera.patience,
+                   "Seconds that the camera may show no progress while something is waited for")
+        ->check(CLI::Range(0.1, 86400.0))
+        ->capture_default_str();
+    app.add_option("--trace", options.camera.trace,
+                   "Write everything that happens to this file, a JSON object a line");
 }
 
 /// The mode's first demonstration, as a person would type it.
 std::string example(const Mode& mode) {
+    std::vector<std::string> words = {"shoot", mode.name};
     const Demo demo = mode.demos().front();
-    std::string line = "Example:\n  kovcam shoot " + mode.name;
-    for (const std::string& argument : demo.arguments)
-        line += " " + argument;
-    return line + " -o out\n";
-}
-
-void printModes() {
-    std::printf("%-12s %5s  %s\n", "mode", "code", "what it does");
-    for (const auto& mode : allModes())
-        std::printf("%-12s %5d  %s\n", mode->name.c_str(), mode->code, mode->summary.c_str());
-}
-
-void printScenes() {
-    for (const auto& scene : scenes()) {
-        std::printf("scene:%-14s %s\n", scene.name.c_str(), scene.summary.c_str());
-        if (!scene.options.empty())
-            std::printf("%20s options: %s\n", "", scene.options.c_str());
-    }
+    words.insert(words.end(), demo.arguments.begin(), demo.arguments.end());
+    return "Example:\n  " + commandLine(words) + " -o out\n";
 }
 
 /// Opens a session, runs `work` in it, and closes it also when that fails: what was saved stays.
 template <typename Work>
-void inSession(CommonOptions& options, const std::string& source, const std::string& prefix, Work work) {
+void inSession(CommonOptions& options, const std::string& source, const std::string& mode, Work work) {
     options.camera.source = source;
-    options.camera.saving.prefix = prefix;
+    options.camera.saving.mode = mode;
     options.camera.parameters = parameters(options);
     Camera camera(options.camera);
     try {
         work(camera);
-    } catch (...) {
+    } catch (const Interrupted&) {
+        // In order; main knows the signal.
+    } catch (const Error&) {
         camera.close();
         throw;
     }
     camera.close();
-    for (const std::string& picture : camera.saver().pictures())
-        std::printf("%s\n", picture.c_str());
 }
 
 void shoot(Mode& mode, CommonOptions& options) {
@@ -158,42 +171,36 @@ void shoot(Mode& mode, CommonOptions& options) {
     });
 }
 
-void script(const std::string& path, CommonOptions& options) {
+void script(const std::string& path, bool checkOnly, CommonOptions& options) {
     if (options.sources.size() > 1)
         throw Error("too many sources; a script takes one, which may be turns:SOURCE|SOURCE");
     const std::vector<ScriptStep> steps = readScript(path);
-    if (options.camera.saving.folder.empty())
-        options.camera.saving.folder = kUsualFolder;
+    if (checkOnly)
+        return;
     inSession(options, options.sources.empty() ? kUsualSource : options.sources.front(), "picture",
               [&](Camera& camera) { runScript(steps, camera); });
 }
 
-void demo(const std::string& folder) {
-    const int failed = runDemo(folder);
+void demo(const std::string& folder, const std::string& mode) {
+    const int failed = runDemo(folder, mode);
     std::printf("The pictures are in %s; open %s/index.html\n", folder.c_str(), folder.c_str());
     if (failed)
         throw Error(std::to_string(failed) + " of the demonstrations failed; the page tells which");
 }
 
-int run(int argc, char** argv) {
-    CLI::App app("Plays the camera service and the application on top of libkovcameraadaptor.");
-    app.name("kovcam");
-    app.footer(kExamples);
-    app.set_version_flag("--version", "kovcam " KOV_VERSION);
-    app.require_subcommand(1);
-    std::string level;
-    app.add_option("--log", level, "Show the log from this level on")
-        ->check(CLI::IsMember({"verbose", "debug", "info", "warn", "error", "silent"}));
-    app.fallthrough();
-
+void addListings(CLI::App& app) {
     app.add_subcommand("modes", "List the capture modes")->footer("Example:\n  kovcam modes")->callback(printModes);
     app.add_subcommand("scenes", "List the built-in scenes")
         ->footer(
             "A scene and its options, as the source of a session:\n"
             "  kovcam shoot panorama -i 'scene:landscape?direction=left&seconds=12' -o out")
         ->callback(printScenes);
+    app.add_subcommand("commands", "List the commands of the modes")->callback(printCommands);
+    app.add_subcommand("messages", "List the messages of the camera and the modes")->callback(printMessages);
+    app.add_subcommand("formats", "List the sizes, formats and frame rates of the camera")->callback(printFormats);
+}
 
-    CommonOptions options;
+void addShooting(CLI::App& app, CommonOptions& options) {
     auto* shooting = app.add_subcommand("shoot", "Take pictures in a mode")
                          ->footer(std::string(kShootHelp) +
                                   "Example:\n  kovcam shoot single -i photo.jpg -o out --preview-size 1280x720 "
@@ -206,33 +213,95 @@ int run(int argc, char** argv) {
         mode->addOptions(own);
         command->callback([&options, &mode] { shoot(*mode, options); });
     }
+}
 
-    std::string scriptPath;
-    auto* scripting = app.add_subcommand("script", "Run a session script")->footer(kScriptHelp);
-    scripting->add_option("FILE", scriptPath, "The script")->required();
-    addCommonOptions(*scripting, options, false);
-    scripting->callback([&] { script(scriptPath, options); });
-
+/// Where the rest of the command line is kept while it is read.
+struct Values {
+    CommonOptions session;
+    std::string script;
+    bool checkOnly = false;
     std::string folder = "gallery";
-    auto* demonstrating = app.add_subcommand("demo", "Run every mode on built-in scenes and write a gallery page")
-                              ->footer("Example:\n  kovcam demo -o gallery\n");
-    demonstrating->add_option("-o,--output", folder, "Folder for the gallery")->capture_default_str();
-    demonstrating->callback([&] { demo(folder); });
+    std::string mode;
+    std::vector<std::string> folders;
+    std::string trace;
+    std::string drawing;
+    std::string level;
+};
 
-    app.parse_complete_callback([&] { setLogLevel(level.empty() ? "silent" : level); });
+void addCommands(CLI::App& app, Values& values) {
+    addListings(app);
+    addShooting(app, values.session);
+
+    auto* scripting = app.add_subcommand("script", "Run a session script")->footer(kScriptHelp);
+    scripting->add_option("FILE", values.script, "The script, or - for standard input")->required();
+    scripting->add_flag("--check", values.checkOnly, "Only tell what is wrong with it");
+    addCommonOptions(*scripting, values.session, false);
+    values.session.camera.saving.output = kUsualFolder;
+    scripting->callback([&values] { script(values.script, values.checkOnly, values.session); });
+
+    auto* demonstrating = app.add_subcommand("demo", "Run every mode on built-in scenes and write a gallery page")
+                              ->footer("Example:\n  kovcam demo -o gallery\n  kovcam demo panorama -o sweep\n");
+    demonstrating->add_option("MODE", values.mode, "Only this mode");
+    demonstrating->add_option("-o,--output", values.folder, "Folder for the gallery")->capture_default_str();
+    demonstrating->callback([&values] { demo(values.folder, values.mode); });
+
+    auto* tracing = app.add_subcommand("trace", "Draw a trace as text, or with -o as a page with a time line")
+                        ->footer("Example:\n  kovcam trace out/trace.jsonl -o out/trace.html\n");
+    tracing->add_option("FILE", values.trace, "What --trace wrote")->required();
+    tracing->add_option("-o,--output", values.drawing, "The page");
+    tracing->callback([&values] { drawTrace(values.trace, values.drawing); });
+}
+
+/// Says in one line what is wrong with the command line.
+int usageError(const CLI::App& app, const CLI::ParseError& error) {
+    const std::vector<std::string> unknown = app.remaining(true);
+    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError) && !unknown.empty())
+        std::fprintf(stderr, "kovcam: unknown command or mode \"%s\"; try --help\n", unknown.front().c_str());
+    else
+        std::fprintf(stderr, "kovcam: %s; try --help\n", error.what());
+    return kUsage;
+}
+
+/// "help shoot panorama" is "shoot panorama --help".
+std::vector<std::string> argumentsOf(int argc, char** argv) {
+    std::vector<std::string> arguments(argv + 1, argv + argc);
+    if (arguments.empty())
+        return {"--help"};
+    if (arguments.front() == "help") {
+        arguments.erase(arguments.begin());
+        arguments.emplace_back("--help");
+    }
+    std::ranges::reverse(arguments);  // as CLI11 wants them
+    return arguments;
+}
+
+int run(int argc, char** argv) {
+    CLI::App app("Plays the camera service and the application on top of libkovcameraadaptor.");
+    app.name("kovcam");
+    app.footer(kExamples);
+    app.set_version_flag("-V,--version", "kovcam " KOV_VERSION);
+    app.require_subcommand(1);
+    Values values;
+    app.add_option("--log", values.level, "Show the log from this level on (default: what KOV_LOG says, or silent)")
+        ->check(CLI::IsMember({"verbose", "debug", "info", "warn", "error", "silent"}));
+    app.fallthrough();
+    addCommands(app, values);
+    app.parse_complete_callback([&] {
+        const char* const wanted = std::getenv("KOV_LOG");
+        setLogLevel(!values.level.empty() ? values.level : wanted && *wanted ? wanted : "silent");
+    });
     try {
-        app.parse(argc, argv);
+        app.parse(argumentsOf(argc, argv));
     } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0)
-            return app.exit(error);
-        const std::vector<std::string> unknown = app.remaining(true);
-        if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError) && !unknown.empty())
-            std::fprintf(stderr, "kovcam: unknown command or mode \"%s\"; try --help\n", unknown.front().c_str());
-        else
-            std::fprintf(stderr, "kovcam: %s; try --help\n", error.what());
-        return error.get_exit_code();
+        return error.get_exit_code() == 0 ? app.exit(error) : usageError(app, error);
     }
     return 0;
+}
+
+void complain(const std::string& what) {
+    std::istringstream lines(what);
+    for (std::string line; std::getline(lines, line);)
+        std::fprintf(stderr, "kovcam: %s\n", line.c_str());
 }
 
 }  // namespace
@@ -240,13 +309,17 @@ int run(int argc, char** argv) {
 }  // namespace kov::cam
 
 int main(int argc, char** argv) {
+    using namespace kov::cam;
     cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
-    int status = kov::cam::kUserError;
+    watchSignals();
+    int status = kFailed;
     try {
-        status = kov::cam::run(argc, argv);
+        status = run(argc, argv);
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "kovcam: %s\n", error.what());
+        complain(error.what());
     }
+    if (endSignal() != 0)
+        status = kSignalled + endSignal();
     // At once: the camera's threads may still be on their way out, and destroying static objects would take away what
     // they use. All files are written.
     std::fflush(nullptr);

@@ -10,11 +10,17 @@ namespace kov::cam {
 using android::AutoMutex;
 
 namespace {
+
 constexpr double kMostSeconds = 1e6;  // what a wait in nanoseconds can hold
+
+int64_t after(double seconds) {
+    return systemTime() + static_cast<int64_t>(std::clamp(seconds, 0.0, kMostSeconds) * 1e9);
 }
 
+}  // namespace
+
 bool Inbox::next(Message* message, double seconds) {
-    const int64_t until = systemTime() + static_cast<int64_t>(std::clamp(seconds, 0.0, kMostSeconds) * 1e9);
+    const int64_t until = after(seconds);
     const AutoMutex held(mLock);
     while (mMessages.empty() && !mInterrupted) {
         const int64_t left = until - systemTime();
@@ -27,6 +33,14 @@ bool Inbox::next(Message* message, double seconds) {
     *message = std::move(mMessages.front());
     mMessages.pop_front();
     return true;
+}
+
+bool Inbox::pause(double seconds) {
+    const int64_t until = after(seconds);
+    const AutoMutex held(mLock);
+    while (!mInterrupted && systemTime() < until)
+        mArrived.waitRelative(mLock, until - systemTime());
+    return !mInterrupted;
 }
 
 void Inbox::interrupt() {

@@ -1,6 +1,7 @@
 // Waiting for messages.
 #pragma once
 
+#include <kov/annotations.h>
 #include <utils/threads.h>
 
 #include <cstdint>
@@ -28,6 +29,8 @@ class Inbox : public Listener {
 public:
     /// Takes the next message, waiting for it at most `seconds`. False when none came.
     bool next(Message* message, double seconds);
+    /// Lets `seconds` go by and leaves the messages where they are. False when it was interrupted.
+    bool pause(double seconds);
     /// Ends a wait that is under way, and each that comes, with false, until `resume`. Any thread; safe to call from a
     /// thread that waits for signals.
     void interrupt();

@@ -1,4 +1,4 @@
-// Names of modes, commands and messages, for people.
+// Names of commands and messages, for people. The modes describe theirs in shots/.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +11,7 @@ namespace kov::cam {
 struct NamedCode {
     int32_t code;
     std::string name;
+    std::string meaning;
 };
 
 /// "PANORAMA_PROGRESS" for 0xA00; empty when it has none.
@@ -21,8 +22,8 @@ std::string commandName(int32_t code);
 std::optional<int32_t> messageType(const std::string& name);
 std::optional<int32_t> commandCode(const std::string& name);
 /// All of them, in the order of their codes. Modes are selected by commands too: "MODE_PANORAMA".
-std::vector<NamedCode> allMessages();
-std::vector<NamedCode> allCommands();
+const std::vector<NamedCode>& allMessages();
+const std::vector<NamedCode>& allCommands();
 /// "0xA00".
 std::string hex(int32_t value);
 

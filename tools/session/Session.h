@@ -10,6 +10,7 @@
 #pragma once
 
 #include <camera/CameraHardwareInterface.h>
+#include <kov/annotations.h>
 #include <utils/threads.h>
 
 #include <atomic>
@@ -28,11 +29,11 @@ namespace kov::cam {
 struct SessionOptions {
     /// What the camera sees: scene:NAME, a picture, a video, a folder of pictures, /dev/videoN, turns:SOURCE|SOURCE, or
     /// push: for frames that the client pushes. Empty: the host's usual one.
-    std::string source;
+    std::string source = {};
     /// Camera parameters to set at once, as in {"preview-size", "1280x720"}. Others keep the camera's own values.
-    std::map<std::string, std::string> parameters;
+    std::map<std::string, std::string> parameters = {};
     /// Listeners that hear everything from the opening on.
-    std::vector<std::shared_ptr<Listener>> listeners;
+    std::vector<std::shared_ptr<Listener>> listeners = {};
 };
 
 /// One open camera. All operations may be called from any thread; those of several threads come in no particular order.

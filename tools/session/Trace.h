@@ -1,6 +1,7 @@
 // A record of a session, one JSON object a line.
 #pragma once
 
+#include <kov/annotations.h>
 #include <utils/threads.h>
 
 #include <fstream>

@@ -16,11 +16,10 @@ namespace {
 
 using namespace android;
 
-constexpr double kCreateSeconds = 60;
 
 class Action : public Mode {
 public:
-    Action() : Mode("action", KOV_MODE_ACTION, "shows a moving subject at several moments in one picture") {}
+    Action() : Mode(KOV_MODE_ACTION) {}
 
     void addOptions(Options& options) override {
         options.number("--stop-after", mSeconds, "End the series after so many seconds; it may end by itself earlier",
@@ -56,7 +55,7 @@ public:
         if (!creating)
             camera.session().sendCommand(ACTION_SHOT_STOP_CAPTURE);
         if (!finished)
-            camera.wait("picture", kCreateSeconds, look);
+            camera.wait("picture", look);
     }
 
     std::vector<Demo> demos() const override {

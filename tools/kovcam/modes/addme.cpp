@@ -14,17 +14,15 @@ namespace {
 using namespace android;
 
 constexpr int kFramesBefore = 12;  // of preview, as a person would take to frame the picture
-constexpr double kPictureSeconds = 15;
-constexpr double kMergeSeconds = 60;
 
 class AddMe : public Mode {
 public:
-    AddMe() : Mode("addme", KOV_MODE_ADDME, "merges two pictures into one with both people in it") {}
+    AddMe() : Mode(KOV_MODE_ADDME) {}
 
     size_t mostSources() const override { return 2; }
 
     std::string source(const std::vector<std::string>& sources) const override {
-        return sources.size() == 1 ? sources[0] : "turns:" + sources[0] + "|" + sources[1];
+        return sources.size() == 1 ? sources[0] : "turns:" + inList(sources[0]) + "|" + inList(sources[1]);
     }
 
     void addOptions(Options& options) override {
@@ -44,6 +42,14 @@ public:
     }
 
 private:
+    /// A source as it stands in a list.
+    static std::string inList(const std::string& source) {
+        std::string text;
+        for (const char c : source)
+            text += c == '|' || c == '\\' ? std::string{'\\', c} : std::string(1, c);
+        return text;
+    }
+
     static void askForPicture(Camera& camera) {
         camera.session().startPreview();  // a picture stops it
         camera.waitForFrames(kFramesBefore);
@@ -53,7 +59,7 @@ private:
     static void takeFirst(Camera& camera) {
         askForPicture(camera);
         bool refused = false;
-        camera.wait("first picture", kPictureSeconds, [&](const Message& message) {
+        camera.wait("first picture", [&](const Message& message) {
             refused = refused || message.type == CAMERA_MSG_ADDME_ERROR;
             return message.type == CAMERA_MSG_COMPRESSED_IMAGE;
         });
@@ -65,7 +71,7 @@ private:
         askForPicture(camera);
         Progress progress("merging");
         bool refused = false;
-        camera.wait("merged picture", kMergeSeconds, [&](const Message& message) {
+        camera.wait("merged picture", [&](const Message& message) {
             refused = refused || message.type == CAMERA_MSG_ADDME_ERROR;
             if (message.type == CAMERA_MSG_ADDME_PROGRESS)
                 progress.show(message.ext1);

@@ -15,14 +15,13 @@ namespace {
 using namespace android;
 
 constexpr int kFramesBefore = 12;  // of preview, as a person would take to frame the picture
-constexpr double kPictureSeconds = 60;
 
 const std::map<std::string, int32_t> kEffects = {
     {"cartoon", 0}, {"sketch", 1}, {"sketch-gray", 2}, {"stamp", 3}, {"none", 4}};
 
 class Cartoon : public Mode {
 public:
-    Cartoon() : Mode("cartoon", KOV_MODE_CARTOON, "draws preview and pictures as a cartoon, sketch or stamp") {}
+    Cartoon() : Mode(KOV_MODE_CARTOON) {}
 
     void addOptions(Options& options) override {
         options.choices("--effect", mEffects, "How to draw; a picture for each effect that is given",
@@ -37,7 +36,7 @@ public:
             camera.saver().nameNextPicture(effect);
             camera.session().takePicture();
             Progress progress(effect);
-            camera.wait("picture", kPictureSeconds, [&](const Message& message) {
+            camera.wait("picture", [&](const Message& message) {
                 if (message.type == CAMERA_MSG_CARTOON_PROGRESS)
                     progress.show(message.ext1);
                 return message.type == CAMERA_MSG_COMPRESSED_IMAGE;

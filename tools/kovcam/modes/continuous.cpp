@@ -1,6 +1,8 @@
 // Continuous: a burst of up to nine pictures.
 
+#include <algorithm>
 #include <cstdio>
+#include <tuple>
 
 #include "shots/Commands.h"
 #include "tools/kovcam/Camera.h"
@@ -16,12 +18,10 @@ using namespace android;
 
 constexpr int kMostFrames = 9;
 constexpr int kFramesBefore = 5;
-constexpr double kTakeSeconds = 15;
-constexpr double kEncodeSeconds = 60;
 
 class Continuous : public Mode {
 public:
-    Continuous() : Mode("continuous", KOV_MODE_CONTINUOUS, "takes a burst of up to nine pictures, with clicks") {}
+    Continuous() : Mode(KOV_MODE_CONTINUOUS) {}
 
     void addOptions(Options& options) override {
         options.number("--count", mCount, "Frames to take", 1, kMostFrames);
@@ -33,18 +33,21 @@ public:
         camera.waitForFrames(kFramesBefore);
         camera.session().sendCommand(CONTINUOUS_SHOT_SOUND, mMute ? 0 : 1);
         camera.session().sendCommand(CONTINUOUS_SHOT_START_CAPTURE);
-        camera.wait("frame of the burst", kTakeSeconds, [&](const Message& message) {
+        int taken = 0;
+        // Ended early by a signal, the burst delivers what it has.
+        std::ignore = camera.waitOrStop("frame of the burst", [&](const Message& message) {
             if (message.type != CAMERA_MSG_CONTINUOUS_FRAME_TAKEN)
                 return false;
-            std::fprintf(stderr, "frame %d of %d taken\n", message.ext1, mCount);
-            return message.ext1 >= mCount;
+            taken = message.ext1;
+            std::fprintf(stderr, "frame %d of %d taken\n", taken, mCount);
+            return taken >= mCount;
         });
         camera.session().sendCommand(CONTINUOUS_SHOT_STOP_CAPTURE);
         Progress progress("encoding");
         int pictures = 0;
-        camera.wait("picture of the burst", kEncodeSeconds, [&](const Message& message) {
+        camera.wait("picture of the burst", [&](const Message& message) {
             if (message.type == CAMERA_MSG_COMPRESSED_IMAGE)
-                progress.show(100 * ++pictures / mCount);
+                progress.show(100 * ++pictures / std::max(taken, 1));
             return message.type == CAMERA_MSG_CONTINUOUS_DELIVERED;
         });
     }

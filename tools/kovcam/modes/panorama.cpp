@@ -8,6 +8,7 @@
 #include "tools/kovcam/Options.h"
 #include "tools/kovcam/Progress.h"
 #include "tools/session/Error.h"
+#include "tools/session/Sources.h"
 
 namespace kov::cam {
 
@@ -16,11 +17,10 @@ namespace {
 using namespace android;
 
 constexpr int kFramesBefore = 5;
-constexpr double kStitchSeconds = 60;
 
 class Panorama : public Mode {
 public:
-    Panorama() : Mode("panorama", KOV_MODE_PANORAMA, "stitches a sweep of the camera into one wide picture") {}
+    Panorama() : Mode(KOV_MODE_PANORAMA) {}
 
     void addOptions(Options& options) override {
         options.choice("--direction", mDirection, "Way of the sweep, for scene:landscape and still pictures",
@@ -34,7 +34,10 @@ public:
         if (mDirection.empty())
             return source;
         const std::string option = source.starts_with("scene:") ? "direction=" + mDirection : "path=pan-" + mDirection;
-        return source + (source.find('?') == std::string::npos ? "?" : "&") + option;
+        const std::string turned = source + (source.find('?') == std::string::npos ? "?" : "&") + option;
+        if (!checkSource(turned).empty() && checkSource(source).empty())
+            throw Error("--direction is for scene:landscape and still pictures; " + source + " moves in its own way");
+        return turned;
     }
 
     void run(Camera& camera) override {
@@ -69,7 +72,7 @@ public:
         if (!stitching)
             camera.session().sendCommand(PANORAMA_SHOT_STOP);
         if (!finished)
-            camera.wait("panorama", kStitchSeconds, look);
+            camera.wait("panorama", look);
     }
 
     std::vector<Demo> demos() const override {

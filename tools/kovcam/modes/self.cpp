@@ -11,17 +11,16 @@ namespace {
 using namespace android;
 
 constexpr int kFramesBefore = 12;  // of preview, as a person would take to frame the picture
-constexpr double kPictureSeconds = 15;
 
 class Self : public Mode {
 public:
-    Self() : Mode("self", KOV_MODE_SELF, "takes the picture from the preview, at its size") {}
+    Self() : Mode(KOV_MODE_SELF) {}
 
     void run(Camera& camera) override {
         camera.session().startPreview();
         camera.waitForFrames(kFramesBefore);
         camera.session().takePicture();
-        camera.waitFor(CAMERA_MSG_COMPRESSED_IMAGE, kPictureSeconds);
+        camera.waitForPicture();
     }
 
     std::vector<Demo> demos() const override {

@@ -6,6 +6,7 @@
 #include "tools/kovcam/Camera.h"
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/Options.h"
+#include "tools/session/Error.h"
 
 namespace kov::cam {
 
@@ -14,11 +15,10 @@ namespace {
 using namespace android;
 
 constexpr int kFramesBefore = 3;
-constexpr double kPictureSeconds = 15;
 
 class Smile : public Mode {
 public:
-    Smile() : Mode("smile", KOV_MODE_SMILE, "frames faces in the preview and takes the picture when they smile") {}
+    Smile() : Mode(KOV_MODE_SMILE) {}
 
     void addOptions(Options& options) override {
         options.number("--timeout", mTimeout, "Seconds to wait for a smile", 1.0, 86400.0);
@@ -30,12 +30,11 @@ public:
         camera.saver().saveFrameOf(CAMERA_MSG_SMILE_DETECTED, "preview-smile");
         camera.session().sendCommand(SMILE_SHOT_DETECTION_START);
         camera.saver().saveNextFrame("preview-begin");
-        camera.wait("smile", mTimeout, [&](const Message& message) {
-            return message.kind == Message::Kind::Notify && message.type == CAMERA_MSG_SMILE_DETECTED;
-        });
+        if (!camera.waitAtMost(mTimeout, [](const Message& message) { return message.type == CAMERA_MSG_SMILE_DETECTED; }))
+            throw Error("nobody smiled in time; --timeout S waits longer");
         std::fprintf(stderr, "a smile: taking the picture\n");
         camera.session().takePicture();
-        camera.waitFor(CAMERA_MSG_COMPRESSED_IMAGE, kPictureSeconds);
+        camera.waitForPicture();
     }
 
     std::vector<Demo> demos() const override {
