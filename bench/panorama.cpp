@@ -4,6 +4,7 @@
 #include <panoramax/panoramax.h>
 
 #include <cstdlib>
+#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/stitching.hpp>
 #include <vector>
@@ -12,6 +13,8 @@
 #include "shots/Commands.h"
 #include "shots/panorama/ShotPanorama.h"
 #include "tests/support/FakeCameraHardware.h"
+#include "tests/support/HandHeldSweep.h"
+#include "tests/support/SceneFrames.h"
 #include "tests/support/ShotTest.h"
 
 namespace {
@@ -121,5 +124,92 @@ BENCHMARK(ownStitch)
     ->Name("stitching eight 640x480 frames/libPanoraMax1")
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
+
+/// A photograph as a wide (or tall) picture: enlarged until its short side suffices, mirrored on along the other.
+cv::Mat photograph(const std::string& file, cv::Size size) {
+    cv::Mat picture = cv::imread(file);
+    if (picture.empty())
+        return picture;
+    const double scale =
+        std::max(1.0, static_cast<double>(std::min(size.width, size.height)) / std::min(picture.cols, picture.rows));
+    cv::resize(picture, picture, {}, scale, scale, cv::INTER_CUBIC);
+    cv::copyMakeBorder(picture, picture, 0, std::max(0, size.height - picture.rows), 0,
+                       std::max(0, size.width - picture.cols), cv::BORDER_REFLECT);
+    return picture(cv::Rect({}, size)).clone();
+}
+
+struct Film {
+    const char* name;
+    const char* file;  // of a Debian package; empty for the drawn valley
+    bool upright;      // swept down rather than to the right
+};
+
+/// The time is that of the stitching; the counters tell what came out.
+void film(benchmark::State& state, Film film, kov::test::Hand hand) {
+    cv::Mat wide;
+    if (*film.file) {
+        wide = photograph(film.file, film.upright ? cv::Size(720, 2300) : cv::Size(3000, 560));
+    } else {
+        kov::camera::SourceOptions options(film.upright ? "direction=down" : "");
+        wide = kov::camera::Landscape(options).widePicture({740, 560});
+    }
+    if (wide.empty()) {
+        state.SkipWithError("the photograph is not installed");
+        return;
+    }
+    const px_allocator process = {std::malloc, std::free};
+    kov::test::Fit fit;
+    for (auto _ : state) {
+        state.PauseTiming();
+        kov::test::HandHeldSweep sweep(wide, {640, 480}, film.upright ? cv::Point2d(0, 27) : cv::Point2d(36, 0), hand);
+        px_instance engine = nullptr;
+        px_init(&process, nullptr, 0, &engine);
+        px_setParams(engine, 640, 480, 0, 640, 480, 0, kFrames, 15, 15, 100 << 20);
+        px_start(engine);
+        px_beginCapture(engine, 0);
+        px_status status = {};
+        for (int i = 0; i < sweep.count() && status.frame_count < kFrames; ++i) {
+            auto bytes = kov::test::toFrame(sweep.frame(i));
+            const px_image image = {0, 640, 480, {bytes.data(), bytes.data() + 640 * 480, nullptr}};
+            px_handleFrame(engine, &image, 0, &status);
+            if (status.status == 2)
+                px_addFrame(engine, &image, 0, &status);
+        }
+        px_endCapture(engine);
+        state.ResumeTiming();
+        uint32_t progress = 0;
+        while (progress < 100 && px_createPanorama(engine, &progress) == 0) {
+        }
+        state.PauseTiming();
+        px_image made = {};
+        if (px_getPanoramaImage(engine, &made) == 0)
+            fit = kov::test::fitOf(cv::Mat(made.height, made.width, CV_8U, made.plane[0]), kov::test::lumaOf(wide));
+        px_free(engine);
+        state.ResumeTiming();
+    }
+    state.counters["dB"] = fit.psnr;
+    state.counters["worst line (levels)"] = fit.worst;
+}
+
+const bool filmsRegistered = [] {
+    const char* const doc = "/usr/share/doc/opencv-doc/examples/data/";
+    const char* const skimage = "/usr/lib/python3/dist-packages/skimage/data/";
+    static const std::string files[] = {"", std::string(doc) + "building.jpg", std::string(doc) + "aloeL.jpg",
+                                        std::string(skimage) + "motorcycle_left.png"};
+    const char* const names[] = {"valley", "building", "plant", "motorcycle"};
+    const std::pair<const char*, kov::test::Hand> hands[] = {{"straight", {}}, {"turned by 2 degrees", {2, 3, 0.1, 3}}};
+    for (size_t i = 0; i < std::size(files); ++i)
+        for (const bool upright : {false, true})
+            for (const auto& [how, hand] : hands)
+                benchmark::RegisterBenchmark(
+                    (std::string("panorama film, 8 of 640x480/") + names[i] + (upright ? " down, " : " right, ") + how)
+                        .c_str(),
+                    film, Film{names[i], files[i].c_str(), upright}, hand)
+                    ->Unit(benchmark::kMillisecond)
+                    ->Iterations(1)
+                    ->Repetitions(2)
+                    ->UseRealTime();
+    return true;
+}();
 
 }  // namespace

@@ -27,11 +27,17 @@ constexpr int32_t kMomentsParameter = 0;
 constexpr int kLeastMoments = 3;  // after which a subject that leaves ends the series
 constexpr int kGoneFrames = 24;   // without the subject
 constexpr int kSteadyFrames = 2;  // with it, before it is taken
-constexpr int kOtherPlaces = 3;   // first frame, last frame, result
-constexpr int kMostViews = 8;     // of the background, beyond those
-constexpr int kViewStep = 10;     // frames between two views, at first
-constexpr int kMargin = 4;        // pixels between two places of the subject
+constexpr int kMostMoments = 24;
+constexpr int kOtherPlaces = 2;    // first frame, last frame
+constexpr int kEnoughMoments = 4;  // that the places hold: otherwise frames are kept smaller
+constexpr int kMostViews = 8;      // of the background, beyond those
+constexpr int kViewStep = 10;      // frames between two views, at first
+constexpr int kMargin = 4;         // pixels between two places of the subject
+constexpr int kLeastSide = 16;
 constexpr int kMostSide = 4096;
+
+/// How much smaller than the preview frames may be kept.
+constexpr double kReductions[] = {1, 1.5, 2, 3, 4};
 
 // The shot draws its marks at these distances from what it is told.
 const cv::Point kSubjectMark(16, 24);
@@ -50,10 +56,11 @@ struct Taken {
 
 class Engine {
 public:
-    Engine(cv::Size size, uint8_t* memory, size_t bytes) : mSize(size) { addPlaces(memory, bytes); }
+    Engine(cv::Size size, uint8_t* memory, size_t bytes);
 
-    bool hasPlaces() const { return mPlaces.size() > kOtherPlaces; }
-    void setWanted(int moments) { mWanted = std::max(moments, 1); }
+    /// The memory holds the result, and what it is made of.
+    bool hasPlaces() const { return mBytes >= bytesOf(mSize) && mPlaces.size() > kOtherPlaces; }
+    void setWanted(int moments) { mWanted = std::clamp(moments, 1, kMostMoments); }
     bool lend(uint8_t** blocks, int count, size_t size);
     bool takeBack();
     void cancel();
@@ -61,12 +68,12 @@ public:
     bool connected() const { return mSeen > 0; }
     int32_t handle(const OPT_API_ASImage& frame);
     void show(ActionShot_DisplayData* data) const;
-    int32_t progress() const { return static_cast<int32_t>(100 * mTaken.size() / static_cast<size_t>(most())); }
+    int32_t progress() const { return std::min(100, 100 * static_cast<int32_t>(mTaken.size()) / std::max(most(), 1)); }
     bool create(int32_t* progress, OPT_API_ASImage* result);
 
 private:
-    size_t frameBytes() const { return static_cast<size_t>(mSize.area()) * 3 / 2; }
-    void addPlaces(uint8_t* memory, size_t bytes);
+    static size_t bytesOf(cv::Size size) { return static_cast<size_t>(size.area()) * 3 / 2; }
+    static cv::Size keptSize(cv::Size size, size_t bytes);
     uint8_t* place(size_t index) const {
         return index < mPlaces.size() ? mPlaces[index] : mLent[index - mPlaces.size()];
     }
@@ -79,6 +86,9 @@ private:
     void finishResult();
 
     const cv::Size mSize;
+    uint8_t* const mMemory;  // the working memory; the result lies at its beginning
+    const size_t mBytes;
+    const cv::Size mKept;           // of the frames in the places
     std::vector<uint8_t*> mPlaces;  // for frames, in the working memory
     std::vector<uint8_t*> mLent;    // likewise, in the temporary blocks
     int mWanted = 8;
@@ -101,16 +111,32 @@ private:
     int mStepsDone = 0;
 };
 
-void Engine::addPlaces(uint8_t* memory, size_t bytes) {
-    for (; memory && bytes >= frameBytes(); memory += frameBytes(), bytes -= frameBytes())
-        mPlaces.push_back(memory);
+/// The largest size of which the memory holds enough frames.
+cv::Size Engine::keptSize(cv::Size size, size_t bytes) {
+    cv::Size kept;
+    for (const double reduction : kReductions) {
+        kept = {cvFloor(size.width / reduction / 2) * 2, cvFloor(size.height / reduction / 2) * 2};
+        if (bytes / bytesOf(kept) >= kOtherPlaces + kEnoughMoments ||
+            std::min(kept.width, kept.height) < 2 * kLeastSide)
+            break;
+    }
+    return kept;
+}
+
+Engine::Engine(cv::Size size, uint8_t* memory, size_t bytes)
+    : mSize(size), mMemory(memory), mBytes(bytes), mKept(keptSize(size, bytes)) {
+    const size_t count = std::min<size_t>(bytes / bytesOf(mKept), kOtherPlaces + kMostMoments + kMostViews);
+    for (size_t i = 0; i < count; ++i)
+        mPlaces.push_back(memory + i * bytesOf(mKept));
 }
 
 bool Engine::lend(uint8_t** blocks, int count, size_t size) {
     if (!mLent.empty() || count < 1)
         return false;
-    for (int i = 0; i < count && size >= frameBytes(); ++i)
-        mLent.push_back(blocks[i]);
+    for (int i = 0; i < count && size >= bytesOf(mKept); ++i) {
+        if (blocks[i])
+            mLent.push_back(blocks[i]);
+    }
     return true;
 }
 
@@ -149,9 +175,16 @@ bool Engine::start() {
 }
 
 void Engine::keep(const OPT_API_ASImage& frame, uint8_t* place) const {
-    const size_t luma = static_cast<size_t>(mSize.area());
-    gMemory.copy(place, frame.plane[0], luma);
-    gMemory.copy(place + luma, frame.plane[1], luma / 2);
+    uint8_t* const chroma = place + static_cast<size_t>(mKept.area());
+    if (mKept == mSize) {
+        gMemory.copy(place, frame.plane[0], static_cast<size_t>(mSize.area()));
+        gMemory.copy(chroma, frame.plane[1], static_cast<size_t>(mSize.area()) / 2);
+        return;
+    }
+    cv::Mat smallLuma(mKept, CV_8U, place);
+    cv::Mat smallChroma(mKept / 2, CV_8UC2, chroma);
+    cv::resize(cv::Mat(mSize, CV_8U, frame.plane[0]), smallLuma, mKept, 0, 0, cv::INTER_AREA);
+    cv::resize(cv::Mat(mSize / 2, CV_8UC2, frame.plane[1]), smallChroma, mKept / 2, 0, 0, cv::INTER_AREA);
 }
 
 /// Keeps a frame now and then, so that the background can be told from what passes by. Spread over the whole series:
@@ -238,28 +271,38 @@ void Engine::show(ActionShot_DisplayData* data) const {
 }
 
 void Engine::prepareResult() {
-    const auto view = [&](uint8_t* memory) { return cv::Mat(mSize.height * 3 / 2, mSize.width, CV_8U, memory); };
-    std::vector<Moment> moments = {{view(place(0)), {}, {}}};
+    const double scale = static_cast<double>(mKept.width) / mSize.width;
+    const auto moment = [&](uint8_t* memory, cv::Point2d shift, const cv::Rect& subject) {
+        const cv::Rect kept(cvFloor(subject.x * scale), cvFloor(subject.y * scale), cvCeil(subject.width * scale),
+                            cvCeil(subject.height * scale));
+        return Moment{cv::Mat(mKept.height * 3 / 2, mKept.width, CV_8U, memory), shift * scale,
+                      kept & cv::Rect({}, mKept)};
+    };
+    std::vector<Moment> moments = {moment(place(0), {}, {})};
     for (const Taken& taken : mTaken)
-        moments.push_back({view(taken.place), taken.shift, taken.subject});
+        moments.push_back(moment(taken.place, taken.shift, taken.subject));
     for (size_t i = 0; i < mViewsUsed; ++i)
-        moments.push_back({view(mViews[i].place), mViews[i].shift, {}});
+        moments.push_back(moment(mViews[i].place, mViews[i].shift, {}));
     mCompose = std::make_unique<Compose>(std::move(moments));
     mStepsDone = 0;
     mRunning = false;
 }
 
-/// Puts the picture into the result's place, semi-planar with V first.
+/// Puts the picture into the memory, at the preview's size, semi-planar with V first. The frames that lay there are not
+/// needed any more.
 void Engine::finishResult() {
-    const cv::Mat& picture = mCompose->picture();
-    uint8_t* const to = place(2);
-    cv::Mat luma(mSize, CV_8U, to);
+    cv::Mat picture = mCompose->picture();
+    if (mKept != mSize)
+        cv::resize(picture, picture, mSize, 0, 0, cv::INTER_CUBIC);
+    cv::Mat luma(mSize, CV_8U, mMemory);
     cv::extractChannel(picture, luma, 0);
     cv::Mat pairs(mSize, CV_8UC2);
     const int order[] = {1, 0, 2, 1};
     cv::mixChannels(&picture, 1, &pairs, 1, order, 2);
-    cv::Mat chroma(mSize / 2, CV_8UC2, to + mSize.area());
+    cv::Mat chroma(mSize / 2, CV_8UC2, mMemory + mSize.area());
     cv::resize(pairs, chroma, chroma.size(), 0, 0, cv::INTER_AREA);
+    mCompose.reset();
+    mTaken.clear();
 }
 
 bool Engine::create(int32_t* progress, OPT_API_ASImage* result) {
@@ -274,16 +317,26 @@ bool Engine::create(int32_t* progress, OPT_API_ASImage* result) {
         return true;
     }
     finishResult();
-    mCompose.reset();
-    *result = {0, mSize.width, mSize.height, {place(2), place(2) + mSize.area(), nullptr}};
+    *result = {0, mSize.width, mSize.height, {mMemory, mMemory + mSize.area(), nullptr}};
     *progress = 100;
     return false;
 }
 
 namespace {
-Engine* engineOf(ActionShot_Handle handle) {
-    return static_cast<Engine*>(handle);
+
+/// Calls into an engine. Without one, and when something is thrown, which never leaves the library, the answer is
+/// `failed`.
+template <typename Call>
+int32_t guarded(ActionShot_Handle engine, int32_t failed, Call call) {
+    if (!engine)
+        return failed;
+    try {
+        return static_cast<int32_t>(call(*static_cast<Engine*>(engine)));
+    } catch (...) {
+        return failed;
+    }
 }
+
 }  // namespace
 
 }  // namespace kov::action
@@ -291,18 +344,27 @@ Engine* engineOf(ActionShot_Handle handle) {
 using namespace kov::action;
 
 void ActionShot_SetMemoryFunctions(const ActionShot_MemoryFunctions* functions) {
-    gMemory = *functions;
+    if (functions && functions->copy)
+        gMemory = *functions;
 }
 
 int32_t ActionShot_Initialize(ActionShot_Handle* engine, int32_t width, int32_t height, void* work_memory,
                               uint32_t work_memory_size) {
-    if (!engine || !work_memory || !gMemory.copy || width < 16 || height < 16 || width % 2 || height % 2 ||
+    if (!engine)
+        return 0;
+    *engine = nullptr;
+    if (!work_memory || !gMemory.copy || width < kLeastSide || height < kLeastSide || width % 2 || height % 2 ||
         width > kMostSide || height > kMostSide)
         return 0;
-    auto made = std::make_unique<Engine>(cv::Size(width, height), static_cast<uint8_t*>(work_memory), work_memory_size);
-    if (!made->hasPlaces())
+    try {
+        auto made =
+            std::make_unique<Engine>(cv::Size(width, height), static_cast<uint8_t*>(work_memory), work_memory_size);
+        if (!made->hasPlaces())
+            return 0;
+        *engine = made.release();
+    } catch (...) {
         return 0;
-    *engine = made.release();
+    }
     return 1;
 }
 
@@ -312,51 +374,59 @@ void ActionShot_SetSceneCompletionActivationMode(ActionShot_Handle, int32_t) {} 
 
 void ActionShot_SetConfigurationParameter(ActionShot_Handle engine, int32_t parameter, int32_t value) {
     if (engine && parameter == kMomentsParameter)
-        engineOf(engine)->setWanted(value);
+        static_cast<Engine*>(engine)->setWanted(value);
 }
 
 int32_t ActionShot_SetTempMemory(ActionShot_Handle engine, uint8_t** blocks, int32_t count, int32_t size) {
-    return engine && blocks && size > 0 && engineOf(engine)->lend(blocks, count, static_cast<size_t>(size));
+    if (!blocks || size <= 0)
+        return 0;
+    return guarded(engine, 0, [&](Engine& self) { return self.lend(blocks, count, static_cast<size_t>(size)); });
 }
 
 int32_t ActionShot_UnsetTempMemory(ActionShot_Handle engine) {
-    return engine && engineOf(engine)->takeBack();
+    return guarded(engine, 0, [](Engine& self) { return self.takeBack(); });
 }
 
 void ActionShot_CancelSeries(ActionShot_Handle engine) {
     if (engine)
-        engineOf(engine)->cancel();
+        static_cast<Engine*>(engine)->cancel();
 }
 
 int32_t ActionShot_StartSeries(ActionShot_Handle engine) {
-    return engine && engineOf(engine)->start();
+    return guarded(engine, 0, [](Engine& self) { return self.start(); });
 }
 
 int32_t ActionShot_IsConnected(ActionShot_Handle engine) {
-    return engine && engineOf(engine)->connected();
+    return guarded(engine, 0, [](Engine& self) { return self.connected(); });
 }
 
 int32_t ActionShot_HandleFrame(ActionShot_Handle engine, const OPT_API_ASImage* frame) {
-    return engine && frame ? engineOf(engine)->handle(*frame) : kEnded;
+    if (!frame)
+        return kEnded;
+    return guarded(engine, kEnded, [&](Engine& self) { return self.handle(*frame); });
 }
 
 void ActionShot_GetAcquisitionDisplayData(ActionShot_Handle engine, ActionShot_DisplayData* data) {
+    if (!data)
+        return;
     data->count = 0;
     if (engine)
-        engineOf(engine)->show(data);
+        static_cast<Engine*>(engine)->show(data);
 }
 
 int32_t ActionShot_AcquisitionProgress(ActionShot_Handle engine) {
-    return engine ? engineOf(engine)->progress() : 0;
+    return guarded(engine, 0, [](Engine& self) { return self.progress(); });
 }
 
 int32_t ActionShot_CreateResult(ActionShot_Handle engine, int32_t* progress, OPT_API_ASImage* result) {
-    return engine && progress && result && engineOf(engine)->create(progress, result);
+    if (!progress || !result)
+        return 0;
+    return guarded(engine, 0, [&](Engine& self) { return self.create(progress, result); });
 }
 
 void ActionShot_Finalize(ActionShot_Handle* engine) {
     if (!engine)
         return;
-    delete engineOf(*engine);
+    delete static_cast<Engine*>(*engine);
     *engine = nullptr;
 }

@@ -2,7 +2,6 @@
 
 #include <caps/caps.h>
 
-#include <exception>
 #include <limits>
 #include <map>
 #include <memory>
@@ -102,12 +101,12 @@ caps_result code(Status status) {
     return static_cast<caps_result>(status);
 }
 
-/// Runs an operation; what goes wrong within OpenCV or for lack of memory becomes a status.
+/// Runs an operation; whatever is thrown within, by OpenCV or for lack of memory, becomes a status.
 template <typename Operation>
 caps_result run(Operation operation) {
     try {
         return code(operation());
-    } catch (const std::exception&) {
+    } catch (...) {
         return code(Status::Internal);
     }
 }

@@ -14,6 +14,7 @@ namespace {
 
 constexpr int kFlattenings = 4;
 constexpr double kColorReach = 24;  // grey levels that flattening joins
+constexpr double kSoftness = 0.8;     // pixels at half the work size: no stairs where a tone is drawn larger
 constexpr float kStep = 28;         // grey levels of luma from one flat tone to the next
 constexpr float kStepSharpness = 4.4f;
 constexpr double kLeastFlatness = 0.3;  // share of the steps in luma where it changes slowly: skies keep their gradient
@@ -24,77 +25,89 @@ constexpr float kInk = 20;                         // luma
 
 class Cartoon : public Look {
 public:
-    explicit Cartoon(const Picture& picture);
+    void prepare(const Picture& picture, const Effect& effect, int detail) override;
     void draw(Picture& band, int row) const override;
 
 private:
+    void flatten(const Picture& picture, cv::Size small, double unit);
+    void findStepShare(double unit);
+    void findLines(const cv::Mat& luma, cv::Size work, double unit);
     void drawLuma(cv::Mat& luma, int row) const;
     void drawChroma(Picture& band, int row) const;
 
-    const cv::Size mWork;
-    const cv::Size mSmall;
-    const Sampler mCoarse;        // from the small size to luma
-    const Sampler mFine;          // from the work size to luma
-    const Sampler mFineToChroma;  // and to chroma
-    const Sampler mSmallToChroma;
+    Sampler mCoarse;        // from the small size to luma
+    Sampler mFine;          // from the work size to luma
+    Sampler mFineToChroma;  // and to chroma
+    Sampler mSmallToChroma;
     cv::Mat mTone;       // flat luma
-    cv::Mat mStepShare;  // small
+    cv::Mat mStepShare;  // how much of the steps luma takes at each place, small
     cv::Mat mLines;
     cv::Mat mU, mV;  // flat chroma about 0, small
+
+    std::array<cv::Mat, 3> mPlanes;  // small
+    cv::Mat mFlat, mNext;            // of all planes, small
+    cv::Mat mSmallTone, mX, mY;
+    cv::Mat mReduced, mSmooth, mSmoothField;
+    LineFinder mLineFinder;
 };
 
-/// How much of the steps luma takes at each place.
-cv::Mat stepShare(const cv::Mat& tone, double unit) {
-    cv::Mat x, y;
-    cv::Sobel(tone, x, CV_32F, 1, 0, 3, 1 / 8.0);
-    cv::Sobel(tone, y, CV_32F, 0, 1, 3, 1 / 8.0);
-    cv::Mat share = kLeastFlatness + (cv::abs(x) + cv::abs(y)) * (0.2 * unit);
-    cv::GaussianBlur(share, share, {}, 1.5 * unit);
-    return cv::min(share, 1.0);
-}
-
-/// Luma without the fine grain that makes no outline.
-cv::Mat smoothLuma(const cv::Mat& luma, cv::Size work, double unit) {
-    cv::Mat reduced, smooth;
-    cv::resize(luma, reduced, work, 0, 0, cv::INTER_AREA);
-    cv::bilateralFilter(reduced, smooth, 2 * cvRound(1.5 * unit) + 1, 30, 2 * unit);
-    smooth.convertTo(smooth, CV_32F);
-    return smooth;
-}
-
-Cartoon::Cartoon(const Picture& picture)
-    : mWork(workSize(picture.size())),
-      mSmall(halved(mWork)),
-      mCoarse(mSmall, picture.size()),
-      mFine(mWork, picture.size()),
-      mFineToChroma(mWork, picture.u.size()),
-      mSmallToChroma(mSmall, picture.u.size()) {
-    const double unit = workUnit(mWork);
-    std::array<cv::Mat, 3> planes;
-    cv::resize(picture.y, planes[0], mSmall, 0, 0, cv::INTER_AREA);
-    cv::resize(picture.u, planes[1], mSmall, 0, 0, cv::INTER_AREA);
-    cv::resize(picture.v, planes[2], mSmall, 0, 0, cv::INTER_AREA);
-    cv::Mat flat, next;
-    cv::merge(planes.data(), planes.size(), flat);
-    const double reach = 2.5 * unit;
+void Cartoon::flatten(const Picture& picture, cv::Size small, double unit) {
+    cv::resize(picture.y, mPlanes[0], small, 0, 0, cv::INTER_AREA);
+    cv::resize(picture.u, mPlanes[1], small, 0, 0, cv::INTER_AREA);
+    cv::resize(picture.v, mPlanes[2], small, 0, 0, cv::INTER_AREA);
+    cv::merge(mPlanes.data(), mPlanes.size(), mFlat);
     for (int i = 0; i < kFlattenings; ++i) {
-        cv::bilateralFilter(flat, next, 2 * cvRound(1.5 * unit) + 1, kColorReach, reach);
-        std::swap(flat, next);
+        cv::bilateralFilter(mFlat, mNext, 2 * cvRound(1.5 * unit) + 1, kColorReach, 2.5 * unit);
+        std::swap(mFlat, mNext);
     }
-    cv::split(flat, planes.data());
-    planes[0].convertTo(mTone, CV_32F);
-    cv::GaussianBlur(mTone, mTone, {}, 0.5 * unit);
-    mStepShare = stepShare(mTone, unit);
-    cv::resize(mTone, mTone, mWork, 0, 0, cv::INTER_CUBIC);
-    mLines = findLines(smoothLuma(picture.y, mWork, unit), 1.1 * unit);
-    dropSpecks(mLines, kLineFrom, cvRound(kLeastLine * unit * unit), 0);
-    planes[1].convertTo(mU, CV_32F, 1, -128);
-    planes[2].convertTo(mV, CV_32F, 1, -128);
+}
+
+void Cartoon::findStepShare(double unit) {
+    cv::Sobel(mSmallTone, mX, CV_32F, 1, 0, 3, 1 / 8.0);
+    cv::Sobel(mSmallTone, mY, CV_32F, 0, 1, 3, 1 / 8.0);
+    mStepShare.create(mSmallTone.size(), CV_32F);
+    const float gain = static_cast<float>(0.2 * unit);
+    for (int y = 0; y < mStepShare.rows; ++y) {
+        const float* const across = mX.ptr<float>(y);
+        const float* const down = mY.ptr<float>(y);
+        float* const share = mStepShare.ptr<float>(y);
+        for (int x = 0; x < mStepShare.cols; ++x)
+            share[x] = kLeastFlatness + (std::abs(across[x]) + std::abs(down[x])) * gain;
+    }
+    cv::GaussianBlur(mStepShare, mStepShare, {}, 1.5 * unit);
+    cv::min(mStepShare, 1.0, mStepShare);
+}
+
+/// Outlines of luma without the fine grain that makes none.
+void Cartoon::findLines(const cv::Mat& luma, cv::Size work, double unit) {
+    cv::resize(luma, mReduced, work, 0, 0, cv::INTER_AREA);
+    cv::bilateralFilter(mReduced, mSmooth, 2 * cvRound(1.5 * unit) + 1, 30, 2 * unit);
+    mSmooth.convertTo(mSmoothField, CV_32F);
+    mLines = mLineFinder.find(mSmoothField, 1.1 * unit);
+    mLineFinder.dropSpecks(mLines, kLineFrom, cvRound(kLeastLine * unit * unit), 0);
+}
+
+void Cartoon::prepare(const Picture& picture, const Effect&, int detail) {
+    const cv::Size work = workSize(picture.size(), detail), small = halved(work);
+    const double unit = workUnit(work);
+    mCoarse.set(small, picture.size());
+    mFine.set(work, picture.size());
+    mFineToChroma.set(work, picture.u.size());
+    mSmallToChroma.set(small, picture.u.size());
+    flatten(picture, small, unit);
+    cv::split(mFlat, mPlanes.data());
+    mPlanes[0].convertTo(mSmallTone, CV_32F);
+    cv::GaussianBlur(mSmallTone, mSmallTone, {}, kSoftness * unit);
+    findStepShare(unit);
+    cv::resize(mSmallTone, mTone, work, 0, 0, cv::INTER_CUBIC);
+    findLines(picture.y, work, unit);
+    mPlanes[1].convertTo(mU, CV_32F, 1, -128);
+    mPlanes[2].convertTo(mV, CV_32F, 1, -128);
 }
 
 /// Luma in steps with soft edges.
 float stepped(float tone) {
-    const float place = std::max(tone, 0.0f) / kStep;
+    const float place = std::max(tone, 0.0f) * (1 / kStep);
     const auto whole = static_cast<float>(static_cast<int>(place));
     const float t = std::clamp((place - whole - 0.5f) * kStepSharpness + 0.5f, 0.0f, 1.0f);
     return (whole + t * t * (3 - 2 * t)) * kStep;
@@ -137,8 +150,8 @@ void Cartoon::draw(Picture& band, int row) const {
 
 }  // namespace
 
-std::unique_ptr<Look> makeCartoon(const Picture& picture) {
-    return std::make_unique<Cartoon>(picture);
+std::unique_ptr<Look> makeCartoon() {
+    return std::make_unique<Cartoon>();
 }
 
 }  // namespace kov::caps

@@ -4,41 +4,47 @@
 
 namespace kov::caps {
 
-std::vector<Sampler::Place> Sampler::places(int field, int picture) {
-    std::vector<Place> all(picture);
+void Sampler::findPlaces(int field, int picture, std::vector<Place>& places) {
+    places.resize(static_cast<size_t>(picture));
     const double step = static_cast<double>(field) / picture;
     for (int i = 0; i < picture; ++i) {
         // Pixel centres lie half a pixel from the edge in both.
         const double place = std::clamp((i + 0.5) * step - 0.5, 0.0, field - 1.0);
         const int at = std::min(static_cast<int>(place), std::max(field - 2, 0));
-        all[i] = {at, static_cast<float>(place - at)};
+        places[static_cast<size_t>(i)] = {at, static_cast<float>(place - at)};
     }
-    return all;
 }
 
-Sampler::Sampler(cv::Size field, cv::Size picture)
-    : mPicture(picture),
-      mSame(field == picture),
-      mColumns(mSame ? std::vector<Place>() : places(field.width, picture.width)),
-      mRows(mSame ? std::vector<Place>() : places(field.height, picture.height)) {}
+void Sampler::set(cv::Size field, cv::Size picture) {
+    if (field == mField && picture == mPicture)
+        return;
+    mField = field;
+    mPicture = picture;
+    findPlaces(field.width, picture.width, mColumns);
+    findPlaces(field.height, picture.height, mRows);
+}
 
 const float* Sampler::row(const cv::Mat& field, int y, std::vector<float>& room) const {
-    if (mSame)
+    if (mField == mPicture)
         return field.ptr<float>(y);
-    room.resize(mPicture.width);
-    const Place across = mRows[y];
+    // First between two rows of the field, which is short, then along the picture's row.
+    const int width = mField.width;
+    room.resize(static_cast<size_t>(mPicture.width + 2 * width));
+    float* const out = room.data();
+    float* const between = out + mPicture.width;
+    float* const slope = between + width;
+    const Place across = mRows[static_cast<size_t>(y)];
     const float* const above = field.ptr<float>(across.at);
     const float* const below = field.ptr<float>(std::min(across.at + 1, field.rows - 1));
-    const int next = field.cols > 1 ? 1 : 0;
-    for (int x = 0; x < mPicture.width; ++x) {
-        const Place place = mColumns[x];
-        const float* const a = above + place.at;
-        const float* const b = below + place.at;
-        const float upper = a[0] + (a[next] - a[0]) * place.share;
-        const float lower = b[0] + (b[next] - b[0]) * place.share;
-        room[x] = upper + (lower - upper) * across.share;
-    }
-    return room.data();
+    for (int x = 0; x < width; ++x)
+        between[x] = above[x] + (below[x] - above[x]) * across.share;
+    for (int x = 0; x + 1 < width; ++x)
+        slope[x] = between[x + 1] - between[x];
+    slope[width - 1] = 0;
+    const Place* const columns = mColumns.data();
+    for (int x = 0; x < mPicture.width; ++x)
+        out[x] = between[columns[x].at] + slope[columns[x].at] * columns[x].share;
+    return out;
 }
 
 }  // namespace kov::caps

@@ -5,7 +5,8 @@
 #include <algorithm>
 #include <cmath>
 #include <opencv2/imgproc.hpp>
-#include <vector>
+
+#include "host/caps/Field.h"
 
 namespace kov::caps {
 
@@ -20,22 +21,33 @@ void blur(const cv::Mat& from, cv::Mat& to, double sigma) {
     cv::GaussianBlur(from, to, {side, side}, sigma, sigma, cv::BORDER_REPLICATE);
 }
 
-/// The directions of edges at half the size of `luma`, as unit vectors along them; zero where there is no edge.
-cv::Mat edgeDirections(const cv::Mat& luma, double sigma) {
-    cv::Mat half, x, y;
-    cv::resize(luma, half, {(luma.cols + 1) / 2, (luma.rows + 1) / 2}, 0, 0, cv::INTER_LINEAR);
-    cv::Sobel(half, x, CV_32F, 1, 0);
-    cv::Sobel(half, y, CV_32F, 0, 1);
+}  // namespace
+
+void toField(const cv::Mat& luma, cv::Size size, cv::Mat& reduced, cv::Mat& field) {
+    cv::resize(luma, reduced, size, 0, 0, cv::INTER_AREA);
+    reduced.convertTo(field, CV_32F);
+}
+
+/// The directions of the edges of `mFine` at half its size; zero where there is no edge.
+void LineFinder::findDirections(double sigma) {
+    cv::resize(mFine, mHalf, {(mFine.cols + 1) / 2, (mFine.rows + 1) / 2}, 0, 0, cv::INTER_LINEAR);
+    cv::Sobel(mHalf, mX, CV_32F, 1, 0);
+    cv::Sobel(mHalf, mY, CV_32F, 0, 1);
     // A gradient and its opposite are one direction: their products can be averaged, they themselves cannot.
-    cv::Mat products;
-    const cv::Mat all[] = {x.mul(x), x.mul(y), y.mul(y)};
-    cv::merge(all, 3, products);
-    blur(products, products, sigma / 2);
-    cv::Mat directions(half.size(), CV_32FC2);
-    for (int row = 0; row < half.rows; ++row) {
-        const auto* const in = products.ptr<cv::Vec3f>(row);
-        auto* const out = directions.ptr<cv::Vec2f>(row);
-        for (int i = 0; i < half.cols; ++i) {
+    mProducts.create(mHalf.size(), CV_32FC3);
+    for (int row = 0; row < mHalf.rows; ++row) {
+        const float* const x = mX.ptr<float>(row);
+        const float* const y = mY.ptr<float>(row);
+        auto* const out = mProducts.ptr<cv::Vec3f>(row);
+        for (int i = 0; i < mHalf.cols; ++i)
+            out[i] = {x[i] * x[i], x[i] * y[i], y[i] * y[i]};
+    }
+    blur(mProducts, mProducts, sigma / 2);
+    mDirections.create(mHalf.size(), CV_32FC2);
+    forRows(mHalf.rows, [&](int row) {
+        const auto* const in = mProducts.ptr<cv::Vec3f>(row);
+        auto* const out = mDirections.ptr<cv::Vec2f>(row);
+        for (int i = 0; i < mHalf.cols; ++i) {
             const float xx = in[i][0], xy = in[i][1], yy = in[i][2];
             const float strongest = (xx + yy + std::sqrt((xx - yy) * (xx - yy) + 4 * xy * xy)) / 2;
             const float alongX = xx - strongest;
@@ -43,78 +55,72 @@ cv::Mat edgeDirections(const cv::Mat& luma, double sigma) {
             // Without a mixed product an edge that is not level is upright.
             out[i] = length > 1e-3f ? cv::Vec2f(alongX / length, xy / length) : cv::Vec2f(0, xx > yy ? 1.0f : 0.0f);
         }
-    }
-    return directions;
+    });
 }
 
-/// Averages `field` along `directions`, which has half its size, over `kAlong` samples to each side, `step` pixels
-/// apart. `result` has the size of `field`.
-void averageAlong(const cv::Mat& field, const cv::Mat& directions, float step, cv::Mat& result) {
+/// Averages `mWide` along the directions over `kAlong` samples to each side, `step` pixels apart, into `mFine`.
+void LineFinder::averageAlong(float step) {
     float weights[kAlong + 1] = {1};
     float sum = 1;
     for (int i = 1; i <= kAlong; ++i) {
         weights[i] = std::exp(-3.0f * i * i / (kAlong * kAlong));
         sum += 2 * weights[i];
     }
+    for (float& weight : weights)
+        weight /= sum;
     const int margin = cvCeil(step * kAlong) + 1;
-    cv::Mat wide;
-    cv::copyMakeBorder(field, wide, margin, margin, margin, margin, cv::BORDER_REPLICATE);
-    const auto stride = static_cast<int>(wide.step1());
-    cv::parallel_for_({0, field.rows}, [&](const cv::Range& rows) {
-        for (int y = rows.start; y < rows.end; ++y) {
-            const float* const in = wide.ptr<float>(y + margin) + margin;
-            const auto* const along = directions.ptr<cv::Vec2f>(y / 2);
-            float* const out = result.ptr<float>(y);
-            for (int x = 0; x < field.cols; ++x) {
-                const cv::Vec2f reach = along[x / 2] * step;
-                float total = in[x];
-                for (int i = 1; i <= kAlong; ++i) {
-                    const int offset = cvRound(reach[1] * i) * stride + cvRound(reach[0] * i);
-                    total += weights[i] * (in[x + offset] + in[x - offset]);
-                }
-                out[x] = total / sum;
-            }
+    cv::copyMakeBorder(mWide, mBordered, margin, margin, margin, margin, cv::BORDER_REPLICATE);
+    const auto stride = static_cast<int>(mBordered.step1());
+    const auto averaged = [&](const float* in, const int* offsets) {
+        float total = in[0] * weights[0];
+        for (int i = 1; i <= kAlong; ++i)
+            total += weights[i] * (in[offsets[i]] + in[-offsets[i]]);
+        return total;
+    };
+    forRows(mDirections.rows, [&](int half) {
+        const auto* const along = mDirections.ptr<cv::Vec2f>(half);
+        const int y = 2 * half;
+        const float* const in = mBordered.ptr<float>(y + margin) + margin;
+        float* const out = mFine.ptr<float>(y);
+        float* const below = y + 1 < mFine.rows ? mFine.ptr<float>(y + 1) : nullptr;
+        int offsets[kAlong + 1] = {};
+        for (int x = 0; x < mFine.cols; ++x) {
+            if (x % 2 == 0)  // a direction counts for two by two pixels
+                for (int i = 1; i <= kAlong; ++i)
+                    offsets[i] = cvRound(along[x / 2][1] * step * i) * stride + cvRound(along[x / 2][0] * step * i);
+            out[x] = averaged(in + x, offsets);
+            if (below)
+                below[x] = averaged(in + stride + x, offsets);
         }
     });
 }
 
-}  // namespace
-
-cv::Mat lumaField(const cv::Mat& luma, cv::Size size) {
-    cv::Mat result;
-    cv::resize(luma, result, size, 0, 0, cv::INTER_AREA);
-    result.convertTo(result, CV_32F);
-    return result;
-}
-
-cv::Mat findLines(const cv::Mat& luma, double sigma) {
-    cv::Mat fine, wide;
-    blur(luma, fine, sigma);
-    blur(luma, wide, 1.6 * sigma);
-    const cv::Mat directions = edgeDirections(fine, 1.2 * sigma);
-    cv::Mat& darkness = wide;  // memory is what takes time here: it is used again
+cv::Mat& LineFinder::find(const cv::Mat& luma, double sigma) {
+    blur(luma, mFine, sigma);
+    blur(luma, mWide, 1.6 * sigma);
+    findDirections(1.2 * sigma);
     for (int y = 0; y < luma.rows; ++y) {
-        const float* const place = fine.ptr<float>(y);
-        float* const around = wide.ptr<float>(y);
+        const float* const place = mFine.ptr<float>(y);
+        float* const around = mWide.ptr<float>(y);
         for (int x = 0; x < luma.cols; ++x)
             around[x] = (around[x] - place[x]) * 100 / (around[x] + kDarkest);
     }
-    averageAlong(darkness, directions, static_cast<float>(1.2 * sigma), fine);
-    return fine;
+    averageAlong(static_cast<float>(1.2 * sigma));
+    return mFine;
 }
 
-void dropSpecks(cv::Mat& field, float level, int leastArea, float value) {
-    cv::Mat labels;
-    std::vector<int> areas(cv::connectedComponents(field > level, labels, 8, CV_32S), 0);
+void LineFinder::dropSpecks(cv::Mat& field, float level, int leastArea, float value) {
+    cv::compare(field, level, mAbove, cv::CMP_GT);
+    mAreas.assign(static_cast<size_t>(cv::connectedComponents(mAbove, mLabels, 8, CV_32S)), 0);
     for (int y = 0; y < field.rows; ++y)
         for (int x = 0; x < field.cols; ++x)
-            ++areas[labels.ptr<int>(y)[x]];
-    areas[0] = leastArea;  // what is not above the level
+            ++mAreas[static_cast<size_t>(mLabels.ptr<int>(y)[x])];
+    mAreas[0] = leastArea;  // what is not above the level
     for (int y = 0; y < field.rows; ++y) {
         float* const values = field.ptr<float>(y);
-        const int* const label = labels.ptr<int>(y);
+        const int* const label = mLabels.ptr<int>(y);
         for (int x = 0; x < field.cols; ++x)
-            if (areas[label[x]] < leastArea)
+            if (mAreas[static_cast<size_t>(label[x])] < leastArea)
                 values[x] = value;
     }
 }
@@ -135,7 +141,7 @@ void stretch(cv::Mat& luma, double mostGain) {
     const double middle = (low + high) / 2.0;
     const double reach = (high - low) * gain / 2;
     const double target = reach >= 127.5 ? 127.5 : std::clamp(middle, reach, 255 - reach);
-    luma = luma * gain + (target - middle * gain);
+    luma.convertTo(luma, -1, gain, target - middle * gain);
 }
 
 }  // namespace kov::caps

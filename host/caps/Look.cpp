@@ -8,23 +8,30 @@ namespace kov::caps {
 
 namespace {
 
-constexpr int kWorkSide = 1280;
 constexpr double kUnitSide = 640;
 constexpr double kLeastUnit = 0.5;  // lines keep their substance in very small pictures
 constexpr int kStripe = 16;         // rows, even: what one thread draws at a time
 
+/// Calls `draw` for stripes of `rows` rows, on all processors.
+template <typename Draw>
+void forStripes(int rows, Draw draw) {
+    cv::parallel_for_({0, (rows + kStripe - 1) / kStripe}, [&](const cv::Range& share) {
+        for (int i = share.start; i < share.end; ++i)
+            draw(cv::Range(i * kStripe, std::min((i + 1) * kStripe, rows)));
+    });
+}
+
 }  // namespace
 
-std::unique_ptr<Look> makeLook(const Effect& effect, const Picture& picture) {
-    switch (effect.kind) {
+std::unique_ptr<Look> makeLook(Effect::Kind kind) {
+    switch (kind) {
         case Effect::Kind::Cartoon:
-            return makeCartoon(picture);
+            return makeCartoon();
         case Effect::Kind::ColorSketch:
-            return makeSketch(picture, true);
         case Effect::Kind::GreySketch:
-            return makeSketch(picture, false);
+            return makeSketch();
         case Effect::Kind::Stamp:
-            return makeStamp(picture, effect.smoothness, effect.threshold);
+            return makeStamp();
         case Effect::Kind::None:
             break;
     }
@@ -35,19 +42,26 @@ Picture drawBand(const Look* look, const Picture& picture, cv::Range rows) {
     if (!look)
         return picture.band(rows);
     Picture band({picture.size().width, rows.size()});
-    const int stripes = (rows.size() + kStripe - 1) / kStripe;
-    cv::parallel_for_({0, stripes}, [&](const cv::Range& share) {
-        for (int i = share.start; i < share.end; ++i) {
-            const cv::Range part(i * kStripe, std::min((i + 1) * kStripe, rows.size()));
-            Picture stripe = band.band(part);
-            look->draw(stripe, rows.start + part.start);
-        }
+    forStripes(rows.size(), [&](const cv::Range& part) {
+        Picture stripe = band.band(part);
+        look->draw(stripe, rows.start + part.start);
     });
     return band;
 }
 
-cv::Size workSize(cv::Size picture) {
-    const double factor = std::min(1.0, static_cast<double>(kWorkSide) / std::max(picture.width, picture.height));
+void drawFrame(const Look& look, cv::Size size, uint8_t* frame) {
+    forStripes(size.height, [&](const cv::Range& rows) {
+        Picture stripe;
+        stripe.y = lumaOf(frame, size).rowRange(rows);
+        stripe.u.create(rows.size() / 2, size.width / 2, CV_8U);
+        stripe.v.create(rows.size() / 2, size.width / 2, CV_8U);
+        look.draw(stripe, rows.start);
+        writeFrame(stripe, rows.start, frame, size);
+    });
+}
+
+cv::Size workSize(cv::Size picture, int detail) {
+    const double factor = std::min(1.0, static_cast<double>(detail) / std::max(picture.width, picture.height));
     return {std::max(1, cvRound(picture.width * factor)), std::max(1, cvRound(picture.height * factor))};
 }
 

@@ -25,18 +25,19 @@ Picture Picture::band(cv::Range rows) const {
     return part;
 }
 
-Picture readFrame(const uint8_t* frame, cv::Size size) {
-    auto* const pixels = const_cast<uint8_t*>(frame);  // cv::Mat knows no constant memory
-    Picture picture(size);
-    cv::Mat(size, CV_8U, pixels).copyTo(picture.y);
+void readFrame(const uint8_t* frame, cv::Size size, Picture& picture) {
+    picture.y = lumaOf(frame, size);
+    picture.u.create(size / 2, CV_8U);
+    picture.v.create(size / 2, CV_8U);
     std::array<cv::Mat, 2> chroma = {picture.v, picture.u};
-    cv::split(cv::Mat(size / 2, CV_8UC2, pixels + size.area()), chroma.data());
-    return picture;
+    const uint8_t* const pairs = frame + size.area();
+    cv::split(cv::Mat(size / 2, CV_8UC2, const_cast<uint8_t*>(pairs)), chroma.data());
 }
 
 void writeFrame(const Picture& band, int row, uint8_t* frame, cv::Size size) {
-    cv::Mat luma(band.size(), CV_8U, frame + static_cast<size_t>(row) * size.width);
-    band.y.copyTo(luma);
+    cv::Mat luma = lumaOf(frame, size).rowRange(row, row + band.size().height);
+    if (luma.data != band.y.data)
+        band.y.copyTo(luma);
     cv::Mat pairs(band.u.size(), CV_8UC2, frame + size.area() + static_cast<size_t>(row / 2) * size.width);
     const std::array<cv::Mat, 2> chroma = {band.v, band.u};
     cv::merge(chroma.data(), chroma.size(), pairs);

@@ -32,8 +32,13 @@ inline size_t frameBytes(cv::Size size) {
     return static_cast<size_t>(size.area()) * 3 / 2;
 }
 
-/// A copy of a semi-planar frame, V before U.
-Picture readFrame(const uint8_t* frame, cv::Size size);
+/// The luma of a frame, in place.
+inline cv::Mat lumaOf(const uint8_t* frame, cv::Size size) {
+    return cv::Mat(size, CV_8U, const_cast<uint8_t*>(frame));  // cv::Mat knows no constant memory
+}
+
+/// A semi-planar frame, V before U, as a picture: its luma in place, its chroma copied into the memory of `picture`.
+void readFrame(const uint8_t* frame, cv::Size size, Picture& picture);
 
 /// Writes `band`, whose first row is the even `row` of the frame, into a semi-planar frame of `size`, V before U.
 void writeFrame(const Picture& band, int row, uint8_t* frame, cv::Size size);

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <exception>
+#include <mutex>
 #include <utility>
 
 #include "host/caps/JpegReader.h"
@@ -14,6 +15,40 @@ namespace {
 
 cv::Size turnedSize(cv::Size size, int quarters) {
     return quarters % 2 ? cv::Size(size.height, size.width) : size;
+}
+
+/// What a frame is rendered with.
+struct FrameTools {
+    Effect::Kind kind = Effect::Kind::None;
+    std::unique_ptr<Look> look;  // null for none
+    Picture picture;
+};
+
+/// The tools of the last frame. A preview renders frame after frame in sessions of their own; with the tools it keeps
+/// their memory.
+struct Spare {
+    std::mutex lock;
+    FrameTools tools;  // guarded by the lock
+};
+Spare& spare() {
+    static Spare* const instance = new Spare;  // used by threads that outlive static objects
+    return *instance;
+}
+
+FrameTools takeFrameTools(Effect::Kind kind) {
+    FrameTools tools;
+    {
+        const std::lock_guard held(spare().lock);
+        std::swap(tools, spare().tools);
+    }
+    if (tools.kind != kind)
+        return {kind, makeLook(kind), {}};
+    return tools;
+}
+
+void keepFrameTools(FrameTools tools) {
+    const std::lock_guard held(spare().lock);
+    std::swap(tools, spare().tools);
 }
 
 }  // namespace
@@ -75,15 +110,22 @@ cv::Size Session::size() const {
     return turnedSize(std::visit([](const auto& source) { return source.size; }, mSource), mQuarters);
 }
 
-std::optional<Picture> Session::load(cv::Size size) const {
-    std::optional<Picture> picture;
+std::optional<Picture> Session::read(Picture room) const {
     if (const auto* const jpeg = std::get_if<JpegSource>(&mSource))
-        picture = readJpeg(jpeg->data, jpeg->bytes);
+        room = readJpeg(jpeg->data, jpeg->bytes).value_or(Picture());
     else
-        picture = readFrame(std::get<FrameSource>(mSource).data, std::get<FrameSource>(mSource).size);
+        readFrame(std::get<FrameSource>(mSource).data, std::get<FrameSource>(mSource).size, room);
+    return room.size().empty() ? std::nullopt : std::optional(turned(room, mQuarters));
+}
+
+std::optional<Picture> Session::load(cv::Size size) const {
+    std::optional<Picture> picture = read();
     if (!picture)
         return {};
-    return scaled(turned(*picture, mQuarters), evenSize(size));
+    *picture = scaled(*picture, evenSize(size));
+    if (std::holds_alternative<FrameSource>(mSource))
+        picture->y = picture->y.clone();
+    return picture;
 }
 
 Rendering::Rendering(Picture picture, const Session& session, cv::Size size, size_t mostBytes)
@@ -95,8 +137,11 @@ int Rendering::firstRow(int step) const {
 }
 
 Status Rendering::work(std::vector<uint8_t>& stream) {
-    if (mSteps == 0)
-        mLook = makeLook(mEffect, mPicture);
+    if (mSteps == 0) {
+        mLook = makeLook(mEffect.kind);
+        if (mLook)
+            mLook->prepare(mPicture, mEffect, kPictureDetail);
+    }
     const cv::Range rows(firstRow(mSteps), firstRow(mSteps + 1));
     if (!rows.empty() && !mWriter.write(drawBand(mLook.get(), mPicture, rows)))
         return Status::BufferFull;
@@ -118,11 +163,20 @@ Status Rendering::step(std::vector<uint8_t>& stream) {
 
 Status renderFrame(const Session& session, uint8_t* frame) {
     const cv::Size size = session.size();
-    const std::optional<Picture> picture = session.load(size);
+    const Effect& effect = session.effect();
+    FrameTools tools = takeFrameTools(effect.kind);
+    std::optional<Picture> picture = session.read(std::move(tools.picture));
     if (!picture)
         return Status::BadJpeg;
-    const std::unique_ptr<Look> look = makeLook(session.effect(), *picture);
-    writeFrame(drawBand(look.get(), *picture, {0, size.height}), 0, frame, size);
+    if (tools.look) {
+        tools.look->prepare(*picture, effect, kFrameDetail);
+        drawFrame(*tools.look, size, frame);
+    } else {
+        writeFrame(*picture, 0, frame, size);
+    }
+    tools.picture = std::move(*picture);
+    tools.picture.y.release();  // it may be the caller's
+    keepFrameTools(std::move(tools));
     return Status::Good;
 }
 

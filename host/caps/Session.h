@@ -49,7 +49,10 @@ public:
     void sketch(bool color);
     Status setQuality(float quality);
 
-    /// The source, turned, at exactly `size` made even; nothing when it cannot be decoded.
+    /// The source, turned; nothing when it cannot be decoded. Luma may be the source's own pixels. What is copied goes
+    /// into the memory of `room` where that fits.
+    std::optional<Picture> read(Picture room = {}) const;
+    /// The same at exactly `size` made even, with pixels of its own.
     std::optional<Picture> load(cv::Size size) const;
     /// Size of the source after its rotation.
     cv::Size size() const;

@@ -1,5 +1,6 @@
 // Sketches: pencil on paper, in grey or with colour washes.
 
+#include <algorithm>
 #include <cmath>
 #include <opencv2/imgproc.hpp>
 
@@ -15,6 +16,7 @@ constexpr float kPaper = 252;                      // luma
 constexpr float kGraphite = 45;                    // luma of the darkest stroke
 constexpr float kLineFrom = 0.5f, kLineTo = 4.5f;  // percent of a line: nothing, and full graphite
 constexpr int kTile = 512;                         // pixels of a 640 x 480 picture
+constexpr double kTileUnit = 640;  // pixels on the long side of a picture whose tiles are not enlarged
 constexpr double kMostTileScale = 4;
 constexpr double kMostContrast = 1.8;
 constexpr float kWash = 60;  // luma of the darkest wash below paper
@@ -68,7 +70,7 @@ const Strokes& allStrokes() {
 }
 
 cv::Mat tileAt(const cv::Mat& tile, double scale) {
-    if (scale <= 1)
+    if (scale == 1)
         return tile;
     cv::Mat result;
     cv::resize(tile, result, {}, scale, scale, cv::INTER_CUBIC);
@@ -77,51 +79,58 @@ cv::Mat tileAt(const cv::Mat& tile, double scale) {
 
 class Sketch : public Look {
 public:
-    Sketch(const Picture& picture, bool color);
+    void prepare(const Picture& picture, const Effect& effect, int detail) override;
     void draw(Picture& band, int row) const override;
 
 private:
+    void prepareTiles(cv::Size picture);
     void drawLuma(cv::Mat& luma, int row) const;
     void drawChroma(Picture& band, int row) const;
     /// How much of the paper a stroke covers.
     float drawn(const Hatching& hatching, float shade, uint8_t place) const {
         const float at = hatching.from + (hatching.to - hatching.from) / 255 * static_cast<float>(place);
-        return ramp(shade, at - kSoftness, at + kSoftness) * (mColor ? hatching.washOpacity : hatching.opacity);
+        return ramp(shade - at, -kSoftness, kSoftness) * (mColor ? hatching.washOpacity : hatching.opacity);
     }
 
-    const bool mColor;
-    const cv::Size mWork;
-    const cv::Size mSmall;
-    const Sampler mSampler;
-    const Sampler mToChroma;
+    bool mColor = false;
+    Sampler mSampler;
+    Sampler mToChroma;
     cv::Mat mShade;  // 0 paper to 1 darkest
     cv::Mat mLines;
     cv::Mat mU, mV;         // of the wash, about 0, small
     cv::Mat mLight, mDark;  // tiles at the picture's size
+    double mTileScale = 0;
+
+    cv::Mat mReduced, mLuma;
+    LineFinder mLineFinder;
 };
 
-Sketch::Sketch(const Picture& picture, bool color)
-    : mColor(color),
-      mWork(workSize(picture.size())),
-      mSmall(halved(mWork)),
-      mSampler(mWork, picture.size()),
-      mToChroma(mSmall, picture.u.size()) {
-    const double unit = workUnit(mWork);
-    cv::Mat luma = lumaField(picture.y, mWork);
-    stretch(luma, kMostContrast);
-    mLines = findLines(luma, 0.9 * unit);
-    cv::Mat smooth;
-    cv::GaussianBlur(luma, smooth, {}, 2 * unit);
-    mShade = 1 - smooth / 255;
-    const double scale = std::min(kMostTileScale, std::max(picture.size().width, picture.size().height) / 640.0);
+void Sketch::prepareTiles(cv::Size picture) {
+    const double scale = std::clamp(std::max(picture.width, picture.height) / kTileUnit, 1.0, kMostTileScale);
+    if (scale == mTileScale)
+        return;
     mLight = tileAt(allStrokes().light, scale);
     mDark = tileAt(allStrokes().dark, scale);
-    if (!color)
+    mTileScale = scale;
+}
+
+void Sketch::prepare(const Picture& picture, const Effect& effect, int detail) {
+    const cv::Size work = workSize(picture.size(), detail), small = halved(work);
+    const double unit = workUnit(work);
+    mColor = effect.kind == Effect::Kind::ColorSketch;
+    mSampler.set(work, picture.size());
+    mToChroma.set(small, picture.u.size());
+    toField(picture.y, work, mReduced, mLuma);
+    stretch(mLuma, kMostContrast);
+    mLines = mLineFinder.find(mLuma, 0.9 * unit);
+    cv::GaussianBlur(mLuma, mShade, {}, 2 * unit);
+    mShade.convertTo(mShade, -1, -1 / 255.0, 1);
+    prepareTiles(picture.size());
+    if (!mColor)
         return;
     for (const auto& [plane, field] : {std::pair(&picture.u, &mU), {&picture.v, &mV}}) {
-        cv::Mat reduced;
-        cv::resize(*plane, reduced, mSmall, 0, 0, cv::INTER_AREA);
-        reduced.convertTo(*field, CV_32F, 1, -128);
+        cv::resize(*plane, mReduced, small, 0, 0, cv::INTER_AREA);
+        mReduced.convertTo(*field, CV_32F, 1, -128);
         cv::GaussianBlur(*field, *field, {}, 1.5 * unit);
     }
 }
@@ -170,8 +179,8 @@ void Sketch::draw(Picture& band, int row) const {
 
 }  // namespace
 
-std::unique_ptr<Look> makeSketch(const Picture& picture, bool color) {
-    return std::make_unique<Sketch>(picture, color);
+std::unique_ptr<Look> makeSketch() {
+    return std::make_unique<Sketch>();
 }
 
 }  // namespace kov::caps

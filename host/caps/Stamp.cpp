@@ -1,6 +1,7 @@
 // Stamp: ink on paper, two tones.
 
 #include <algorithm>
+#include <cmath>
 #include <opencv2/imgproc.hpp>
 
 #include "host/caps/Field.h"
@@ -22,20 +23,9 @@ constexpr float kLineGain = 6;
 constexpr double kLeastShape = 20;  // pixels of a 640 x 480 picture, for each degree of smoothness
 constexpr float kFar = 4;           // pixels
 
-/// The mean luma round each place, `reach` pixels far.
-cv::Mat surroundings(const cv::Mat& luma, double reach) {
-    constexpr int kPart = 8;
-    cv::Mat small, result;
-    const cv::Size size(std::max(1, luma.cols / kPart), std::max(1, luma.rows / kPart));
-    cv::resize(luma, small, size, 0, 0, cv::INTER_AREA);
-    cv::GaussianBlur(small, small, {}, reach / kPart, reach / kPart, cv::BORDER_REFLECT);
-    cv::resize(small, result, luma.size(), 0, 0, cv::INTER_LINEAR);
-    return result;
-}
-
 /// How much ink each place takes: grey levels that it is below its threshold, or lines are above theirs, to `kClip`.
-/// In the memory of `luma`.
-cv::Mat inkOf(cv::Mat luma, const cv::Mat& around, const cv::Mat& lines, float threshold) {
+/// In place of `luma`.
+void inkOf(cv::Mat& luma, const cv::Mat& around, const cv::Mat& lines, float threshold) {
     for (int y = 0; y < luma.rows; ++y) {
         float* const values = luma.ptr<float>(y);
         const float* const near = around.ptr<float>(y);
@@ -45,55 +35,67 @@ cv::Mat inkOf(cv::Mat luma, const cv::Mat& around, const cv::Mat& lines, float t
             values[x] = std::clamp(std::max(tone, (line[x] - kLeastLine) * kLineGain), -kClip, kClip);
         }
     }
-    return luma;
-}
-
-/// Turns a smooth field into distances from where it is 0, in pixels, up to `kFar`.
-void toDistances(cv::Mat& field) {
-    cv::Mat x, y, slope;
-    cv::Sobel(field, x, CV_32F, 1, 0, 3, 1 / 8.0);
-    cv::Sobel(field, y, CV_32F, 0, 1, 3, 1 / 8.0);
-    cv::magnitude(x, y, slope);
-    for (int row = 0; row < field.rows; ++row) {
-        float* const values = field.ptr<float>(row);
-        const float* const steep = slope.ptr<float>(row);
-        for (int i = 0; i < field.cols; ++i)
-            values[i] = std::clamp(values[i] / (steep[i] + 1e-3f), -kFar, kFar);
-    }
 }
 
 class Stamp : public Look {
 public:
-    Stamp(const Picture& picture, int smoothness, int threshold);
+    void prepare(const Picture& picture, const Effect& effect, int detail) override;
     void draw(Picture& band, int row) const override;
 
 private:
-    const cv::Size mWork;
-    const Sampler mSampler;
+    void findSurroundings(double reach);
+    void toDistances();
+
+    Sampler mSampler;
     cv::Mat mInk;     // pixels from the edge of a shape, positive within
     float mEdge = 0;  // half a pixel of the picture
+
+    cv::Mat mReduced, mFlat, mLuma, mSmall, mAround, mX, mY;
+    LineFinder mLineFinder;
 };
 
-Stamp::Stamp(const Picture& picture, int smoothness, int threshold)
-    : mWork(workSize(picture.size())), mSampler(mWork, picture.size()) {
-    const double unit = workUnit(mWork);
-    const double sigma = (0.4 + 0.4 * smoothness) * unit;
-    cv::Mat reduced, flat, luma;
-    cv::resize(picture.y, reduced, mWork, 0, 0, cv::INTER_AREA);
-    cv::bilateralFilter(reduced, flat, 2 * cvRound(2 * unit) + 1, 40, 3 * unit);
-    flat.convertTo(luma, CV_32F);
-    const cv::Mat lines = findLines(luma, sigma);
-    stretch(luma, kMostContrast);
-    const cv::Mat around = surroundings(luma, kReach * unit);
-    mInk = inkOf(luma, around, lines, static_cast<float>(threshold));
-    cv::GaussianBlur(mInk, mInk, {}, sigma);
-    toDistances(mInk);
-    const int least = cvRound(kLeastShape * (smoothness + 1) * unit * unit);
-    dropSpecks(mInk, -1, least, -kFar);
-    mInk *= -1;  // the same for specks of paper
-    dropSpecks(mInk, -1, least, -kFar);
-    mInk *= -1;
-    mEdge = 0.5f * mWork.width / picture.size().width;
+/// The mean luma round each place, `reach` pixels far.
+void Stamp::findSurroundings(double reach) {
+    constexpr int kPart = 8;
+    const cv::Size size(std::max(1, mLuma.cols / kPart), std::max(1, mLuma.rows / kPart));
+    cv::resize(mLuma, mSmall, size, 0, 0, cv::INTER_AREA);
+    cv::GaussianBlur(mSmall, mSmall, {}, reach / kPart, reach / kPart, cv::BORDER_REFLECT);
+    cv::resize(mSmall, mAround, mLuma.size(), 0, 0, cv::INTER_LINEAR);
+}
+
+/// Turns the smooth field of ink into distances from where it is 0, in pixels, up to `kFar`.
+void Stamp::toDistances() {
+    cv::Sobel(mInk, mX, CV_32F, 1, 0, 3, 1 / 8.0);
+    cv::Sobel(mInk, mY, CV_32F, 0, 1, 3, 1 / 8.0);
+    for (int row = 0; row < mInk.rows; ++row) {
+        float* const values = mInk.ptr<float>(row);
+        const float* const x = mX.ptr<float>(row);
+        const float* const y = mY.ptr<float>(row);
+        for (int i = 0; i < mInk.cols; ++i)
+            values[i] = std::clamp(values[i] / (std::sqrt(x[i] * x[i] + y[i] * y[i]) + 1e-3f), -kFar, kFar);
+    }
+}
+
+void Stamp::prepare(const Picture& picture, const Effect& effect, int detail) {
+    const cv::Size work = workSize(picture.size(), detail);
+    const double unit = workUnit(work);
+    const double sigma = (0.4 + 0.4 * effect.smoothness) * unit;
+    mSampler.set(work, picture.size());
+    cv::resize(picture.y, mReduced, work, 0, 0, cv::INTER_AREA);
+    cv::bilateralFilter(mReduced, mFlat, 2 * cvRound(2 * unit) + 1, 40, 3 * unit);
+    mFlat.convertTo(mLuma, CV_32F);
+    const cv::Mat& lines = mLineFinder.find(mLuma, sigma);
+    stretch(mLuma, kMostContrast);
+    findSurroundings(kReach * unit);
+    inkOf(mLuma, mAround, lines, static_cast<float>(effect.threshold));
+    cv::GaussianBlur(mLuma, mInk, {}, sigma);
+    toDistances();
+    const int least = cvRound(kLeastShape * (effect.smoothness + 1) * unit * unit);
+    mLineFinder.dropSpecks(mInk, -1, least, -kFar);
+    mInk.convertTo(mInk, -1, -1);  // the same for specks of paper
+    mLineFinder.dropSpecks(mInk, -1, least, -kFar);
+    mInk.convertTo(mInk, -1, -1);
+    mEdge = 0.5f * work.width / picture.size().width;
 }
 
 void Stamp::draw(Picture& band, int row) const {
@@ -110,8 +112,8 @@ void Stamp::draw(Picture& band, int row) const {
 
 }  // namespace
 
-std::unique_ptr<Look> makeStamp(const Picture& picture, int smoothness, int threshold) {
-    return std::make_unique<Stamp>(picture, smoothness, threshold);
+std::unique_ptr<Look> makeStamp() {
+    return std::make_unique<Stamp>();
 }
 
 }  // namespace kov::caps

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <opencv2/imgproc.hpp>
-#include <opencv2/video/tracking.hpp>
 
 namespace kov::panorama {
 
@@ -13,11 +12,6 @@ namespace {
 
 constexpr double kReducedSide = 160;  // of the longer side, in pixels
 constexpr double kKeyReach = 0.15;    // of the frame: how far it may move from the key frame before that is replaced
-
-// The search for the fraction of a pixel.
-constexpr int kFineSteps = 30;
-constexpr double kFineChange = 1e-5;
-constexpr int kFineSmoothing = 3;  // pixels
 
 cv::Size reduced(cv::Size size, double scale) {
     return {cvRound(size.width / scale), cvRound(size.height / scale)};
@@ -68,18 +62,6 @@ Motion measure(const cv::Mat& before, const cv::Mat& after) {
     Motion motion{};
     motion.offset = -cv::phaseCorrelate(first, second, hanning(first.size()), &motion.confidence);
     return motion;
-}
-
-cv::Point2d sharpen(const cv::Mat& before, const cv::Mat& after, cv::Point2d rough) {
-    cv::Mat shift = (cv::Mat_<float>(2, 3) << 1, 0, -rough.x, 0, 1, -rough.y);
-    const cv::TermCriteria criteria(cv::TermCriteria::COUNT | cv::TermCriteria::EPS, kFineSteps, kFineChange);
-    try {
-        cv::findTransformECC(before, after, shift, cv::MOTION_TRANSLATION, criteria, cv::noArray(), kFineSmoothing);
-    } catch (const cv::Exception&) {
-        return rough;  // nothing to hold on to, such as a clear sky
-    }
-    const cv::Point2d fine(-shift.at<float>(0, 2), -shift.at<float>(1, 2));
-    return cv::norm(fine - rough) < 1 ? fine : rough;
 }
 
 }  // namespace kov::panorama

@@ -37,7 +37,4 @@ constexpr double kLeastConfidence = 0.05;
 /// The camera's motion between two equally large luma pictures, to about a pixel.
 Motion measure(const cv::Mat& before, const cv::Mat& after);
 
-/// The same from a motion known to about a pixel, to a few hundredths; different exposures do not matter.
-cv::Point2d sharpen(const cv::Mat& before, const cv::Mat& after, cv::Point2d rough);
-
 }  // namespace kov::panorama

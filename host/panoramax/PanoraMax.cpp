@@ -26,12 +26,14 @@ enum Result : int32_t {
     kNothingAdded = 4,
     kNoMatch = 5,
     kAborted = 6,
+    kNotMoved = 7,
 };
 
 constexpr int32_t kLeastSide = 64;
 constexpr int32_t kMostSide = 4096;
 constexpr double kStride = 0.45;       // of the frame, between frames that are added
 constexpr double kClearMotion = 0.03;  // of the frame, to tell the direction
+constexpr double kLeastSweep = 0.1;    // of the frame, that makes a panorama of two frames
 constexpr uint32_t kLost = 0, kFollowing = 1, kReady = 2, kBeingAdded = 3;
 constexpr int32_t kRight = 1, kLeft = 2, kUp = 4, kDown = 8;
 
@@ -43,7 +45,7 @@ public:
     void setBudget(size_t bytes) { mBudget = bytes; }
     /// Null when there is no more, or when it would be above the budget.
     uint8_t* allocate(size_t bytes) {
-        if (bytes > mBudget - mUsed)
+        if (bytes > mBudget || mUsed > mBudget - bytes)
             return nullptr;
         auto* memory = static_cast<uint8_t*>(mAllocator.allocate(bytes));
         if (memory)
@@ -91,7 +93,7 @@ private:
 /// A frame that was added.
 struct Added {
     Block memory;
-    cv::Point2d place;
+    cv::Point2d offset;  // from the one before
 };
 
 }  // namespace
@@ -119,6 +121,7 @@ private:
     }
     size_t frameBytes() const { return static_cast<size_t>(mSize.area()) * 3 / 2; }
     bool sideways() const { return mDirection != kUp && mDirection != kDown; }
+    void forget();
     void findDirection();
     double advance() const;
     Block copyOf(const px_image& frame);
@@ -135,7 +138,7 @@ private:
     cv::Point2d mOffset;  // from the frame added last
     int32_t mDirection = 0;
     std::vector<Added> mFrames;
-    Added mEnd;  // the frame followed last, from the place of the one added last
+    Added mEnd;  // the frame followed last
 
     std::unique_ptr<Stitch> mStitch;
     int mStepsDone = 0;
@@ -147,6 +150,8 @@ Result Instance::setParams(int32_t width, int32_t height, int32_t maxFrames, int
     if (width < kLeastSide || height < kLeastSide || width > kMostSide || height > kMostSide || width % 2 ||
         height % 2 || maxFrames < 1 || budget <= 0)
         return kBadArgument;
+    forget();  // what was captured has another size
+    mState = State::Made;
     mSize = {width, height};
     mMaxFrames = static_cast<size_t>(maxFrames);
     mPool.setBudget(static_cast<size_t>(budget));
@@ -156,19 +161,26 @@ Result Instance::setParams(int32_t width, int32_t height, int32_t maxFrames, int
 Result Instance::start() {
     if (mSize.empty())
         return kWrongState;
+    forget();
     mState = State::Ready;
     return kOk;
+}
+
+/// Drops what was captured and made of it.
+void Instance::forget() {
+    mStitch.reset();  // it looks at the frames
+    mMeter.reset();
+    mFrames.clear();
+    mEnd = {};
+    mImage = Block();
+    mOffset = {};
+    mDirection = 0;
 }
 
 Result Instance::beginCapture() {
     if (mState == State::Made || mState == State::Aborted)
         return kWrongState;
-    mFrames.clear();
-    mEnd = {};
-    mStitch.reset();
-    mImage = Block();
-    mOffset = {};
-    mDirection = 0;
+    forget();
     mMeter = std::make_unique<MotionMeter>(mSize);
     mState = State::Capturing;
     return kOk;
@@ -235,8 +247,9 @@ Result Instance::handleFrame(const px_image& frame, px_status* status) {
     mOffset = motion.offset;
     findDirection();
     mEnd = {};  // gives its memory back before the next one takes it
-    if (!mFrames.empty() && mFrames.size() < mMaxFrames && advance() >= kClearMotion)
-        mEnd = {copyOf(frame), mFrames.back().place + mOffset};
+    if (!mFrames.empty() && mFrames.size() < mMaxFrames &&
+        advance() >= (mFrames.size() == 1 ? kLeastSweep : kClearMotion))
+        mEnd = {copyOf(frame), mOffset};
     report(status, mFrames.empty() || advance() >= kStride ? kReady : kFollowing);
     return kOk;
 }
@@ -250,8 +263,7 @@ Result Instance::addFrame(const px_image& frame, px_status* status) {
     Block memory = copyOf(frame);
     if (!memory.get())
         return kOutOfMemory;
-    const cv::Point2d before = mFrames.empty() ? cv::Point2d() : mFrames.back().place;
-    mFrames.push_back({std::move(memory), before + mOffset});
+    mFrames.push_back({std::move(memory), mOffset});
     mOffset = {};
     mMeter->mark();
     report(status, kBeingAdded);
@@ -276,17 +288,20 @@ Result Instance::createPanorama(uint32_t* progress) {
         return kAborted;
     if (mState != State::Ended)
         return kWrongState;
+    if (mFrames.size() < 2)
+        return kNotMoved;
     if (!mStitch) {
         std::vector<PlacedFrame> placed;
         for (const Added& frame : mFrames)
-            placed.push_back({cv::Mat(mSize.height * 3 / 2, mSize.width, CV_8U, frame.memory.get()), frame.place});
-        mStitch = std::make_unique<Stitch>(std::move(placed), sideways());
+            placed.push_back({cv::Mat(mSize.height * 3 / 2, mSize.width, CV_8U, frame.memory.get()), frame.offset});
+        mStitch = std::make_unique<Stitch>(placed, sideways());
         mStepsDone = 0;
     }
     if (!mStitch->step())
         return kNoMatch;
-    if (++mStepsDone < mStitch->steps()) {
-        *progress = static_cast<uint32_t>(100 * mStepsDone / (mStitch->steps() + 1));
+    ++mStepsDone;
+    if (const int left = mStitch->left(); left > 0) {
+        *progress = static_cast<uint32_t>(100 * mStepsDone / (mStepsDone + left + 1));
         return kOk;
     }
     const Result result = keep(mStitch->result());
@@ -343,7 +358,7 @@ int32_t guarded(px_instance instance, Call call) {
         return call(*static_cast<Instance*>(instance));
     } catch (const std::bad_alloc&) {
         return kOutOfMemory;
-    } catch (const cv::Exception&) {
+    } catch (...) {
         return kNoMatch;
     }
 }

@@ -1,4 +1,4 @@
-// Putting shifted frames together into one picture.
+// Putting shifted and turned frames together into one picture.
 #pragma once
 
 #include <opencv2/core.hpp>
@@ -11,34 +11,47 @@ namespace kov::panorama {
 /// Borrowed.
 struct PlacedFrame {
     cv::Mat yuv;
-    cv::Point2d place;  // of its top left corner, in pixels; rough until it is refined
-    double gain = 1;    // brings it to the common exposure
+    cv::Point2d offset;  // from the frame before, in pixels, to within a few percent of a frame
 };
 
 /// Works in steps so that progress can be shown. One thread.
 class Stitch {
 public:
     /// All frames have one size. `sideways` when the sweep is horizontal.
-    Stitch(std::vector<PlacedFrame> frames, bool sideways);
+    Stitch(const std::vector<PlacedFrame>& frames, bool sideways);
 
-    int steps() const { return static_cast<int>(2 * mFrames.size()); }
-    /// Does the next step. False when two frames do not match.
+    /// Steps that are left. A frame that does not fit takes those of the frames behind it away.
+    int left() const;
+    /// Does the next step. False when no two frames fit together.
     bool step();
     /// After the last step: the picture with luma, V and U for every pixel, with even sides.
     cv::Mat result();
 
 private:
-    bool refine(size_t second);
-    void settleGains();
-    void prepareBlender();
-    void feed(size_t index);
-    cv::Rect area(size_t index) const;
-    cv::Mat seamMask(size_t index) const;
+    /// A frame, and what is found out about it.
+    struct Part {
+        cv::Mat yuv;
+        cv::Mat half;            // luma of half the size; empty once it is not needed any more
+        cv::Point2d offset;      // from the frame before
+        cv::Matx33d pose;        // of its pixels in the panorama
+        double gain = 1;         // brings it to the common exposure
+        int begin = 0, end = 0;  // where it shows along the sweep, in the panorama
+    };
 
-    std::vector<PlacedFrame> mFrames;
+    bool join(Part& before, Part& after) const;
+    void settle();
+    void findSeams();
+    cv::Rect area(const Part& part) const;
+    std::vector<cv::Point2f> corners(const Part& part) const;
+    void feed(const Part& part);
+
+    std::vector<Part> mParts;
     const bool mSideways;
     const cv::Size mSize;
-    size_t mDone = 0;  // steps
+    size_t mJoined = 1;  // parts, from the first one
+    size_t mFed = 0;     // likewise
+    bool mSettled = false;
+    cv::Rect mAll;  // the panorama before it is cropped
     cv::detail::MultiBandBlender mBlender;
 };
 

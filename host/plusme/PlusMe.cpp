@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "host/plusme/Align.h"
+#include "host/plusme/Matte.h"
 #include "host/plusme/People.h"
 #include "host/plusme/Pictures.h"
 #include "host/plusme/Status.h"
@@ -19,7 +20,8 @@ namespace kov::plusme {
 namespace {
 
 constexpr int kSmallWidth = 640;
-constexpr double kFeather = 1.5;  // pixels of the small pictures
+constexpr int kMatteWidth = 1280;
+constexpr int kMostSide = 16384;  // pixels; areas fit an int
 constexpr size_t kSlack = 4096;   // for alignment
 constexpr size_t kLeastJpeg = 65536;
 constexpr int kSides = 2;  // a resolution's sides are multiples of this
@@ -65,7 +67,14 @@ public:
     int front = 0;
 
 private:
+    /// What lies in the temporary memory counts no longer.
+    void dropSeries() {
+        mConfigured = mCapturing = false;
+        mPictures = 0;
+        mJpegSize = 0;
+    }
     void findCut();
+    cv::Mat weights() const;
     void blend();
     Status compress();
 
@@ -89,20 +98,19 @@ private:
 };
 
 Status Instance::setResolution(cv::Size picture, cv::Size preview) {
-    mConfigured = mCapturing = false;
+    dropSeries();
     mSize = picture;
     mPreviewSize = preview;
     return Status::Good;
 }
 
 Status Instance::setTempBuffer(void* block, size_t size) {
-    mConfigured = mCapturing = false;
+    dropSeries();
     Arena arena(block, size);
     uint8_t* const first = arena.take(Picture::bytes(mSize));
     uint8_t* const second = arena.take(Picture::bytes(mSize));
     mJpeg = arena.take(jpegCapacity(mSize));
     mScratch = arena.take(decodeScratch(mSize));
-    mJpegSize = 0;
     if (mSize.empty() || !first || !second || !mJpeg || !mScratch)
         return Status::BufferTooSmall;
     mPicture[0] = Picture(mSize, first);
@@ -199,14 +207,27 @@ void layOver(cv::Mat to, const cv::Mat& second, const cv::Matx33d& toFirst, cons
     }
 }
 
-void Instance::blend() {
-    cv::Mat soft;
-    cv::GaussianBlur(mTakeSecond, soft, {}, kFeather);
-    const cv::Rect used = cv::boundingRect(soft);
-    if (used.empty())
-        return;
+/// How much of each place of the first picture is to be taken from the second: bytes, at the pictures' size.
+cv::Mat Instance::weights() const {
+    const int width = std::min(kMatteWidth, mSize.width);
+    const cv::Size size(width, std::max(1, cvRound(double(mSize.height) * width / mSize.width)));
+    cv::Mat picture = small(mPicture[front], size);
+    if (front == 1) {
+        const double x = double(size.width) / mSize.width, y = double(size.height) / mSize.height;
+        cv::warpPerspective(picture.clone(), picture, atScale(mToFirst, x, y), size, cv::INTER_LINEAR,
+                            cv::BORDER_REPLICATE);
+    }
+    const cv::Mat share = matte(picture, front == 1 ? mTakeSecond : ~mTakeSecond);
     cv::Mat weight;
-    cv::resize(soft, weight, mSize, 0, 0, cv::INTER_LINEAR);
+    share.convertTo(weight, CV_8U, front == 1 ? 255 : -255, front == 1 ? 0 : 255);
+    cv::resize(weight, weight, mSize, 0, 0, cv::INTER_LINEAR);
+    return weight;
+}
+
+void Instance::blend() {
+    if (cv::countNonZero(mTakeSecond) == 0)
+        return;
+    const cv::Mat weight = weights();
     cv::Rect box = cv::boundingRect(weight);
     box.width += box.x % 2 + (box.x + box.width) % 2;
     box.x -= box.x % 2;
@@ -264,7 +285,7 @@ Status Instance::result(void** jpeg, long* size) const {
     return Status::Good;
 }
 
-/// Runs an operation of an instance; what goes wrong within OpenCV becomes a status.
+/// Runs an operation of an instance; whatever is thrown within, also by the caller's functions, becomes a status.
 template <typename Operation>
 int32_t run(PME_API_Instance handle, Operation operation) {
     if (!handle)
@@ -272,7 +293,7 @@ int32_t run(PME_API_Instance handle, Operation operation) {
     Instance& instance = *static_cast<Instance*>(handle);
     try {
         return static_cast<int32_t>(operation(instance));
-    } catch (const std::exception&) {
+    } catch (...) {
         return static_cast<int32_t>(Status::Internal);
     }
 }
@@ -291,6 +312,8 @@ int32_t PlusMe_PreInitialize(int32_t picture_width, int32_t picture_height, int3
                              const PME_API_Memory* memory, int32_t, int32_t, PME_API_Encoder encoder) {
     if (picture_width <= 0 || picture_height <= 0 || !memory || !memory->copy || !memory->fill || !encoder)
         return static_cast<int32_t>(Status::BadArgument);
+    if (picture_width > kMostSide || picture_height > kMostSide)
+        return static_cast<int32_t>(Status::WrongSize);
     const std::lock_guard held(setup().lock);
     setup().most = {picture_width, picture_height};
     setup().memory = *memory;
@@ -313,9 +336,13 @@ int32_t PlusMe_Initialize(PME_API_Instance* instance, void* buffer, size_t size)
     uint8_t* const place = Arena(buffer, size).take(sizeof(Instance));
     if (!place)
         return static_cast<int32_t>(Status::BufferTooSmall);
-    setup().memory.fill(place, 0, sizeof(Instance));
-    *instance = new (place) Instance(setup().memory, setup().encoder);
-    return static_cast<int32_t>(Status::Good);
+    try {
+        setup().memory.fill(place, 0, sizeof(Instance));
+        *instance = new (place) Instance(setup().memory, setup().encoder);
+        return static_cast<int32_t>(Status::Good);
+    } catch (...) {
+        return static_cast<int32_t>(Status::Internal);
+    }
 }
 
 int32_t PlusMe_SetConfigurationParameter(PME_API_Instance instance, int32_t, int32_t) {

@@ -4,9 +4,8 @@
 #include <utility>
 
 #include "imaging/Overlay.h"
-#include "imaging/TaggedLog.h"
+#include "imaging/System.h"
 #include "shots/Commands.h"
-#include "shots/PreviewFrame.h"
 #include "shots/action/ShotAction.h"
 
 namespace android {
@@ -15,7 +14,6 @@ namespace {
 
 constexpr TaggedLog kLog(ShotAction::kTag);
 constexpr int kPlaces = 3;
-constexpr int32_t kMostEntries = 128;
 
 constexpr ax_color kGreen = 0x00FF00;
 constexpr ax_color kWhite = 0xFFFFFF;
@@ -52,9 +50,18 @@ status_t ShotAction::startPreview() {
     if (!hardware.get())
         return NO_ERROR;
     return startPreviewAfter(hardware, [this](const CameraParameters& params) {
+        const uint64_t size = uint64_t{kPlaces} * previewFrameSize(params, kLog);
         const AutoMutex held(mEngineLock);
-        mPreviewHeap = new MemoryHeapBase(kPlaces * previewFrameSize(params, kLog), 0, nullptr);
-        previewHeapBase = static_cast<uint8_t*>(mPreviewHeap->base());
+        previewHeapBase = nullptr;
+        mPreviewMemory.clear();  // holds the old heap
+        mPreviewHeap.clear();
+        mUnfitTold = false;
+        if (size <= PTRDIFF_MAX)
+            mPreviewHeap = os::newHeap(static_cast<size_t>(size));
+        if (mPreviewHeap.get())
+            previewHeapBase = static_cast<uint8_t*>(mPreviewHeap->base());
+        else
+            kLog.error("no preview heap of %llu bytes could be had", static_cast<unsigned long long>(size));
     });
 }
 
@@ -64,56 +71,40 @@ sp<IMemoryHeap> ShotAction::getPreviewHeap() {
     return mPreviewHeap;
 }
 
-void ShotAction::processDataCallback(int32_t msgType, const sp<IMemory>& data) {
-    if (!haveDataCallbackOrLog())
-        return;
-    if (msgType == CAMERA_MSG_COMPRESSED_IMAGE)
-        kLog.info("CAMERA_MSG_COMPRESSED_IMAGE");
-    if (msgType != CAMERA_MSG_PREVIEW_FRAME || !data.get()) {
-        (void)sendData(msgType, data);
-        return;
-    }
-    sp<MemoryBase> copy;
+void ShotAction::processPreviewFrame(const sp<IMemory>& data) {
+    const sp<MemoryBase> copy = copyToRing(previewBytesOf(data));
     bool analyse = false;
-    {
-        const AutoMutex held(mEngineLock);
-        copy = copyToRing(data);
-        analyse = copy.get() && mWidth > 0 && mHeight > 0 && data->size() >= yuv420FrameSize(mWidth, mHeight);
-    }
-    // The library sees no other frames, but each of them carries out a stop that the application waits for.
-    if (!(analyse ? HandlePreview(static_cast<unsigned char*>(copy->pointer())) : StatusManager()))
-        return;
-    if (!copy.get()) {
-        (void)sendData(msgType, data);
-        return;
-    }
-    {
+    if (copy.get()) {
         const AutoMutex held(mEngineLock);
         mPreviewMemory = copy;
+        analyse = previewFrameOf(copy, mWidth, mHeight).has_value();
     }
-    (void)sendData(CAMERA_MSG_PREVIEW_FRAME, copy);
+    // The library sees no other frames, but each of them carries out a stop that the application waits for.
+    const Step step = analyse ? HandlePreview(static_cast<unsigned char*>(copy->pointer())) : StatusManager();
+    if (gone(step.after))
+        return;
+    (void)sendData(CAMERA_MSG_PREVIEW_FRAME, copy.get() ? sp<IMemory>(copy) : data);
 }
 
-sp<MemoryBase> ShotAction::copyToRing(const sp<IMemory>& frame) {
-    if (previewRingIndex >= kPlaces)
-        previewRingIndex = 0;
-    const size_t size = frame->size();
-    const void* const bytes = frame->pointer();
-    // Before startPreview there is no heap, and after an unknown format it is empty.
-    if (!mPreviewHeap.get() || !bytes || size == 0 || size > mPreviewHeap->getSize() / kPlaces)
+sp<MemoryBase> ShotAction::copyToRing(const RegionBytes& bytes) {
+    const AutoMutex held(mEngineLock);
+    if (!bytes)
         return nullptr;
-    const size_t offset = static_cast<size_t>(previewRingIndex) * size;
-    std::memcpy(static_cast<uint8_t*>(mPreviewHeap->base()) + offset, bytes, size);
+    // Before startPreview there is no heap, and after an unknown format it is empty.
+    if (!mPreviewHeap.get() || bytes.size > mPreviewHeap->getSize() / kPlaces) {
+        if (!std::exchange(mUnfitTold, true))
+            kLog.error("a preview frame of %zu bytes has no place; such frames are passed on as they are", bytes.size);
+        return nullptr;
+    }
+    const size_t offset = static_cast<size_t>(previewRingIndex) * bytes.size;
+    std::memcpy(previewHeapBase + offset, bytes.data, bytes.size);
     previewRingIndex = (previewRingIndex + 1) % kPlaces;
-    return new MemoryBase(mPreviewHeap, static_cast<ssize_t>(offset), size);
+    return new MemoryBase(mPreviewHeap, static_cast<ssize_t>(offset), bytes.size);
 }
 
 void ShotAction::DrawOnPreviewAcquisition(OPT_API_ASImage& image) {
-    mStopped = false;
-    ActionShot_DisplayData data;
-    data.count = 0;
-    ActionShot_GetAcquisitionDisplayData(mActionShot, &data);
-    for (int32_t i = 0; i < data.count && i < kMostEntries; ++i) {
+    const ActionShot_DisplayData data = mActionShot.displayData();
+    for (int32_t i = 0; i < data.count; ++i) {
         const auto& entry = data.entries[i];
         const auto draw = [&](int32_t x, int32_t y, const Mark& mark) {
             DrawRectangle(image, sum(x, mark.left), sum(y, mark.top), sum(entry.x1, mark.right),
@@ -129,27 +120,17 @@ void ShotAction::DrawOnPreviewAcquisition(OPT_API_ASImage& image) {
     }
 }
 
-/// Tells the application of a frame that was handled. False when the shot was retired meanwhile.
-bool ShotAction::reportAcquisition(uint32_t series, bool accepted) {
+AfterCall ShotAction::reportAcquisition(const Series& series, bool accepted) {
     if (accepted && gone(sendNotifyIfSet(CAMERA_MSG_ACTION_FRAME_ACCEPTED, 0, 0)))
-        return false;
-    int progress = 0;
+        return AfterCall::ShotGone;
+    int32_t progress = 0;
     {
         const AutoMutex held(mEngineLock);
-        if (series != mSeries)
-            return true;
-        mProgress = ActionShot_AcquisitionProgress(mActionShot);
-        progress = mProgress;
+        if (isOver(series))
+            return AfterCall::GoOn;
+        progress = mActionShot.acquisitionProgress();
     }
-    return !gone(sendNotifyIfSet(CAMERA_MSG_ACTION_ACQUISITION_PROGRESS, progress, 0));
-}
-
-void ShotAction::DrawHorizontalLine(OPT_API_ASImage& image, int y, int x0, int x1, uint8_t Y, uint8_t C1, uint8_t C2) {
-    drawHorizontalLine(overlayImage(image), OverlayLayout::SemiPlanar, y, x0, x1, {Y, C1, C2});
-}
-
-void ShotAction::DrawVerticalLine(OPT_API_ASImage& image, int x, int y0, int y1, uint8_t Y, uint8_t C1, uint8_t C2) {
-    drawVerticalLine(overlayImage(image), OverlayLayout::SemiPlanar, x, y0, y1, {Y, C1, C2});
+    return sendNotifyIfSet(CAMERA_MSG_ACTION_ACQUISITION_PROGRESS, progress, 0);
 }
 
 void ShotAction::DrawRectangle(OPT_API_ASImage& image, int left, int top, int right, int bottom, ax_color color) {

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "imaging/System.h"
 #include "imaging/TaggedLog.h"
 
 namespace android {
@@ -21,7 +22,6 @@ namespace {
 constexpr TaggedLog kLog("JpegEncoderAddMe");
 constexpr int kQuality = 90;
 constexpr unsigned int kBand = 16;  // luma rows and columns of an MCU
-constexpr unsigned int kBlock = 8;  // rows and columns of a DCT block
 constexpr unsigned int kChromaRows = kBand / 2;
 
 /// libjpeg's error manager with a way back. What `error_exit` jumps over has no destructors.
@@ -70,11 +70,10 @@ bool isPossible(unsigned int width, unsigned int height) {
 }
 
 bool allocate(Frame& frame) {
-    // libjpeg reads luma up to the end of a block, and chroma up to the end of an MCU.
-    const bool copyLuma = frame.width % kBlock != 0;
+    const bool copyLuma = frame.paddedWidth != frame.width;  // libjpeg reads up to the end of an MCU
     const size_t chromaBytes = size_t{kChromaRows} * frame.paddedWidth;
     frame.chroma =
-        static_cast<unsigned char*>(std::malloc(chromaBytes + (copyLuma ? size_t{kBand} * frame.paddedWidth : 0)));
+        static_cast<unsigned char*>(os::allocate(chromaBytes + (copyLuma ? size_t{kBand} * frame.paddedWidth : 0)));
     frame.luma = frame.chroma && copyLuma ? frame.chroma + chromaBytes : nullptr;
     return frame.chroma != nullptr;
 }

@@ -2,13 +2,12 @@
 
 #include "shots/cartoon/ShotCartoon.h"
 
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <utility>
 
-#include "imaging/SharedPicture.h"
+#include "imaging/System.h"
 #include "imaging/TaggedLog.h"
 #include "shots/Modes.h"
 #include "shots/PreviewFrame.h"
@@ -19,33 +18,15 @@ namespace {
 
 constexpr TaggedLog kLog(ShotCartoon::kTag);
 
-constexpr int32_t kStampSmoothness = 3;
-constexpr int32_t kStampThreshold = 100;
 constexpr uint32_t kProgressStep = 5;  // percent
 
-uint32_t getCurrentTimeMs() {
-    timeval now;
-    gettimeofday(&now, nullptr);
-    return static_cast<uint32_t>(now.tv_sec) * 1000 + static_cast<uint32_t>(now.tv_usec / 1000);
-}
-
-/// 0 for counts that make no sense, such as a total of 0.
+/// 0 for counts that make no sense, and for those that have no percentage up to 100.
 uint32_t percentOf(int32_t done, int32_t total) {
-    return done >= 0 && total > 0 ? static_cast<uint32_t>(static_cast<double>(done) / total * 100) : 0;
+    const double percent = static_cast<double>(done) / total * 100;
+    return percent >= 0 && percent < 101 ? static_cast<uint32_t>(percent) : 0;
 }
 
 }  // namespace
-
-/// A picture on its way through the library. Members are released from the last to the first.
-struct ShotCartoon::Picture {
-    caps_data jpeg;  // as the vendor layer delivered it
-    CapsBuffer rendered;
-    CapsStream output;
-    CapsStream input;
-    CapsSession session;
-    int width = 0;  // to render
-    int height = 0;
-};
 
 ShotCartoon::ShotCartoon(sp<CameraHardwareInterface> hardware) : ShotCallbacks(std::move(hardware)) {
     kLog.info("ShotCartoon created: pid=%d", getpid());
@@ -54,20 +35,17 @@ ShotCartoon::ShotCartoon(sp<CameraHardwareInterface> hardware) : ShotCallbacks(s
 
 ShotCartoon::~ShotCartoon() {
     kLog.info("ShotCartoon destroyed: pid=%d", getpid());
+    const AutoMutex held(mCapsLock);
     Release();
 }
 
 void ShotCartoon::Init() {
     mEffect = kCartoon;
+    const AutoMutex held(mCapsLock);
     Release();
 }
 
 void ShotCartoon::Release() {
-    const AutoMutex held(mCapsLock);
-    releaseLocked();
-}
-
-void ShotCartoon::releaseLocked() {
     mPictureHeap.clear();
     mPictureMemory.clear();
     mCapsSrcImage.reset();
@@ -81,7 +59,145 @@ status_t ShotCartoon::processCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
     return ShotCommon::sendCommand(cmd, arg1, arg2);
 }
 
-// --- Effects
+// --- The data path
+
+void ShotCartoon::processDataCallback(int32_t msgType, const sp<IMemory>& mem) {
+    if (!admitData(msgType, mem))
+        return;
+    if (msgType == CAMERA_MSG_COMPRESSED_IMAGE) {
+        processPicture(mem);
+        return;
+    }
+    if (msgType == CAMERA_MSG_PREVIEW_FRAME)
+        renderFrame(mem);
+    (void)sendData(msgType, mem);
+}
+
+/// Renders a frame in place. The library knows semi-planar frames only: a planar one is copied as such, and put into
+/// its own order again afterwards, with the copy as scratch.
+void ShotCartoon::renderFrame(const sp<IMemory>& mem) {
+    const std::optional<PreviewFrame> frame = previewFrameOf(mem);
+    if (!frame || !frame->hasEvenSides() || frame->layout == FrameLayout::Other)
+        return;
+    const bool planar = frame->layout == FrameLayout::Planar;
+    const sp<MemoryHeapBase> heap = os::newHeap(frame->size());
+    auto* const copy = heap.get() ? static_cast<uint8_t*>(heap->base()) : nullptr;
+    if (copy && planar)
+        planarToSemiPlanar(frame->luma, frame->width, frame->height, copy);
+    else if (copy)
+        std::memcpy(copy, frame->luma, frame->size());
+
+    const AutoMutex held(mCapsLock);
+    const CapsOutcome outcome =
+        copy ? HandlePreview(frame->width, frame->height, copy, frame->luma) : CapsOutcome{"no memory for the copy", 0};
+    mCapsSrcImage.reset();
+    mCapsDstImage.reset();
+    if (planar && outcome) {
+        std::memcpy(copy, frame->luma, frame->size());
+        semiPlanarToPlanar(copy, frame->width, frame->height, frame->luma);
+    }
+    if (!outcome && !mFailureTold)
+        kLog.error("preview frames are not rendered: %s - [%d]", outcome.failed, outcome.result);
+    mFailureTold = !outcome;
+}
+
+/// Renders the effect from one frame into another, both semi-planar with V first. The library's images over them stay.
+CapsOutcome ShotCartoon::HandlePreview(int width, int height, unsigned char* src, unsigned char* dst) {
+    Release();
+    const int32_t stride = capsStride(width, mCapsColorFormat);
+    const auto length = static_cast<size_t>(yuv420FrameSize(width, height));
+    CapsOutcome outcome = createCapsImage(&mCapsSrcImage, src, length, width, height, stride, mCapsColorFormat);
+    if (outcome)
+        outcome = createCapsImage(&mCapsDstImage, dst, length, width, height, stride, mCapsColorFormat);
+    CapsSession session;
+    if (outcome)
+        outcome = newCapsSession(&session, mCapsSrcImage.get());
+    if (!outcome)
+        return outcome;
+    (void)applyEffect(session.get());
+    const caps_result result = caps_renderAsRawToBuffer(session.get(), mCapsDstImage.get(), 0, 0);
+    return result == CAPS_SUCCESS ? outcome : CapsOutcome{"caps_renderAsRawToBuffer", result};
+}
+
+// --- Pictures
+
+/// Delivers the picture rendered with the effect, or nothing when that failed or the shot was retired meanwhile.
+void ShotCartoon::processPicture(const sp<IMemory>& mem) {
+    const RegionBytes jpeg = regionBytesOf(mem);
+    if (!jpeg) {
+        sendWithoutMemory(CAMERA_MSG_COMPRESSED_IMAGE, mem);
+        return;
+    }
+    sp<IMemory> rendered;
+    {
+        CapsPicture picture;
+        if (picture.openJpeg(jpeg.data, jpeg.size).failedWithLine(kLog))
+            return;
+        if (const caps_result result = applyEffect(picture.session()); result != CAPS_SUCCESS) {
+            kLog.error("applyEffect - [%d]", result);
+            return;
+        }
+        const sp<CameraHardwareInterface> hardware = hardwareOrLog();
+        CameraParameters params;
+        if (!hardware.get() || gone(callOut([&] { params = hardware->getParameters(); })))
+            return;
+        int width = 0;
+        int height = 0;
+        params.getPictureSize(&width, &height);
+        caps_setJpegQuality(picture.session(), capsJpegQuality(params.getInt(CameraParameters::KEY_JPEG_QUALITY)));
+        const uint32_t begin = getCurrentTimeMs();
+        CapsIterator iterator;
+        caps_result last = CAPS_SUCCESS;
+        if (picture.beginToRender(width, height, &iterator).failedWithLine(kLog) ||
+            gone(iterate(std::move(iterator), &last)))
+            return;
+        kLog.debug(" CAMERA_MSG_COMPRESSED_IMAGE after HandlePreview in %d ms res[%d]",
+                   static_cast<int>(getCurrentTimeMs() - begin), last);
+        rendered = copyPicture(picture);
+    }
+    (void)sendData(CAMERA_MSG_COMPRESSED_IMAGE, rendered);
+}
+
+/// Renders step by step, whose results are the library's (`last`: that of the last), and tells the application how far
+/// it is. Passes the gate at each step, so that a switch ends it however slowly it proceeds.
+AfterCall ShotCartoon::iterate(CapsIterator iterator, caps_result* last) {
+    int32_t total = 0;
+    int32_t done = 0;
+    *last = caps_doNextIteration(iterator.get());
+    caps_estimateIterationCount(iterator.get(), &total);
+    caps_getCurIterationCount(iterator.get(), &done);
+    uint32_t told = 0;
+    while (*last == CAPS_SUCCESS) {
+        *last = caps_doNextIteration(iterator.get());
+        caps_getCurIterationCount(iterator.get(), &done);
+        const uint32_t percent = percentOf(done, total);
+        AfterCall after = AfterCall::GoOn;
+        if (percent > told && percent % kProgressStep == 0) {
+            kLog.debug("For Iteration[%d]", static_cast<int>(percent));
+            after = sendNotifyIfSet(CAMERA_MSG_CARTOON_PROGRESS, static_cast<int32_t>(percent), 0);
+            told = percent;
+        } else {
+            after = passGate();
+        }
+        if (gone(after))
+            return after;
+    }
+    return AfterCall::GoOn;
+}
+
+sp<IMemory> ShotCartoon::copyPicture(const CapsPicture& picture) {
+    const AutoMutex held(mCapsLock);
+    picture.copyTo(&mPictureHeap, &mPictureMemory);
+    if (mPictureMemory->size() == 0)
+        kLog.error("the rendered picture has no bytes");
+    return mPictureMemory;
+}
+
+uint32_t ShotCartoon::getCurrentTimeMs() {
+    return os::nowMilliseconds();
+}
+
+// --- Effects: each returns what the library answered, or success where that is not looked at
 
 caps_result ShotCartoon::applyEffect(cips* session) const {
     switch (mEffect) {
@@ -93,7 +209,7 @@ caps_result ShotCartoon::applyEffect(cips* session) const {
             return applyEffectSketchGray(session);
         case kStamp:
             return applyEffectStamp(session);
-        default:
+        default:  // rendered as it is
             return CAPS_SUCCESS;
     }
 }
@@ -122,181 +238,9 @@ caps_result ShotCartoon::applyEffectSketchGray(cips* session) {
 caps_result ShotCartoon::applyEffectStamp(cips* session) {
     kLog.debug("applyEffectStamp");
     caps_beginStamp(session);
-    caps_setStamp(session, kStampSmoothness, kStampThreshold);
+    caps_setStamp(session, 3, 100);
     caps_endStamp(session);
     return CAPS_SUCCESS;
-}
-
-// --- The data path
-
-void ShotCartoon::processDataCallback(int32_t msgType, const sp<IMemory>& mem) {
-    if (!admitData(msgType, mem))
-        return;
-    if (msgType == CAMERA_MSG_COMPRESSED_IMAGE) {
-        processPicture(mem);
-        return;
-    }
-    if (msgType == CAMERA_MSG_PREVIEW_FRAME)
-        renderFrame(mem);
-    (void)sendData(msgType, mem);
-}
-
-/// Frames of other formats than 4:2:0, or of another size than the preview's (which is being changed), go by as they
-/// are.
-bool ShotCartoon::canRender(const sp<IMemory>& mem, int32_t width, int32_t height) const {
-    return width % 2 == 0 && height % 2 == 0 && mPreviewFormat != KOV_FORMAT_YUV420I && mem->size() > 0 &&
-           mem->size() == yuv420FrameSize(width, height) && mem->pointer();
-}
-
-/// Renders a frame in place. The library knows semi-planar frames only: a planar one is copied as such, and put into
-/// its own order again afterwards, with the copy as scratch.
-void ShotCartoon::renderFrame(const sp<IMemory>& mem) {
-    const int32_t width = mPreviewWidth;
-    const int32_t height = mPreviewHeight;
-    if (!canRender(mem, width, height))
-        return;
-    auto* const frame = static_cast<uint8_t*>(mem->pointer());
-    const sp<MemoryHeapBase> heap = new MemoryHeapBase(mem->size(), 0, nullptr);
-    auto* const copy = static_cast<uint8_t*>(heap->base());
-    if (!copy) {
-        kLog.error("no memory for a copy of the frame; it is not rendered");
-        return;
-    }
-    const bool planar = mPreviewFormat == KOV_FORMAT_YUV420P;
-    if (planar)
-        planarToSemiPlanar(frame, width, height, copy);
-    else
-        std::memcpy(copy, frame, mem->size());
-    HandlePreview(width, height, copy, frame);
-    {
-        const AutoMutex held(mCapsLock);
-        mCapsSrcImage.reset();
-        mCapsDstImage.reset();
-    }
-    if (planar) {
-        std::memcpy(copy, frame, mem->size());
-        semiPlanarToPlanar(copy, width, height, frame);
-    }
-}
-
-void ShotCartoon::HandlePreview(int width, int height, unsigned char* src, unsigned char* dst) {
-    const AutoMutex held(mCapsLock);
-    releaseLocked();
-    const int32_t stride = capsStride(width, mCapsColorFormat);
-    const auto length = static_cast<size_t>(yuv420FrameSize(width, height));
-    mCapsSrcImage = createCapsImage(src, length, width, height, stride, mCapsColorFormat);
-    mCapsDstImage = createCapsImage(dst, length, width, height, stride, mCapsColorFormat);
-    if (!mCapsSrcImage || !mCapsDstImage)
-        return;
-    if (const CapsSession session = newCapsSession(mCapsSrcImage.get())) {
-        applyEffect(session.get());
-        caps_renderAsRawToBuffer(session.get(), mCapsDstImage.get(), 0, 0);
-    }
-}
-
-// --- Pictures
-
-void ShotCartoon::processPicture(const sp<IMemory>& mem) {
-    if (!mem->pointer()) {
-        sendWithoutMemory(CAMERA_MSG_COMPRESSED_IMAGE, mem);
-        return;
-    }
-    sp<IMemory> rendered;
-    {
-        Picture picture = {};
-        picture.jpeg = {static_cast<int32_t>(mem->size()), static_cast<uint8_t*>(mem->pointer())};
-        if (!openPicture(picture) || !readParameters(picture) || !renderPicture(picture))
-            return;
-        rendered = copyPicture(*picture.rendered);
-    }
-    (void)sendData(CAMERA_MSG_COMPRESSED_IMAGE, rendered);
-}
-
-/// Makes the library's objects and applies the effect. False, with a line, when that failed.
-bool ShotCartoon::openPicture(Picture& picture) const {
-    const auto failed = [](const char* operation, caps_result result) {
-        kLog.error("%s - [%d]", operation, result);
-        return false;
-    };
-    picture.rendered = createCapsBuffer();
-    if (!picture.rendered)
-        return failed("caps_createBuffer", 0);
-    for (const auto& [data, stream] :
-         {std::pair(&picture.jpeg, &picture.input), std::pair(picture.rendered.get(), &picture.output)}) {
-        caps_stream* made = nullptr;
-        const caps_result result = ctstream_createBufferStream(data, 0, &made);
-        stream->reset(made);
-        if (result != CAPS_SUCCESS || !made)
-            return failed("ctstream_createBufferStream", result);
-    }
-    cips* session = nullptr;
-    caps_result result = caps_createSession(picture.input.get(), 1, &session);
-    picture.session.reset(session);
-    if (result != CAPS_SUCCESS || !session)
-        return failed("caps_createSession", result);
-    result = applyEffect(session);
-    return result == CAPS_SUCCESS || failed("applyEffect", result);
-}
-
-/// Reads the size to render and the quality. False without a vendor layer, and when the shot was retired meanwhile.
-bool ShotCartoon::readParameters(Picture& picture) {
-    const sp<CameraHardwareInterface> hardware = hardwareOrLog();
-    if (!hardware.get())
-        return false;
-    CameraParameters params;
-    if (gone(callOut([&] { params = hardware->getParameters(); })))
-        return false;
-    params.getPictureSize(&picture.width, &picture.height);
-    caps_setJpegQuality(picture.session.get(), capsJpegQuality(params.getInt(CameraParameters::KEY_JPEG_QUALITY)));
-    return true;
-}
-
-/// False when that failed, and when the shot was retired meanwhile.
-bool ShotCartoon::renderPicture(Picture& picture) {
-    const uint32_t begin = getCurrentTimeMs();
-    caps_iterator* made = nullptr;
-    caps_result result =
-        caps_render(picture.session.get(), picture.output.get(), picture.width, picture.height, 0, 1, &made);
-    CapsIterator iterator(made);
-    if (result != CAPS_SUCCESS || !iterator) {
-        kLog.error("caps_render - [%d]", result);
-        return false;
-    }
-    if (!iterate(std::move(iterator), &result))
-        return false;
-    kLog.debug(" CAMERA_MSG_COMPRESSED_IMAGE after HandlePreview in %d ms res[%d]",
-               static_cast<int>(getCurrentTimeMs() - begin), result);
-    return true;
-}
-
-/// Renders step by step and tells the application how far it is. `result` is the last step's. False when the shot was
-/// retired meanwhile.
-bool ShotCartoon::iterate(CapsIterator iterator, caps_result* result) {
-    int32_t total = 0;
-    int32_t done = 0;
-    *result = caps_doNextIteration(iterator.get());
-    caps_estimateIterationCount(iterator.get(), &total);
-    caps_getCurIterationCount(iterator.get(), &done);
-    uint32_t last = 0;
-    while (*result == CAPS_SUCCESS) {
-        *result = caps_doNextIteration(iterator.get());
-        caps_getCurIterationCount(iterator.get(), &done);
-        const uint32_t percent = percentOf(done, total);
-        if (percent > 100 || percent <= last || percent % kProgressStep != 0)
-            continue;
-        kLog.debug("For Iteration[%d]", static_cast<int>(percent));
-        if (gone(sendNotifyIfSet(CAMERA_MSG_CARTOON_PROGRESS, static_cast<int32_t>(percent), 0)))
-            return false;
-        last = percent;
-    }
-    return true;
-}
-
-sp<IMemory> ShotCartoon::copyPicture(const caps_data& jpeg) {
-    const AutoMutex held(mCapsLock);
-    copyToSharedMemory(jpeg.data, jpeg.length > 0 ? static_cast<size_t>(jpeg.length) : 0, &mPictureHeap,
-                       &mPictureMemory);
-    return mPictureMemory;
 }
 
 ShotCommon* makeShotCartoon(const sp<CameraHardwareInterface>& hardware) {

@@ -13,10 +13,10 @@
 #include <utility>
 
 #include "imaging/ArcJpegEncoder.h"
+#include "imaging/System.h"
 #include "imaging/TaggedLog.h"
 #include "shots/Modes.h"
 #include "shots/PreviewFrame.h"
-#include "shots/continuous/ContinuousClock.h"
 
 namespace android {
 
@@ -30,6 +30,10 @@ constexpr int64_t kGapUs = 350000;         // after each picture
 constexpr TaggedLog kLog(ShotContinuous::kTag);
 constexpr ArcJpegUser kJpegUser = {3, kLog, ArcJpegUser::Lines::FirstAndLast};
 
+nsecs_t now() {
+    return os::now(SYSTEM_TIME_MONOTONIC);
+}
+
 /// The library's form of a callback in a log line.
 unsigned asHex(const void* pointer) {
     return static_cast<unsigned>(reinterpret_cast<uintptr_t>(pointer));
@@ -37,22 +41,24 @@ unsigned asHex(const void* pointer) {
 
 }  // namespace
 
-std::atomic<bool> ShotContinuous::encoderKillFlag{false};
+std::atomic<uint32_t> ShotContinuous::encoderKillFlag{0};
+std::atomic<uint32_t> ShotContinuous::sBursts{0};
 
 /// What an encoder thread is started with. The thread may outlive the shot: it looks at `shot` only from inside its
 /// gate.
 struct ShotContinuous::EncoderStart {
     ShotGate::Hold gate;
     ShotContinuous* shot;
-    sp<BurstEncoder> encoder;
     uint32_t burst;
+    sp<EncoderThread> before;  // of the burst before; empty when there was none
+    sp<EncoderThread> thread;
 };
 
 ShotContinuous::ShotContinuous(sp<CameraHardwareInterface> hardware) : ShotCallbacks(std::move(hardware)) {
     kLog.info("ShotContinuous created: pid=%d", getpid());
     kLog.info("Preview width:%d, height:%d", mPreviewWidth.load(), mPreviewHeight.load());
-    mShutter.emplace();
-    encoderKillFlag = false;
+    mShutter.begin();
+    encoderKillFlag = 0;
 }
 
 ShotContinuous::~ShotContinuous() {
@@ -60,21 +66,17 @@ ShotContinuous::~ShotContinuous() {
     const AutoMutex held(mBurstLock);
     if (mEncoderRunning) {
         kLog.error("Killing encoder thread");
-        encoderKillFlag = true;
+        encoderKillFlag = mBurst;
     }
-    if (mEncoder.get())
-        mEncoder->stop();
     mEncoderRunning = false;
     emptySlots();
-    mShutter.reset();
+    mShutter.turnOff();
 }
 
 status_t ShotContinuous::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
-    mSpecialSalesCode = ShutterPlayer::hasSpecialSalesCode();  // read before everything else
-    return ShotCallbacks::sendCommand(cmd, arg1, arg2);
-}
-
-status_t ShotContinuous::processCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
+    const bool special = ShutterPlayer::hasSpecialSalesCode();  // read before everything else
+    if (!hardwareOrLog().get())
+        return INVALID_OPERATION;
     kLog.info("ShotContinuous::sendCommand %d, %d, %d", cmd, arg1, arg2);
     switch (cmd) {
         case CONTINUOUS_SHOT_START_CAPTURE:
@@ -92,9 +94,9 @@ status_t ShotContinuous::processCommand(int32_t cmd, int32_t arg1, int32_t arg2)
         case CONTINUOUS_SHOT_SOUND:
             kLog.info("CONTINUOUS_SHOT_SOUND %d", arg1);
             if (arg1 > 0)
-                mShutter->turnOn(mSpecialSalesCode);
+                mShutter.turnOn(special);
             else
-                mShutter->turnOff();
+                mShutter.turnOff();
             return NO_ERROR;
         default:
             return ShotCommon::sendCommand(cmd, arg1, arg2);
@@ -109,8 +111,8 @@ void ShotContinuous::Start() {
         kLog.error("Start() is called in wrong state[%d]", mStatus);
         return;
     }
-    ++mBurst;  // an encoder that was killed and still runs now knows that nothing here is its own
-    encoderKillFlag = false;
+    mBurst = ++sBursts;  // an encoder that was killed and still runs now knows that nothing here is its own
+    encoderKillFlag = 0;
     mCSFrameCount = 0;
     mCSEncodeCount = 0;
     mStopPending = false;
@@ -119,17 +121,61 @@ void ShotContinuous::Start() {
     emptySlots();
 }
 
+AfterCall ShotContinuous::StopAndEncoding() {
+    uint32_t burst = 0;
+    int frames = 0;
+    {
+        const AutoMutex held(mBurstLock);
+        if (mStatus != CSSHOT_STATE_CAPTURING) {
+            kLog.error("StopAndEncoding() is called in wrong state[%d]", mStatus);
+            return AfterCall::GoOn;
+        }
+        if (mFirstFrame) {
+            mStopPending = true;
+            return AfterCall::GoOn;
+        }
+        mStopPending = false;
+        mStatus = CSSHOT_STATE_ENCODING;
+        burst = mBurst;
+        frames = mCSFrameCount;
+    }
+    if (gone(sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_STOPPED, frames, 0)))
+        return AfterCall::ShotGone;
+    return startEncoder(burst);
+}
+
+/// Starts the burst's thread. When there is none, the burst is dropped, and the application told that no picture comes.
+AfterCall ShotContinuous::startEncoder(uint32_t burst) {
+    {
+        const AutoMutex held(mBurstLock);
+        if (mStatus != CSSHOT_STATE_ENCODING || mBurst != burst)
+            return AfterCall::GoOn;  // terminated while the application was told
+        const sp<EncoderThread> thread = new EncoderThread;
+        std::unique_ptr<EncoderStart> start(
+            new EncoderStart{ShotGate::Hold(gate()), this, burst, mEncoderThread, thread});
+        if (os::startThread(encodeCSPreview2Jpeg, start.get())) {
+            (void)start.release();  // the thread's now
+            mEncoderThread = thread;
+            mEncoderRunning = true;
+            return AfterCall::GoOn;
+        }
+        kLog.error("the encoder thread cannot be started; the burst is dropped");
+        mStatus = CSSHOT_STATE_IDLE;
+        mCSFrameCount = 0;
+        emptySlots();
+    }
+    return sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_DELIVERED, 0, 0);
+}
+
 void ShotContinuous::Terminate() {
     const AutoMutex held(mBurstLock);
     kLog.info("Terminate() - mStatus [%d]", mStatus);
     if (mStatus == CSSHOT_STATE_ENCODING) {
         kLog.error("Terminate() - CSSHOT_STATE_ENCODING");
-        encoderKillFlag = true;
-        if (mEncoder.get())
-            mEncoder->stop();
+        encoderKillFlag = mBurst;
         mEncoderRunning = false;
     } else {
-        ++mBurst;  // also for an encoder that was terminated before and still runs: it must not take this for its end
+        mBurst = 0;  // also for an encoder that was terminated before and still runs: it must not take this for its end
         emptySlots();
         mCSFrameCount = 0;
         mCSEncodeCount = 0;
@@ -144,54 +190,12 @@ void ShotContinuous::emptySlots() {
         slot = {};
 }
 
-bool ShotContinuous::StopAndEncoding() {
-    uint32_t burst = 0;
-    int frames = 0;
-    {
-        const AutoMutex held(mBurstLock);
-        if (mStatus != CSSHOT_STATE_CAPTURING) {
-            kLog.error("StopAndEncoding() is called in wrong state[%d]", mStatus);
-            return true;
-        }
-        if (mFirstFrame) {
-            mStopPending = true;
-            return true;
-        }
-        mStopPending = false;
-        mStatus = CSSHOT_STATE_ENCODING;
-        burst = mBurst;
-        frames = mCSFrameCount;
-    }
-    return !gone(sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_STOPPED, frames, 0)) && startEncoder(burst);
-}
-
-bool ShotContinuous::startEncoder(uint32_t burst) {
-    const AutoMutex held(mBurstLock);
-    if (mStatus != CSSHOT_STATE_ENCODING || mBurst != burst)
-        return true;  // terminated while the application was told
-    const sp<BurstEncoder> encoder = new BurstEncoder(mEncoder);
-    auto start = std::make_unique<EncoderStart>(EncoderStart{ShotGate::Hold(gate()), this, encoder, burst});
-    pthread_t thread;
-    if (pthread_create(&thread, nullptr, encodeCSPreview2Jpeg, start.get()) == 0) {
-        pthread_detach(thread);
-        (void)start.release();  // the thread's now
-        mEncoder = encoder;
-        mEncoderRunning = true;
-        return true;
-    }
-    kLog.error("the encoder thread cannot be started; the burst is dropped");
-    mStatus = CSSHOT_STATE_IDLE;
-    mCSFrameCount = 0;
-    emptySlots();
-    return true;
-}
-
 // --- Capturing
 
 void ShotContinuous::processDataCallback(int32_t msgType, const sp<IMemory>& data) {
     if (!admitData(msgType, data))
         return;
-    if (msgType == CAMERA_MSG_PREVIEW_FRAME && !handlePreview(data))
+    if (msgType == CAMERA_MSG_PREVIEW_FRAME && gone(handlePreview(data)))
         return;
     (void)sendData(msgType, data);
 }
@@ -200,99 +204,101 @@ bool ShotContinuous::isCapturing() const {
     return mStatus == CSSHOT_STATE_CAPTURING && mCSFrameCount < kBurstLimit;
 }
 
-bool ShotContinuous::handlePreview(const sp<IMemory>& frame) {
-    ContinuousClock& clock = ContinuousClock::get();
+AfterCall ShotContinuous::handlePreview(const sp<IMemory>& data) {
+    RegionBytes frame;
     Turn turn;
     int64_t elapsed = kIntervalMs;
     {
         const AutoMutex held(mBurstLock);
         if (!isCapturing())
-            return true;
+            return AfterCall::GoOn;
+        frame = previewBytesOf(data);
+        if (!frame)
+            return AfterCall::GoOn;
         turn = {mBurst, mCSFrameCount};
-        if (turn.taken > 0)
-            elapsed = (clock.now() - mLastCaptureTime) / 1000000;
+        if (!mFirstFrame || turn.taken > 0)
+            elapsed = (now() - mLastCaptureTime) / 1000000;
         if (elapsed < kHoldFromMs) {
             freeze(frame);
-            return true;
+            return AfterCall::GoOn;
         }
     }
-    if (elapsed < kIntervalMs && gone(callOut([&] { clock.sleepMicroseconds((kIntervalMs - elapsed) * 1000); })))
-        return false;
+    if (elapsed < kIntervalMs && gone(callOut([=] { os::sleepMicroseconds((kIntervalMs - elapsed) * 1000); })))
+        return AfterCall::ShotGone;
     return captureNext(frame, turn);
 }
 
 /// Takes the frame with a click, unless the capture has ended meanwhile or another thread's frame had the same turn.
-bool ShotContinuous::captureNext(const sp<IMemory>& frame, Turn turn) {
+AfterCall ShotContinuous::captureNext(const RegionBytes& frame, Turn turn) {
+    bool taken = false;
     {
         const AutoMutex held(mBurstLock);
         if (!isCapturing() || mBurst != turn.burst)
-            return true;
+            return AfterCall::GoOn;
         if (mCSFrameCount != turn.taken) {
             freeze(frame);
-            return true;
+            return AfterCall::GoOn;
         }
-        mShutter->play();
-        mLastCaptureTime = ContinuousClock::get().now();
-        if (!take(frame))
-            return true;
+        mShutter.play();
+        mLastCaptureTime = now();
+        taken = take(frame);
     }
-    if (gone(sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_FRAME_TAKEN, turn.taken + 1, kBurstLimit)))
-        return false;
-    return turn.taken > 0 || firstTaken(turn.burst);
+    return captureDone(turn, taken);
 }
 
-/// Carries out a stop that came before the first frame, now that the application knows of that frame.
-bool ShotContinuous::firstTaken(uint32_t burst) {
+AfterCall ShotContinuous::Capture(const sp<IMemory>& frame) {
+    Turn turn;
+    bool taken = false;
     {
         const AutoMutex held(mBurstLock);
-        if (burst != mBurst)
-            return true;
+        turn = {mBurst, mCSFrameCount};
+        taken = take(regionBytesOf(frame));
+    }
+    return captureDone(turn, taken);
+}
+
+/// Tells the application of the frame, if it was taken, and carries out a stop that came before the first one.
+AfterCall ShotContinuous::captureDone(Turn turn, bool taken) {
+    if (taken && gone(sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_FRAME_TAKEN, turn.taken + 1, kBurstLimit)))
+        return AfterCall::ShotGone;
+    {
+        const AutoMutex held(mBurstLock);
+        if (turn.burst != mBurst)
+            return AfterCall::GoOn;
         mFirstFrame = false;
         if (!mStopPending)
-            return true;
+            return AfterCall::GoOn;
     }
     return StopAndEncoding();
 }
 
-bool ShotContinuous::Capture(const sp<IMemory>& frame) {
-    bool taken = false;
-    int frames = 0;
-    {
-        const AutoMutex held(mBurstLock);
-        taken = take(frame);
-        frames = mCSFrameCount;
-    }
-    return !taken || !gone(sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_FRAME_TAKEN, frames, kBurstLimit));
-}
-
 /// Copies the frame into the next slot.
-bool ShotContinuous::take(const sp<IMemory>& frame) {
+bool ShotContinuous::take(const RegionBytes& frame) {
     kLog.info("Capture() - start - Frame count : %d", mCSFrameCount);
-    if (!frame.get() || !frame->pointer()) {
+    if (!frame) {
         kLog.error("Capture() - preview frame is NULL");
         return false;
     }
-    const size_t size = frame->size();
-    kLog.info("Capture() - size : %d", static_cast<int>(size));
+    kLog.info("Capture() - size : %d", static_cast<int>(frame.size));
     if (mCSFrameCount >= kBurstLimit) {
         kLog.info("HandleCSFrame: mCSFrameCount >= %d", kBurstLimit);
         return false;
     }
-    Slot slot = {new MemoryHeapBase(size, 0, nullptr), mPreviewWidth, mPreviewHeight};
-    if (slot.heap->getSize() < size) {
+    const Slot slot = {os::newHeap(frame.size), mPreviewWidth, mPreviewHeight};
+    if (!slot.heap.get()) {
         kLog.error("Capture() - no memory for the frame");
         return false;
     }
-    std::memcpy(slot.heap->base(), frame->pointer(), size);
+    std::memcpy(slot.heap->base(), frame.data, frame.size);
     mCSFrameHeap[mCSFrameCount++] = slot;
     return true;
 }
 
 /// Shows the frame taken last in place of the current one, as far as both reach.
-void ShotContinuous::freeze(const sp<IMemory>& frame) const {
+void ShotContinuous::freeze(const RegionBytes& frame) const {
     const sp<MemoryHeapBase> last = mCSFrameCount > 0 ? mCSFrameHeap[mCSFrameCount - 1].heap : nullptr;
-    if (last.get() && frame->pointer())
-        std::memcpy(frame->pointer(), last->base(), std::min(last->getSize(), frame->size()));
+    if (last.get())
+        std::memcpy(frame.data, last->base(), std::min(last->getSize(), frame.size));
 }
 
 // --- Encoding, on the burst's own thread
@@ -304,100 +310,105 @@ void* ShotContinuous::encodeCSPreview2Jpeg(void* argument) {
         kLog.error("encodeCSPreview2Jpeg : csInstance == NULL \n");
         return nullptr;
     }
-    start->encoder->begin();
-    runEncoder(*start);
-    start->encoder->end();
+    os::sleepMicroseconds(kStartDelayUs);
+    if (start->before.get())
+        start->before->waitUntilEnded();
+    start->before.clear();
+    for (int encoded = 0;; ++encoded) {
+        {
+            const ShotGate::Entry inside(start->gate);
+            Slot slot;
+            const Next next = inside ? start->shot->nextFrame(start->burst, &slot) : Next::Exit;
+            if (next == Next::Complete) {
+                (void)start->shot->sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_DELIVERED, 0, 0);
+                break;
+            }
+            kLog.info("encodeCSPreview2Jpeg() - mCSEncodeCount : [%d]  pthread_self[%d]\n", encoded,
+                      static_cast<int>(pthread_self()));
+            if (next == Next::Exit) {
+                kLog.error("encodeCSPreview2Jpeg() -exit: %d\n", encoded);
+                encoderKillFlag.compare_exchange_strong(start->burst, 0);
+                break;
+            }
+            const clock_t begin = std::clock();
+            const AfterCall after = start->shot->encode2ArcJpegData(slot, start->burst);
+            const float seconds = static_cast<float>(std::clock() - begin) / 1000000.0F;
+            kLog.info("encodeCSPreview2Jpeg() - Codec time(%d) : %.8f\n", encoded, static_cast<double>(seconds));
+            slot = {};
+            if (!gone(after))  // else the next look at the gate ends the thread
+                start->shot->releaseSlot(start->burst, encoded);
+        }
+        os::sleepMicroseconds(kGapUs);
+    }
+    start->thread->end();
     return nullptr;
 }
 
-void ShotContinuous::runEncoder(const EncoderStart& start) {
-    start.encoder->pause(kStartDelayUs);
-    for (int encoded = 0; encodeNext(start, encoded); ++encoded)
-        start.encoder->pause(kGapUs);
-}
-
-/// Encodes and delivers one frame; false at the end of the burst, of its encoder or of the shot.
-bool ShotContinuous::encodeNext(const EncoderStart& start, int encoded) {
-    const ShotGate::Entry inside(start.gate);
-    if (!inside) {
-        encoderKillFlag = false;
-        kLog.error("encodeCSPreview2Jpeg() -exit: %d\n", encoded);
-        return false;
-    }
-    Slot slot;
-    const Next next = start.shot->nextFrame(start.burst, *start.encoder, encoded, &slot);
-    if (next == Next::Complete)
-        (void)start.shot->sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_DELIVERED, 0, 0);
-    if (next != Next::Encode)
-        return false;
-    const clock_t begin = std::clock();
-    const bool alive = !slot.heap.get() || start.shot->encode2ArcJpegData(slot);
-    const float seconds = static_cast<float>(std::clock() - begin) / 1000000.0F;
-    kLog.info("encodeCSPreview2Jpeg() - Codec time(%d) : %.8f\n", encoded, static_cast<double>(seconds));
-    slot = {};
-    if (alive)  // else the next look at the gate ends the thread
-        start.shot->releaseSlot(start.burst, encoded);
-    return true;
-}
-
-/// Fetches the next frame, with a reference of its own, or ends the burst. `encoded`: frames of `burst` so far.
-ShotContinuous::Next ShotContinuous::nextFrame(uint32_t burst, const BurstEncoder& encoder, int encoded, Slot* slot) {
+/// Looks for the next frame of `burst` and fetches it, with a reference of its own, or ends the burst.
+ShotContinuous::Next ShotContinuous::nextFrame(uint32_t burst, Slot* slot) {
     const AutoMutex held(mBurstLock);
-    const bool own = burst == mBurst;
-    if (own && mCSEncodeCount >= mCSFrameCount) {
-        complete();
+    if (burst != mBurst)
+        return Next::Exit;
+    if (mCSEncodeCount >= mCSFrameCount) {
+        mCSFrameCount = 0;
+        mCSEncodeCount = 0;
+        kLog.error("encodeCSPreview2Jpeg - Completed jpegEncodePreview\n");
+        mEncoderRunning = false;
+        mStatus = CSSHOT_STATE_IDLE;
         return Next::Complete;
     }
-    kLog.info("encodeCSPreview2Jpeg() - mCSEncodeCount : [%d]  pthread_self[%d]\n", encoded,
-              static_cast<int>(pthread_self()));
-    if (!own || encoder.stopped()) {
-        if (own)
-            encoderKillFlag = false;
-        kLog.error("encodeCSPreview2Jpeg() -exit: %d\n", encoded);
+    if (encoderKillFlag == burst)
         return Next::Exit;
-    }
     *slot = mCSFrameHeap[mCSEncodeCount];
     return Next::Encode;
 }
 
-bool ShotContinuous::getJpegQuality(int* quality) const {
+/// The quality that pictures are encoded with.
+AfterCall ShotContinuous::readJpegQuality(int* quality) const {
     const sp<CameraHardwareInterface> hardware = mHardware;
     *quality = kArcJpegQualityWithoutHardware;
     if (!hardware.get())
-        return true;
-    int parameter = 0;
-    const bool alive =
-        !gone(callOut([&] { parameter = hardware->getParameters().getInt(CameraParameters::KEY_JPEG_QUALITY); }));
-    *quality = arcJpegQuality(parameter);
-    return alive;
+        return AfterCall::GoOn;
+    return callOut(
+        [&] { *quality = arcJpegQuality(hardware->getParameters().getInt(CameraParameters::KEY_JPEG_QUALITY)); });
 }
 
-/// Encodes and delivers one frame. False when the shot was retired meanwhile.
-bool ShotContinuous::encode2ArcJpegData(const Slot& slot) {
+/// Encodes and delivers one frame.
+AfterCall ShotContinuous::encode2ArcJpegData(const Slot& slot, uint32_t burst) {
     int quality = 0;
-    if (!getJpegQuality(&quality))
-        return false;
-    if (slot.width <= 0 || slot.height <= 0 || slot.heap->getSize() < yuv420FrameSize(slot.width, slot.height)) {
+    if (gone(readJpegQuality(&quality)))
+        return AfterCall::ShotGone;
+    const uint64_t needed = yuv420FrameSize(slot.width, slot.height);
+    if (needed == 0 || slot.heap->getSize() < needed) {
         kLog.error("encode2ArcJpegData() - the frame is smaller than %d x %d", slot.width, slot.height);
-        return true;
+        return AfterCall::GoOn;
     }
     const ArcJpegFrame frame = {static_cast<uint8_t*>(slot.heap->base()), slot.width, slot.height,
                                 ARC_FORMAT_YUV420_SEMIPLANAR};
     ArcJpegEncoding encoding(kJpegUser, frame, quality);
-    bool alive = true;
+    const bool isEmpty = !encoding.picture().get() || encoding.picture()->size() == 0;
+    AfterCall after = AfterCall::GoOn;
     if (encoding.picture().get())
-        alive = deliver(encoding.picture());
+        after = deliver(encoding.picture(), burst);
     encoding.end();
-    return alive;
+    if (isEmpty)
+        kLog.error("encode2ArcJpegData() - a frame of the burst gave no picture");
+    return after;
 }
 
-bool ShotContinuous::deliver(const sp<IMemory>& picture) {
+/// Sends the picture, unless another burst has begun since its own was abandoned.
+AfterCall ShotContinuous::deliver(const sp<IMemory>& picture, uint32_t burst) {
+    {
+        const AutoMutex held(mBurstLock);
+        if (burst != mBurst)
+            return AfterCall::GoOn;
+    }
     const auto to = mCallbacks.data();
     if (to.callback && to.cookie)
-        return !gone(sendData(CAMERA_MSG_COMPRESSED_IMAGE, picture));
+        return sendData(CAMERA_MSG_COMPRESSED_IMAGE, picture);
     kLog.error("encode2ArcJpegData() - mDataCb[0x%X] or mCallbackCookie[0x%X] is null",
                asHex(reinterpret_cast<const void*>(to.callback)), asHex(to.cookie));
-    return true;
+    return passGate();
 }
 
 void ShotContinuous::releaseSlot(uint32_t burst, int index) {
@@ -407,14 +418,6 @@ void ShotContinuous::releaseSlot(uint32_t burst, int index) {
     mCSFrameHeap[index] = {};
     mCSEncodeCount = index + 1;
     kLog.info("encodeCSPreview2Jpeg - start sleep : EC FC[%d %d]\n", mCSEncodeCount, mCSFrameCount);
-}
-
-void ShotContinuous::complete() {
-    mCSFrameCount = 0;
-    mCSEncodeCount = 0;
-    kLog.error("encodeCSPreview2Jpeg - Completed jpegEncodePreview\n");
-    mEncoderRunning = false;
-    mStatus = CSSHOT_STATE_IDLE;
 }
 
 ShotCommon* makeShotContinuous(const sp<CameraHardwareInterface>& hardware) {

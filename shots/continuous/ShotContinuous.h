@@ -5,16 +5,17 @@
 
 #include <atomic>
 #include <cstdint>
-#include <optional>
 
 #include "shots/ShotCallbacks.h"
-#include "shots/continuous/BurstEncoder.h"
+#include "shots/continuous/EncoderThread.h"
 #include "shots/continuous/ShutterPlayer.h"
 
 namespace android {
 
 /// Takes preview frames about every 360 ms between a start and a stop, with a click and a frozen preview between them.
 /// After the stop a thread of its own encodes them one by one and delivers each as an ordinary compressed picture.
+///
+/// Limits: the pictures are right for frames of 4:2:0, semi-planar with V first, and have the preview's size.
 ///
 /// Threads: commands on the service's threads, frames on the vendor layer's, encoding on a thread for each burst. The
 /// burst's state is guarded by `mBurstLock`, which is never held during a message to the application or a pause; who
@@ -31,26 +32,21 @@ public:
     ~ShotContinuous() override;
 
     status_t sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) override;
-    status_t processCommand(int32_t cmd, int32_t arg1, int32_t arg2);
 
     void processDataCallback(int32_t msgType, const sp<IMemory>& data);
 
     /// Begins a burst with clean counts and slots.
     void Start();
-    /// Takes a frame into the next slot. False when the shot was retired meanwhile.
-    [[nodiscard]] bool Capture(const sp<IMemory>& frame);
-    /// Ends the capture and starts the encoder; before the first frame, once that is taken. False when the shot was
-    /// retired meanwhile.
-    [[nodiscard]] bool StopAndEncoding();
-    /// Abandons the burst; takes effect also in the middle of the encoder's pauses.
+    /// Takes a frame into the next slot.
+    AfterCall Capture(const sp<IMemory>& frame);
+    /// Ends the capture and starts the encoder; before the first frame, once that is taken.
+    AfterCall StopAndEncoding();
+    /// Abandons the burst. An encoder ends at its next look.
     void Terminate();
 
-    /// The quality that pictures are encoded with. `quality` stays as it is when the shot was retired meanwhile, and
-    /// the result is false.
-    [[nodiscard]] bool getJpegQuality(int* quality) const;
-
-    /// The process's request to the encoder thread to end; cleared by the thread that obeys, and by the next burst.
-    static std::atomic<bool> encoderKillFlag;
+    /// The process's request to an encoder thread to end: the number of its burst, 0 for none. Cleared by the thread
+    /// that obeys, and by the next burst.
+    static std::atomic<uint32_t> encoderKillFlag;
 
 private:
     struct EncoderStart;
@@ -68,38 +64,38 @@ private:
     /// What the encoder does next.
     enum class Next { Encode, Exit, Complete };
 
-    static void* encodeCSPreview2Jpeg(void* start);
-    static void runEncoder(const EncoderStart& start);
-    static bool encodeNext(const EncoderStart& start, int encoded);
-    Next nextFrame(uint32_t burst, const BurstEncoder& encoder, int encoded, Slot* slot);
-    bool encode2ArcJpegData(const Slot& slot);
-    bool deliver(const sp<IMemory>& picture);
-    void releaseSlot(uint32_t burst, int index);
-    void complete() REQUIRES(mBurstLock);
-
-    bool handlePreview(const sp<IMemory>& frame);
-    bool captureNext(const sp<IMemory>& frame, Turn turn);
-    bool firstTaken(uint32_t burst);
-    bool isCapturing() const REQUIRES(mBurstLock);
-    bool take(const sp<IMemory>& frame) REQUIRES(mBurstLock);
-    void freeze(const sp<IMemory>& frame) const REQUIRES(mBurstLock);
+    AfterCall startEncoder(uint32_t burst);
     void emptySlots() REQUIRES(mBurstLock);
-    bool startEncoder(uint32_t burst);
 
-    mutable Mutex mBurstLock;
+    AfterCall handlePreview(const sp<IMemory>& data);
+    AfterCall captureNext(const RegionBytes& frame, Turn turn);
+    AfterCall captureDone(Turn turn, bool taken);
+    bool isCapturing() const REQUIRES(mBurstLock);
+    bool take(const RegionBytes& frame) REQUIRES(mBurstLock);
+    void freeze(const RegionBytes& frame) const REQUIRES(mBurstLock);
+
+    static void* encodeCSPreview2Jpeg(void* start);
+    Next nextFrame(uint32_t burst, Slot* slot);
+    AfterCall encode2ArcJpegData(const Slot& slot, uint32_t burst);
+    AfterCall readJpegQuality(int* quality) const;
+    AfterCall deliver(const sp<IMemory>& picture, uint32_t burst);
+    void releaseSlot(uint32_t burst, int index);
+
+    static std::atomic<uint32_t> sBursts;  // started so far in the process
+
     int mStatus GUARDED_BY(mBurstLock) = CSSHOT_STATE_IDLE;
     int mCSFrameCount GUARDED_BY(mBurstLock) = 0;
     int mCSEncodeCount GUARDED_BY(mBurstLock) = 0;
     Slot mCSFrameHeap[kBurstLimit] GUARDED_BY(mBurstLock);
-    sp<BurstEncoder> mEncoder GUARDED_BY(mBurstLock);  // of the last burst that was encoded
+    sp<EncoderThread> mEncoderThread GUARDED_BY(mBurstLock);  // of the last burst that was encoded
     bool mEncoderRunning GUARDED_BY(mBurstLock) = false;
     nsecs_t mLastCaptureTime GUARDED_BY(mBurstLock) = 0;
     bool mFirstFrame GUARDED_BY(mBurstLock) = false;  // until the application was told of the first one
     bool mStopPending GUARDED_BY(mBurstLock) = false;
-    uint32_t mBurst GUARDED_BY(mBurstLock) = 0;  // counts starts, and terminates but for those of an encoder
+    ShutterPlayer mShutter;  // guards itself
 
-    std::atomic<bool> mSpecialSalesCode{false};  // as of the latest command
-    std::optional<ShutterPlayer> mShutter;       // from construction to destruction; guards itself
+    uint32_t mBurst GUARDED_BY(mBurstLock) = 0;  // number of the present burst, or that is encoded; 0: none
+    mutable Mutex mBurstLock;
 };
 
 }  // namespace android

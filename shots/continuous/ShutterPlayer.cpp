@@ -37,40 +37,55 @@ bool ShutterPlayer::hasSpecialSalesCode() {
     return false;
 }
 
-ShutterPlayer::ShutterPlayer() {
+void ShutterPlayer::begin() {
+    const AutoMutex commanding(mCommandLock);
     const bool special = hasSpecialSalesCode();
-    mShutterPlayer = newMediaPlayer(kSoundFile);
+    const sp<MediaPlayer> made = newMediaPlayer(kSoundFile);
     if (special)
         kLog.error("ShotContinuous OPS OPS OPS OPS OPS OPS OPS OPS OPS OPS");
     mVolume = special ? kSpecialVolume : VolumeCustomizer::getSituationVolume(kSituation, kAnyStream);
     kLog.info("ShotContinuous - mVolume : %f", static_cast<double>(mVolume));
-    if (mShutterPlayer.get())
-        mShutterPlayer->setVolume(mVolume, mVolume);
+    setPlayer(made);
 }
 
 void ShutterPlayer::turnOn(bool special) {
-    const AutoMutex held(mLock);
-    if (!mShutterPlayer.get())
-        mShutterPlayer = newMediaPlayer(kSoundFile);
+    const AutoMutex commanding(mCommandLock);
+    const bool isOn = player().get() != nullptr;
+    const sp<MediaPlayer> made = isOn ? nullptr : newMediaPlayer(kSoundFile);
     mVolume = VolumeCustomizer::getSituationVolume(kSituation, special ? kEnforcedStream : kAnyStream);
-    if (mShutterPlayer.get())
-        mShutterPlayer->setVolume(mVolume, mVolume);
+    if (!isOn)
+        setPlayer(made);
+}
+
+/// Turns the sound on with a player that was made for it, at the present volume.
+void ShutterPlayer::setPlayer(const sp<MediaPlayer>& made) {
+    if (made.get())
+        made->setVolume(mVolume, mVolume);
+    const AutoMutex held(mLock);
+    mShutterPlayer = made;
 }
 
 void ShutterPlayer::turnOff() {
-    const AutoMutex held(mLock);
-    if (!mShutterPlayer.get())
+    const AutoMutex commanding(mCommandLock);
+    const sp<MediaPlayer> old = player();
+    if (!old.get())
         return;
-    mShutterPlayer->disconnect();
+    old->disconnect();
+    const AutoMutex held(mLock);
     mShutterPlayer.clear();
 }
 
 void ShutterPlayer::play() {
-    const AutoMutex held(mLock);
-    if (!mShutterPlayer.get())
+    const sp<MediaPlayer> present = player();
+    if (!present.get())
         return;
-    mShutterPlayer->seekTo(0);
-    mShutterPlayer->start();
+    present->seekTo(0);
+    present->start();
+}
+
+sp<MediaPlayer> ShutterPlayer::player() {
+    const AutoMutex held(mLock);
+    return mShutterPlayer;
 }
 
 sp<MediaPlayer> ShutterPlayer::newMediaPlayer(const char* path) {

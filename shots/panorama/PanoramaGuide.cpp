@@ -2,8 +2,11 @@
 
 #include "shots/panorama/PanoramaGuide.h"
 
+#include <algorithm>
 #include <atomic>
-#include <cstdlib>
+#include <cmath>
+#include <iterator>
+#include <limits>
 
 #include "imaging/Overlay.h"
 
@@ -15,6 +18,9 @@ constexpr px_color kGreen = 0x00FF00;
 constexpr px_color kRed = 0xFF0000;
 constexpr px_color kColors[] = {kPanoramaNoColor, kGreen, kGreen, kRed};
 
+constexpr int32_t kLeastSide = 64;  // of a frame that is marked
+constexpr int32_t kInset = 10;      // of the rectangle
+
 constexpr px_direction kRight = 1, kLeft = 2, kUp = 4, kDown = 8;
 
 // An offset is vertical above 1.5 times the horizontal one, and diagonal above 0.7 times.
@@ -22,7 +28,7 @@ constexpr double kVertical = 1.5;
 constexpr double kDiagonal = 0.7;
 
 constexpr int32_t kOpacities[] = {255, 230, 200, 120, 40, 120, 200, 230, 255};
-constexpr int32_t kOpacitySteps = sizeof kOpacities / sizeof kOpacities[0];
+constexpr int32_t kOpacitySteps = std::size(kOpacities);
 constexpr OverlayColor kArrowColor = {178, 171, 0};
 
 constexpr int32_t kMargin = 24;  // between an arrow and the frame's edges
@@ -34,6 +40,12 @@ std::atomic<int32_t> gOpacityStep{0};
 
 int32_t even(int32_t value) {
     return value % 2 == 1 ? value - 1 : value;
+}
+
+/// Whatever offset the library reports.
+int clampedSum(int32_t offset, int32_t position) {
+    const int64_t sum = int64_t{offset} + position;
+    return static_cast<int>(std::clamp<int64_t>(sum, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
 }
 
 /// Blends one row of an arrow.
@@ -98,31 +110,58 @@ void drawSideways(const Brush& brush, int32_t column, int32_t step) {
     }
 }
 
-}  // namespace
-
-px_color panoramaRectColor(uint32_t status) {
-    return status < sizeof kColors / sizeof kColors[0] ? kColors[status] : kPanoramaNoColor;
+void DrawRectangle(px_image& image, int left, int top, int right, int bottom, px_color color) {
+    if (color == kPanoramaNoColor)
+        return;
+    completePlanes(image, OverlayLayout::SemiPlanar);
+    drawRectangle(overlayImage(image), OverlayLayout::SemiPlanar, left, top, right, bottom, overlayColor(color),
+                  OverlayFrame::Outward2);
 }
 
-px_direction panoramaArrows(const px_status& status) {
-    if (status.status == 2 || status.status == 3)
+}  // namespace
+
+void PanoramaGuide::GetRectToDraw(int& left, int& top, int& right, int& bottom) const {
+    left = clampedSum(mPxStatus.dx, kInset);
+    top = clampedSum(mPxStatus.dy, kInset);
+    right = clampedSum(mPxStatus.dx, mFrameWidth - 1 - kInset);
+    bottom = clampedSum(mPxStatus.dy, mFrameHeight - 1 - kInset);
+}
+
+px_color PanoramaGuide::GetRectColor() const {
+    return mPxStatus.status < std::size(kColors) ? kColors[mPxStatus.status] : kPanoramaNoColor;
+}
+
+px_direction PanoramaGuide::GetArrows() const {
+    if (mPxStatus.status == 2 || mPxStatus.status == 3)
         return 0;
-    const int32_t known = status.direction;
+    // The library's code only permits arrows; which one is drawn follows from the offset.
+    const int32_t known = mPxStatus.direction;
     if (known != kRight && known != kLeft && known != kUp && known != kDown)
         return 0;
-    const double dx = status.dx;
-    const double across = dx < 0 ? -dx : dx;
-    const double along = status.dy < 0 ? -static_cast<double>(status.dy) : status.dy;
-    const px_direction horizontal = dx < 0 ? kLeft : kRight;
-    const px_direction vertical = status.dy < 0 ? kUp : kDown;
-    if (along > 0 && along > kVertical * across)
+    const double across = std::abs(static_cast<double>(mPxStatus.dx));
+    const double along = std::abs(static_cast<double>(mPxStatus.dy));
+    const px_direction horizontal = mPxStatus.dx < 0 ? kLeft : kRight;
+    const px_direction vertical = mPxStatus.dy < 0 ? kUp : kDown;
+    if (along > kVertical * across)
         return vertical;
-    if (dx != 0 && along > kDiagonal * across)
+    if (along > kDiagonal * across)
         return vertical | horizontal;
     return horizontal;
 }
 
-void drawFadingArrows(const px_image& image, px_direction code) {
+void PanoramaGuide::draw(px_image& image) const {
+    if (image.width < kLeastSide || image.height < kLeastSide)
+        return;
+    int left = 0;
+    int top = 0;
+    int right = 0;
+    int bottom = 0;
+    GetRectToDraw(left, top, right, bottom);
+    DrawRectangle(image, left, top, right, bottom, GetRectColor());
+    DrawFadingArrows(image, GetArrows());
+}
+
+void DrawFadingArrows(const px_image& image, px_direction code) {
     const int32_t step = gOpacityStep.load(std::memory_order_relaxed);
     gOpacityStep.store((step + 1) % kOpacitySteps, std::memory_order_relaxed);
     const Brush brush(image, kOpacities[step]);

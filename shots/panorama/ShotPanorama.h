@@ -1,4 +1,7 @@
 // Panorama: a sweep of the camera becomes one wide picture.
+//
+// Frames are semi-planar 4:2:0 of the preview's size as the capture began; others go by unread, with one line. The
+// guide is drawn into frames of 64 x 64 pixels and more.
 #pragma once
 
 #include <atomic>
@@ -6,7 +9,8 @@
 
 #include "imaging/ArcJpegEncoder.h"
 #include "shots/ShotCallbacks.h"
-#include "shots/panorama/PanoramaGuide.h"
+#include "shots/TurnLock.h"
+#include "shots/panorama/PanoramaEngine.h"
 
 namespace android {
 
@@ -14,8 +18,9 @@ namespace android {
 /// delivers the result as an ordinary compressed picture.
 ///
 /// Threads: frames arrive on the vendor layer's thread, commands on the service's; both use the library. `mEngineLock`
-/// is held for each call of the library and given up for each message to the application. A capture that was cancelled
-/// or begun anew while its stitch was sending a message ends there (`mGeneration` tells).
+/// is held for each call of the library and given up for each message to the application, so that a command waits for
+/// the library's work of one frame or one step. Whoever makes or frees the instance begins a new generation; a stitch
+/// of an old one ends at its next step.
 class ShotPanorama : public ShotCallbacks<ShotPanorama> {
 public:
     static constexpr char kTag[] = "ShotPanorama";
@@ -24,69 +29,67 @@ public:
     ~ShotPanorama() override;
 
     status_t processCommand(int32_t cmd, int32_t arg1, int32_t arg2);
-
     void processDataCallback(int32_t msgType, const sp<IMemory>& data);
 
-    /// Makes a library instance for frames of this size. Ignored while such frames are being captured.
-    void Init(int width, int height, bool noAutoAdd);
-    void StartCapture();
-    /// Ends the capture, stitches, delivers the picture. False when the shot was retired meanwhile. Does nothing while
-    /// a stitch is under way.
-    [[nodiscard]] bool StopCapture();
+protected:
+    /// What became of a frame.
+    struct Handled {
+        enum { Skipped, Analysed, Added, BufferFull } how = Skipped;
+        uint32_t generation = 0;
+        uint32_t adding = 0;  // the time before it was added
+        px_image image = {};
+        px_status status = {};  // the library's, of this frame
+    };
+
+    /// Makes a library instance for frames of this size, for what it reports ready to be added at once unless
+    /// `noAutoAdd`. Ignored while such frames are being captured.
+    void Init(int width, int height, bool noAutoAdd) REQUIRES(mEngineLock);
+    void Free() REQUIRES(mEngineLock);
+    void StartCapture() REQUIRES(mEngineLock);
     /// Drops the capture or the stitch and makes a fresh instance.
-    void CancelCapture();
-    void Free();
-
-    /// Looks at one preview frame of `bytes` bytes, and marks it when `draw` is set. A frame of another size than the
-    /// instance's (the preview size was changed) goes by unread. False when the shot was retired meanwhile.
-    [[nodiscard]] bool HandlePreview(unsigned char* frame, size_t bytes, bool draw);
+    void CancelCapture() REQUIRES(mEngineLock);
+    /// Hands a preview frame to the library. With `BufferFull` the capture has to be ended.
+    Handled HandlePreview(const sp<IMemory>& frame) REQUIRES(mEngineLock);
     /// The stitched image, the library's, with its size; null with -1 and -1 when there is none.
-    unsigned char* GetPanoramaImage(int& width, int& height);
+    unsigned char* GetPanoramaImage(int& width, int& height) REQUIRES(mEngineLock);
 
-    void GetRectToDraw(int& left, int& top, int& right, int& bottom) const REQUIRES(mEngineLock);
-    px_color GetRectColor() const REQUIRES(mEngineLock);
-    px_direction GetArrows() const REQUIRES(mEngineLock);
-    Mutex& engineLock() const RETURN_CAPABILITY(mEngineLock) { return mEngineLock; }
-
-    static void DrawHorizontalLine(px_image& image, int y, int x0, int x1, uint8_t Y, uint8_t C1, uint8_t C2);
-    static void DrawVerticalLine(px_image& image, int x, int y0, int y1, uint8_t Y, uint8_t C1, uint8_t C2);
-    static void DrawRectangle(px_image& image, int left, int top, int right, int bottom, px_color color);
-    static void DrawHorizontalLineMixed(px_image& image, int y, int x0, int length, uint8_t Y, uint8_t C1, uint8_t C2,
-                                        int alpha);
-    static void DrawFadingArrows(px_image& image, px_direction code) { drawFadingArrows(image, code); }
+    TurnLock mEngineLock;
 
 private:
-    /// What became of a frame.
-    enum class Handled { Skipped, Analysed, Added, BufferFull };
+    // A stitch, by the generation of its instance.
+    using Stitch = std::optional<uint32_t>;
+    enum class Step { Dropped, Failed, Taken, Done };
 
-    void initLocked(int width, int height, bool noAutoAdd) REQUIRES(mEngineLock);
-    bool openInstance(int width, int height) REQUIRES(mEngineLock);
-    void freeLocked() REQUIRES(mEngineLock);
-    bool endCapture() REQUIRES(mEngineLock);
-    bool fitsInstance(size_t bytes) const REQUIRES(mEngineLock);
-    px_image describe(unsigned char* frame) const REQUIRES(mEngineLock);
-    Handled analyse(px_image& image, uint32_t* adding) REQUIRES(mEngineLock);
-    void drawGuide(px_image& image) REQUIRES(mEngineLock);
-    unsigned char* panoramaImageLocked(int& width, int& height) REQUIRES(mEngineLock);
-    bool stitch(uint32_t generation);
-    bool deliverPanorama(uint32_t generation);
+    Stitch startOrStop();
+    Stitch endCapture() REQUIRES(mEngineLock);
+    AfterCall stitch(uint32_t generation);
+    Step takeStep(uint32_t generation, uint32_t begin, uint32_t* progress);
+    AfterCall deliverPanorama(uint32_t generation);
     void encodePanorama(uint32_t generation, std::optional<ArcJpegEncoding>& encoding);
+
+    bool stitching() const REQUIRES(mEngineLock);
+    void initForPreview() REQUIRES(mEngineLock);
+    bool fitsInstance() REQUIRES(mEngineLock);
+    void analyse(Handled* frame) REQUIRES(mEngineLock);
+    AfterCall captureFrame(const sp<IMemory>& frame);
+    AfterCall tellAdded(const Handled& frame);
 
     bool mAutoStopArmed GUARDED_BY(mEngineLock) = false;
     bool mInstanceReady GUARDED_BY(mEngineLock) = false;
-    std::atomic<bool> mCapturing{false};
-    std::atomic<bool> mCancelRequested{false};  // set before the lock is waited for
+    std::atomic<bool> mCapturing{false};  // written under the lock; frames look before they wait for it
     bool mImageReady GUARDED_BY(mEngineLock) = false;
     bool mNoAutoAdd GUARDED_BY(mEngineLock) = false;
     uint32_t mProgress GUARDED_BY(mEngineLock) = 0;  // percent, written by the library
     px_status mPxStatus GUARDED_BY(mEngineLock) = {};
     int32_t mFrameWidth GUARDED_BY(mEngineLock);
     int32_t mFrameHeight GUARDED_BY(mEngineLock);
-    px_instance mInstance GUARDED_BY(mEngineLock) = nullptr;
+    PanoramaEngine mInstance GUARDED_BY(mEngineLock);
 
-    mutable Mutex mEngineLock;
     bool mStitching GUARDED_BY(mEngineLock) = false;
-    uint32_t mGeneration GUARDED_BY(mEngineLock) = 0;  // counts the instances that were freed
+    uint32_t mGeneration GUARDED_BY(mEngineLock) = 0;
+    int32_t mStartWidth GUARDED_BY(mEngineLock);  // the preview's when the instance was made for it
+    int32_t mStartHeight GUARDED_BY(mEngineLock);
+    bool mToldUnfit GUARDED_BY(mEngineLock) = false;
 };
 
 }  // namespace android

@@ -7,12 +7,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <string>
 #include <utility>
 
 #include "imaging/Caps.h"
-#include "imaging/SharedPicture.h"
+#include "imaging/System.h"
 #include "imaging/TaggedLog.h"
 #include "shots/Modes.h"
 #include "shots/PreviewFrame.h"
@@ -31,52 +30,14 @@ constexpr status_t kNoThread = -1;
 constexpr size_t kRawWidthAt = 4;
 constexpr size_t kRawHeightAt = 8;
 constexpr size_t kRawExtra = 8;
+constexpr size_t kRawLeast = kRawHeightAt + sizeof(int32_t);
 
-/// Held by one picture thread of the process at a time, also by one whose shot is gone: it may still have to give the
-/// vendor layer its picture format back. A thread that waits here is in no shot's gate, so no switch waits for it.
-class PictureTurn {
-public:
-    PictureTurn() {
-        Turns& turns = Turns::get();
-        const AutoMutex held(turns.lock);
-        while (turns.taken)
-            turns.over.wait(turns.lock);
-        turns.taken = true;
-    }
-    ~PictureTurn() {
-        Turns& turns = Turns::get();
-        const AutoMutex held(turns.lock);
-        turns.taken = false;
-        turns.over.signal();
-    }
-    PictureTurn(const PictureTurn&) = delete;
-    PictureTurn& operator=(const PictureTurn&) = delete;
-
-private:
-    struct Turns {
-        Mutex lock;
-        Condition over;
-        bool taken GUARDED_BY(lock) = false;
-
-        static Turns& get() {
-            static Turns* const turns = new Turns;  // a picture thread may outlive static objects
-            return *turns;
-        }
-    };
+struct Free {
+    void operator()(uint8_t* bytes) const { std::free(bytes); }
 };
-
-void setPictureFormat(CameraHardwareInterface& hardware, const std::string& format) {
-    CameraParameters params = hardware.getParameters();
-    if (format.empty())
-        params.remove(CameraParameters::KEY_PICTURE_FORMAT);
-    else
-        params.setPictureFormat(format.c_str());
-    hardware.setParameters(params);
-}
 
 }  // namespace
 
-ShotSelf::Resources ShotSelf::resources = {std::malloc, androidCreateThread};
 uint8_t* ShotSelf::pPreviewImage = nullptr;
 int ShotSelf::nPreviewFrameCount = 0;
 
@@ -85,24 +46,22 @@ int ShotSelf::nPreviewFrameCount = 0;
 struct ShotSelf::PictureStart {
     ShotGate::Hold gate;
     ShotSelf* shot;
+    sp<PictureThreads> threads;
+    PictureThreads::Asked asked;
 };
 
-/// A picture that is being made; its thread's. The library's objects are released from the last to the first.
+/// A picture that is being made; its thread's.
 struct ShotSelf::Picture {
     sp<CameraHardwareInterface> hardware;
     size_t size = 0;  // bytes of the frame
     int32_t width = 0;
     int32_t height = 0;
     sp<MemoryHeapBase> rawHeap;
-    std::string pictureFormat;   // the vendor layer's own, empty when it has none
-    bool formatChanged = false;  // it has the preview's instead
-    bool planar = false;
+    std::string pictureFormat;  // the vendor layer's own, empty when it has none
+    FrameLayout layout = FrameLayout::SemiPlanar;
     float quality = 0;
-    std::unique_ptr<uint8_t[]> semiPlanar;  // of a planar frame
-    CapsImage image;
-    CapsBuffer rendered;
-    CapsStream output;
-    CapsSession session;
+    std::unique_ptr<uint8_t[], Free> semiPlanar;  // of a planar frame
+    CapsPicture caps;
 };
 
 ShotSelf::ShotSelf(sp<CameraHardwareInterface> hardware) : ShotCallbacks(std::move(hardware)) {
@@ -116,43 +75,34 @@ ShotSelf::~ShotSelf() {
         const AutoMutex held(mFrameLock);
         std::free(std::exchange(pPreviewImage, nullptr));
         mRawHeap.clear();
+        Release();
     }
-    Release();
+    mThreads->restoreFormatOnce();
 }
 
 void ShotSelf::Init() {
-    Release();
     size_t size = 0;
-    (void)getPreviewMemSize(&size);  // nobody retires a shot that is being made
+    (void)readPreviewMemSize(&size);  // nobody retires a shot that is being made
     const AutoMutex held(mFrameLock);
     nPreviewFrameCount = 0;
-    allocateCopy(size);
-    mRawHeap.clear();
-}
-
-void ShotSelf::allocateCopy(size_t size) {
-    std::free(pPreviewImage);
-    pPreviewImage = static_cast<uint8_t*>(resources.allocate(size));
-    mCopySize = pPreviewImage ? size : 0;
-    if (mCopySize)
-        std::memset(pPreviewImage, kNeutral, mCopySize);
+    expectFrames(size);
 }
 
 void ShotSelf::Release() {
-    const AutoMutex held(mFrameLock);
     mPictureHeap.clear();
     mPictureMemory.clear();
 }
 
-bool ShotSelf::getPreviewMemSize(size_t* size) const {
+/// Bytes of a preview frame by the vendor layer's present parameters; 0 when that cannot be told.
+AfterCall ShotSelf::readPreviewMemSize(size_t* size) const {
     const sp<CameraHardwareInterface> hardware = hardwareOrLog();
     *size = 0;
     if (!hardware.get())
-        return true;
+        return AfterCall::GoOn;
     CameraParameters params;
-    const bool alive = !gone(callOut([&] { params = hardware->getParameters(); }));
+    const AfterCall after = callOut([&] { params = hardware->getParameters(); });
     *size = previewFrameSize(params, kLog);
-    return alive;
+    return after;
 }
 
 // --- The preview
@@ -169,13 +119,31 @@ status_t ShotSelf::startPreview() {
     return startPreviewAfter(hardware, [this](const CameraParameters& params) {
         takePreviewSize(params);
         const size_t size = previewFrameSize(params, kLog);
-        const sp<MemoryHeapBase> heap = new MemoryHeapBase(size ? size + kRawExtra : 0, 0, nullptr);
         const AutoMutex held(mFrameLock);
-        mRawHeap = heap;
-        // The preview has become larger since the shot was made. A picture under way keeps its frame.
-        if (size > mCopySize && mPicturesAsked == 0)
-            allocateCopy(size);
+        mRawHeap = os::newHeap(size ? size + kRawExtra : 0);
+        expectFrames(size);
     });
+}
+
+/// Frames have `size` bytes from now on. A picture that is to be rendered keeps its own.
+void ShotSelf::expectFrames(size_t size) {
+    mFrameSize = size;
+    mTooLargeTold = false;
+    if (!mThreads->arePicturesAsked())
+        growCopy();
+}
+
+/// Makes room for a frame, unless there is.
+void ShotSelf::growCopy() {
+    if (pPreviewImage && mFrameSize <= mCopySize)
+        return;
+    std::free(pPreviewImage);
+    pPreviewImage = static_cast<uint8_t*>(os::allocate(mFrameSize));
+    mCopySize = pPreviewImage ? mFrameSize : 0;
+    if (mCopySize)
+        std::memset(pPreviewImage, kNeutral, mCopySize);
+    else if (mFrameSize && !std::exchange(mTooLargeTold, true))
+        kLog.error("no memory to keep a frame of %zu bytes", mFrameSize);
 }
 
 void ShotSelf::processDataCallback(int32_t msgType, const sp<IMemory>& mem) {
@@ -186,20 +154,23 @@ void ShotSelf::processDataCallback(int32_t msgType, const sp<IMemory>& mem) {
     (void)sendData(msgType, mem);
 }
 
-/// Copies the frame, unless a picture is being made of an earlier one. False for a frame that is held back.
+/// Copies the frame, unless an earlier one is to be rendered. False for a frame that is held back.
 bool ShotSelf::keepFrame(const sp<IMemory>& mem) {
     const AutoMutex held(mFrameLock);
     if (nPreviewFrameCount < kFramesHeldBack) {
         ++nPreviewFrameCount;
         return false;
     }
-    const void* const frame = mem->pointer();
-    if (!frame || mPicturesAsked > 0)
+    if (mFrameSize == 0 || mThreads->arePicturesAsked())
         return true;
-    if (mem->size() > mCopySize)
-        kLog.error("a frame of %zu bytes is too large to keep", mem->size());
-    else
-        std::memcpy(pPreviewImage, frame, mem->size());
+    const RegionBytes frame = previewBytesOf(mem);
+    if (frame && frame.size < mFrameSize)
+        tellFault(RegionFault::TooSmall, frame.size, kLog);
+    if (!frame || frame.size < mFrameSize)
+        return true;
+    growCopy();
+    if (pPreviewImage)
+        std::memcpy(pPreviewImage, frame.data, mFrameSize);
     return true;
 }
 
@@ -211,54 +182,57 @@ status_t ShotSelf::takePicture() {
         return INVALID_OPERATION;
     if (gone(callOut([&] { hardware->stopPreview(); })))
         return kNoThread;
-    auto start = std::make_unique<PictureStart>(PictureStart{ShotGate::Hold(gate()), this});
-    countPictures(1);
-    if (resources.createThread(beginPictureThread, start.get()) == 0) {
-        countPictures(-1);
+    std::unique_ptr<PictureStart> start;
+    {
+        const AutoMutex held(mFrameLock);  // no frame is being kept
+        start.reset(new PictureStart{ShotGate::Hold(gate()), this, mThreads, PictureThreads::Asked(mThreads)});
+    }
+    if (!os::startThread(beginPictureThread, start.get())) {
+        kLog.error("the picture's thread cannot be started; there is no picture");
         return kNoThread;
     }
     (void)start.release();  // the thread's now
     return NO_ERROR;
 }
 
-void ShotSelf::countPictures(int more) {
-    const AutoMutex held(mFrameLock);
-    mPicturesAsked += more;
-}
-
 int ShotSelf::beginPictureThread(void* argument) {
     const std::unique_ptr<PictureStart> start(static_cast<PictureStart*>(argument));
-    const PictureTurn turn;
-    if (const ShotGate::Entry inside{start->gate})
-        start->shot->pictureThread();
+    const PictureThreads::Turn turn(*start->threads.get());
+    const ShotGate::Entry inside(start->gate);
+    if (!inside || gone(start->shot->pictureThread(*start)))
+        start->threads->restoreFormatOnce();  // the next mode shall not find the preview's format
     return 0;
 }
 
-void ShotSelf::pictureThread() {
+/// Makes the pictures and delivers them; neither when rendering fails.
+AfterCall ShotSelf::pictureThread(PictureStart& start) {
     kLog.error("takePicture is called");
-    if (makePicture())
-        countPictures(-1);
-}
-
-/// False when the shot was retired meanwhile.
-bool ShotSelf::makePicture() {
     Picture picture;
     picture.hardware = hardwareOrLog();
     if (!picture.hardware.get())
-        return true;
-    if (!getPreviewMemSize(&picture.size))
-        return false;
+        return AfterCall::GoOn;
+    if (gone(readPreviewMemSize(&picture.size)))
+        return AfterCall::ShotGone;
     if (!isReady(picture))
-        return true;
-    Release();
-    const bool alive = setPreviewFormat(picture) && deliver(picture);
-    // The next mode shall not find the preview's format where the picture's was.
-    if (!alive && picture.formatChanged)
-        setPictureFormat(*picture.hardware.get(), picture.pictureFormat);
-    return alive;
+        return AfterCall::GoOn;
+    if (gone(setPreviewFormat(picture)))
+        return AfterCall::ShotGone;
+    const sp<IMemory> raw = makeRawPicture(picture);
+    kLog.warn("pictureThread - mPreviewWidth(%d), mPreviewHeight(%d)", picture.width, picture.height);
+    if (gone(notifyShutter(picture)))
+        return AfterCall::ShotGone;
+    const bool rendered = render(picture);
+    start.asked.done();
+    if (!rendered)
+        return AfterCall::GoOn;
+    if (gone(sendDataIfSet(CAMERA_MSG_RAW_IMAGE, raw)))
+        return AfterCall::ShotGone;
+    if (gone(callOut([&, threads = start.threads] { threads->restoreFormat(picture.pictureFormat); })))
+        return AfterCall::ShotGone;
+    return sendDataIfSet(CAMERA_MSG_COMPRESSED_IMAGE, copyPicture(picture));
 }
 
-/// Whether there is a frame, and a raw heap for it, of the size that is to be read.
+/// Whether there is a frame, and a raw heap for it, of the size that is to be read. Then drops the picture before.
 bool ShotSelf::isReady(Picture& picture) {
     const AutoMutex held(mFrameLock);
     if (!pPreviewImage) {
@@ -273,44 +247,25 @@ bool ShotSelf::isReady(Picture& picture) {
     picture.width = mPreviewWidth;
     picture.height = mPreviewHeight;
     const uint64_t read = yuv420FrameSize(picture.width, picture.height);
-    if (read == 0 || read > picture.size || picture.size > mCopySize ||
-        picture.size + kRawExtra > picture.rawHeap->getSize()) {
+    const size_t raw = picture.size + kRawExtra;
+    if (read == 0 || read > picture.size || picture.size > mCopySize || raw > picture.rawHeap->getSize() ||
+        raw < kRawLeast) {
         kLog.error("no whole frame of %zu bytes, %d x %d; start the preview first", picture.size, picture.width,
                    picture.height);
         return false;
     }
+    Release();
     return true;
 }
 
-/// Gives the vendor layer the preview's format for pictures. False when the shot was retired meanwhile.
-bool ShotSelf::setPreviewFormat(Picture& picture) const {
-    return !gone(callOut([&] {
-        CameraParameters params = picture.hardware->getParameters();
+/// Gives the vendor layer the preview's format for pictures.
+AfterCall ShotSelf::setPreviewFormat(Picture& picture) const {
+    return callOut([&picture, threads = mThreads] {
+        const CameraParameters params = picture.hardware->getParameters();
         picture.quality = capsJpegQuality(params.getInt(CameraParameters::KEY_JPEG_QUALITY));
-        const auto orEmpty = [](const char* format) { return std::string(format ? format : ""); };
-        picture.pictureFormat = orEmpty(params.getPictureFormat());
-        const std::string previewFormat = orEmpty(params.getPreviewFormat());
-        picture.planar = colorFormatFromName(previewFormat.c_str()) == KOV_FORMAT_YUV420P;
-        picture.formatChanged = true;
-        params.setPictureFormat(previewFormat.c_str());
-        picture.hardware->setParameters(params);
-    }));
-}
-
-/// Makes the pictures and delivers them; neither when rendering fails. False when the shot was retired meanwhile.
-bool ShotSelf::deliver(Picture& picture) {
-    const sp<IMemory> raw = makeRawPicture(picture);
-    kLog.warn("pictureThread - mPreviewWidth(%d), mPreviewHeight(%d)", picture.width, picture.height);
-    if (!notifyShutter(picture))
-        return false;
-    if (!render(picture))
-        return true;
-    if (gone(sendDataIfSet(CAMERA_MSG_RAW_IMAGE, raw)))
-        return false;
-    if (gone(callOut([&] { setPictureFormat(*picture.hardware.get(), picture.pictureFormat); })))
-        return false;
-    picture.formatChanged = false;
-    return !gone(sendDataIfSet(CAMERA_MSG_COMPRESSED_IMAGE, copyPicture(*picture.rendered)));
+        picture.layout = layoutOfFormat(params.getPreviewFormat());
+        threads->changeFormat(picture.hardware, params, &picture.pictureFormat);
+    });
 }
 
 sp<IMemory> ShotSelf::makeRawPicture(const Picture& picture) {
@@ -324,52 +279,42 @@ sp<IMemory> ShotSelf::makeRawPicture(const Picture& picture) {
     return mPictureMemory;
 }
 
-/// False when the shot was retired meanwhile.
-bool ShotSelf::notifyShutter(const Picture& picture) {
+AfterCall ShotSelf::notifyShutter(const Picture& picture) {
     bool enabled = false;
     if (gone(callOut([&] { enabled = picture.hardware->msgTypeEnabled(CAMERA_MSG_SHUTTER); })))
-        return false;
-    return !enabled || !gone(sendNotifyIfSet(CAMERA_MSG_SHUTTER, 0, 0));
+        return AfterCall::ShotGone;
+    return enabled ? sendNotifyIfSet(CAMERA_MSG_SHUTTER, 0, 0) : AfterCall::GoOn;
 }
 
-/// Renders the copy of the frame as a JPEG into `picture.rendered`. The library knows semi-planar frames only: a planar
-/// one is put in that order first.
+/// Renders the copy of the frame as a JPEG. The library knows semi-planar frames only: a planar one is put in that
+/// order first. False, with a line, when that failed.
 bool ShotSelf::render(Picture& picture) const {
     uint8_t* frame = pPreviewImage;
-    if (picture.planar && picture.width % 2 == 0 && picture.height % 2 == 0) {
-        picture.semiPlanar.reset(new (std::nothrow) uint8_t[picture.size]);
-        if (picture.semiPlanar) {
-            planarToSemiPlanar(frame, picture.width, picture.height, picture.semiPlanar.get());
-            frame = picture.semiPlanar.get();
+    if (picture.layout == FrameLayout::Planar && picture.width % 2 == 0 && picture.height % 2 == 0) {
+        picture.semiPlanar.reset(static_cast<uint8_t*>(os::allocate(picture.size)));
+        if (!picture.semiPlanar) {
+            kLog.error("no memory for the frame in the library's order");
+            return false;
         }
+        planarToSemiPlanar(frame, picture.width, picture.height, picture.semiPlanar.get());
+        frame = picture.semiPlanar.get();
     }
-    const int32_t stride = capsStride(picture.width, mCapsColorFormat);
-    picture.image = createCapsImage(frame, picture.size, picture.width, picture.height, stride, mCapsColorFormat);
-    picture.rendered = createCapsBuffer();
-    if (picture.rendered) {
-        caps_stream* output = nullptr;
-        ctstream_createBufferStream(picture.rendered.get(), 0, &output);
-        picture.output.reset(output);
-    }
-    if (picture.image)
-        picture.session = newCapsSession(picture.image.get());
-    caps_result result = 0;
-    if (picture.session && picture.output) {
-        caps_beginRotate(picture.session.get());
-        caps_setRotate(picture.session.get(), 0);
-        caps_endRotate(picture.session.get());
-        caps_setJpegQuality(picture.session.get(), picture.quality);
-        result = caps_render(picture.session.get(), picture.output.get(), picture.width, picture.height, 0, 1, nullptr);
-    }
-    if (result != CAPS_SUCCESS)
-        kLog.error("caps_render - [%d]", result);
-    return result == CAPS_SUCCESS;
+    if (picture.caps.openFrame(frame, picture.size, picture.width, picture.height, mCapsColorFormat)
+            .failedWithLine(kLog))
+        return false;
+    cips* const session = picture.caps.session();
+    caps_beginRotate(session);
+    caps_setRotate(session, 0);
+    caps_endRotate(session);
+    caps_setJpegQuality(session, picture.quality);
+    return !picture.caps.render(picture.width, picture.height).failedWithLine(kLog);
 }
 
-sp<IMemory> ShotSelf::copyPicture(const caps_data& jpeg) {
+sp<IMemory> ShotSelf::copyPicture(const Picture& picture) {
     const AutoMutex held(mFrameLock);
-    copyToSharedMemory(jpeg.data, jpeg.length > 0 ? static_cast<size_t>(jpeg.length) : 0, &mPictureHeap,
-                       &mPictureMemory);
+    picture.caps.copyTo(&mPictureHeap, &mPictureMemory);
+    if (mPictureMemory->size() == 0)
+        kLog.error("the rendered picture has no bytes");
     return mPictureMemory;
 }
 

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "shots/Modes.h"
-#include "shots/PreviewFrame.h"
 
 namespace android {
 
@@ -18,23 +17,21 @@ constexpr TaggedLog kLog(ShotSmile::kTag);
 
 constexpr sd_color kFaceColor = 0x00FF00;
 constexpr sd_color kSmileColor = 0x0099FF;
-constexpr int32_t kGroupAbove = 3;     // faces of which not all need smile
-constexpr int32_t kGroupSmiles = 3;    // but so many
-constexpr int32_t kNoFaceNumber = -1;  // meets the condition with no number of smiles
+constexpr int32_t kGroupAbove = 3;        // faces of which not all need smile
+constexpr int32_t kGroupSmiles = 3;       // but so many
+constexpr int32_t kMostSmilesDrawn = 64;  // whatever an engine reports
 
 }  // namespace
 
 ShotSmile::ShotSmile(sp<CameraHardwareInterface> hardware) : ShotCallbacks(std::move(hardware)) {
     kLog.info("ShotSmile created: pid=%d", getpid());
-    const AutoMutex held(mEngineLock);
     Init();
 }
 
 ShotSmile::~ShotSmile() {
     kLog.info("ShotSmile destroyed: pid=%d", getpid());
-    const AutoMutex held(mEngineLock);
-    UnInitSmile();
-    UnInitFaceTracking();
+    mEngines.UnInitSmile();
+    mEngines.UnInitFaceTracking();
 }
 
 void ShotSmile::decidePreviewColorFormat() {
@@ -44,14 +41,14 @@ void ShotSmile::decidePreviewColorFormat() {
 void ShotSmile::Init() {
     m_nFaceNum = 0;
     decidePreviewColorFormat();
-    if (!InitFaceTracking(mPreviewWidth, mPreviewHeight, mEngineColorFormat, 0, kMostFaces)) {
+    if (!mEngines.InitFaceTracking(mPreviewWidth, mPreviewHeight, mEngineColorFormat, 0, SmileEngines::kMostFaces)) {
         kLog.debug("InitFaceTracking error");
         return;
     }
     kLog.debug("InitFaceTracking Success");
-    if (!InitSmileDetection(mPreviewWidth, mPreviewHeight)) {
+    if (!mEngines.InitSmileDetection(mPreviewWidth, mPreviewHeight)) {
         kLog.debug("InitSmileDetection error");
-        UnInitFaceTracking();
+        mEngines.UnInitFaceTracking();
         return;
     }
     kLog.debug("InitSmileDetection Success WH[%d %d]", mPreviewWidth.load(), mPreviewHeight.load());
@@ -62,10 +59,10 @@ status_t ShotSmile::startPreview() {
     if (!hardware.get())
         return INVALID_OPERATION;
     return startPreviewAfter(hardware, [this](const CameraParameters& params) {
-        takePreviewSize(params);
         const AutoMutex held(mEngineLock);
-        UnInitSmile();
-        UnInitFaceTracking();
+        takePreviewSize(params);
+        mEngines.UnInitSmile();
+        mEngines.UnInitFaceTracking();
         Init();
         mDetectionStarted = 0;
     });
@@ -90,66 +87,59 @@ status_t ShotSmile::processCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
 void ShotSmile::processDataCallback(int32_t msgType, const sp<IMemory>& data) {
     if (!admitData(msgType, data))
         return;
-    if (msgType == CAMERA_MSG_PREVIEW_FRAME) {
-        const int32_t width = mPreviewWidth;
-        const int32_t height = mPreviewHeight;
-        // A frame that is smaller than the preview size says (the size is being changed) is passed on unread.
-        const uint64_t needed = yuv420FrameSize(width, height);
-        auto* const frame = static_cast<unsigned char*>(data->pointer());
-        if (needed > 0 && data->size() >= needed && frame && !OnPreviewSmileShot(width, height, frame))
-            return;
-    }
+    if (msgType == CAMERA_MSG_PREVIEW_FRAME && gone(OnPreviewSmileShot(data)))
+        return;
     if (msgType == CAMERA_MSG_COMPRESSED_IMAGE)
         kLog.info("CAMERA_MSG_COMPRESSED_IMAGE");
     (void)sendData(msgType, data);
 }
 
-bool ShotSmile::OnPreviewSmileShot(int32_t width, int32_t height, unsigned char* frame) {
+AfterCall ShotSmile::OnPreviewSmileShot(const sp<IMemory>& data) {
     {
         const AutoMutex held(mEngineLock);
-        if (!analyse(width, height, frame))
-            return true;
+        const std::optional<PreviewFrame> frame = previewFrameOf(data);
+        if (!frame || !analyse(*frame))
+            return AfterCall::GoOn;
         kLog.debug("Smile Detection Success - m_nFaceNum(%d), IFaceNumber(%d), ISmileNumber(%d)", m_nFaceNum,
-                   mSmileResult.IFaceNumber, mSmileResult.ISmileNumber);
+                   mEngines.smileResult().IFaceNumber, mEngines.smileResult().ISmileNumber);
+        // Without anybody to tell, detection goes on.
+        if (!mCallbacks.notify())
+            return AfterCall::GoOn;
+        mDetectionStarted = 0;
     }
-    if (!mCallbacks.notify())
-        return true;
-    mDetectionStarted = 0;
-    return !gone(sendNotifyIfSet(CAMERA_MSG_SMILE_DETECTED, 0, 0));
+    return sendNotifyIfSet(CAMERA_MSG_SMILE_DETECTED, 0, 0);
 }
 
-/// Finds faces and, while detection is started, marks them and the smiling ones. True when the condition is met.
-bool ShotSmile::analyse(int32_t width, int32_t height, unsigned char* frame) {
-    // A detection that fails leaves these as they are, and not those of an earlier frame.
-    mSmileResult.IFaceNumber = kNoFaceNumber;
-    mSmileResult.ISmileNumber = 0;
-    m_nFaceNum = std::max(0, FaceTrackingDetect(width, height, frame, mFaceRects));
+bool ShotSmile::analyse(const PreviewFrame& frame) {
+    mEngines.clearSmiles();
+    m_nFaceNum = std::max(0, mEngines.FaceTrackingDetect(frame.width, frame.height, frame.luma, mFaceRects));
     if (m_nFaceNum == 0)
         return false;
-    uint8_t* const chroma = frame + static_cast<size_t>(width) * static_cast<size_t>(height);
-    mPreviewImage = {width, height, {frame, chroma, nullptr}};
-    if (mEngineColorFormat == ARC_FACE_FORMAT_YUV420P)
-        mPreviewImage.plane[2] = chroma + static_cast<size_t>(width) * static_cast<size_t>(height) / 4;
+    mPreviewImage = {frame.width, frame.height, {frame.luma, frame.chroma, nullptr}};
     if (mDetectionStarted != 1)
         return false;
-    for (int32_t i = 0; i < m_nFaceNum; ++i) {
-        const __tag_rect& face = mFaceRects[i];
-        DrawRectangle(mPreviewImage, face.left, face.top, face.right, face.bottom, kFaceColor);
-    }
-    // Whatever a failing engine has left in the result is not looked at.
-    if (SmileDetect(width, height, frame, mFaceRects, mFaceInfo, m_nFaceNum) < 0)
-        return false;
-    for (int32_t i = 0; i < std::min(mSmileResult.ISmileNumber, kMostFaces); ++i) {
-        const __tag_rect& smile = mSmileResult.smiles[i];
-        DrawRectangle(mPreviewImage, smile.left, smile.top, smile.right, smile.bottom, kSmileColor);
-    }
+    markFaces();
+    (void)mEngines.SmileDetect(frame.width, frame.height, frame.luma, mFaceRects, mFaceInfo, m_nFaceNum);
+    markSmiles();
     return conditionMet();
 }
 
-/// Every face smiles; of a larger group at least three.
+void ShotSmile::markFaces() {
+    for (int32_t i = 0; i < m_nFaceNum; ++i)
+        DrawRectangle(mPreviewImage, mFaceRects[i], kFaceColor);
+}
+
+void ShotSmile::markSmiles() {
+    const ASSD_SMILE_RESULT& result = mEngines.smileResult();
+    for (int32_t i = 0; i < std::min(result.ISmileNumber, kMostSmilesDrawn); ++i)
+        DrawRectangle(mPreviewImage, result.smiles[i], kSmileColor);
+}
+
+/// Every face smiles; of a larger group at least three. After a detection that failed: of the faces of the last one
+/// that did not.
 bool ShotSmile::conditionMet() const {
-    const int32_t faces = mSmileResult.IFaceNumber;
-    const int32_t smiles = mSmileResult.ISmileNumber;
+    const int32_t faces = mEngines.smileResult().IFaceNumber;
+    const int32_t smiles = mEngines.smileResult().ISmileNumber;
     return faces > kGroupAbove ? smiles >= kGroupSmiles : smiles == faces;
 }
 

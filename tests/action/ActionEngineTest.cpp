@@ -101,13 +101,111 @@ TEST(ActionEngineTest, TheSubjectIsThereAtSeveralMomentsAndWhole) {
     }
 }
 
-TEST(ActionEngineTest, LessMemoryMakesFewerMomentsAndNoneRefuses) {
+/// A film of somebody who passes by at an even pace, before a wall of many colours.
+class Passing {
+public:
+    /// `body` in the frame's coordinates when its left side is at 0; `pace` in pixels a frame, negative to the left.
+    Passing(cv::Size frame, cv::Rect body, int pace) : mFrame(frame), mBody(body), mPace(pace) {
+        cv::RNG random(1);
+        cv::Mat tiles(frame / 40, CV_8UC3);
+        random.fill(tiles, cv::RNG::UNIFORM, 90, 220);
+        cv::resize(tiles, mWall, frame, 0, 0, cv::INTER_LINEAR);
+    }
+    int count() const { return kBefore + (mFrame.width + mBody.width) / std::abs(mPace) + kAfter; }
+    cv::Mat frame(int index) const {
+        cv::Mat picture = mWall.clone();
+        const int way = std::abs(mPace) * (index - kBefore) - mBody.width;
+        const int x = mPace > 0 ? way : mFrame.width - mBody.width - way;
+        if (index >= kBefore) {
+            const cv::Rect box = mBody + cv::Point(x, 0);
+            // The head goes in front: at first there is less of the body to be seen, and in another place.
+            const int lead = mPace > 0 ? mBody.width / 2 : 0;
+            cv::rectangle(picture, {box.x, box.y + box.height / 3, box.width, box.height * 2 / 3}, {40, 30, 120}, -1);
+            cv::rectangle(picture, {box.x + lead, box.y, box.width / 2, box.height / 3}, {40, 30, 120}, -1);
+        }
+        return picture;
+    }
+
+private:
+    static constexpr int kBefore = 8;
+    static constexpr int kAfter = 30;
+    const cv::Size mFrame;
+    const cv::Rect mBody;
+    const int mPace;
+    cv::Mat mWall;
+};
+
+TEST(ActionEngineTest, WhoeverPassesIsTakenAtEachEdgePaceAndPreviewSize) {
+    const struct {
+        const char* name;
+        cv::Size frame;
+        cv::Rect body;
+        int pace;
+        int least;  // moments
+    } cases[] = {
+        {"a quarter of the height, clear of the edges", {640, 480}, {0, 180, 50, 120}, 12, 6},
+        {"the same to the left", {640, 480}, {0, 180, 50, 120}, -12, 6},
+        {"fast", {640, 480}, {0, 180, 50, 120}, 24, 6},
+        {"feet out of the picture", {640, 480}, {0, 240, 80, 300}, 10, 4},
+        {"head out of the picture", {640, 480}, {0, -40, 80, 300}, 10, 4},
+        {"taller than the picture", {640, 480}, {0, -40, 80, 600}, 10, 4},
+        {"320x240", {320, 240}, {0, 90, 25, 60}, 6, 6},
+        {"1280x720", {1280, 720}, {0, 300, 80, 180}, 24, 6},
+        {"1920x1080", {1920, 1080}, {0, 450, 120, 270}, 36, 6},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.name);
+        const Passing film(each.frame, each.body, each.pace);
+        std::vector<uint8_t> memory(25 * 460800);
+        ActionShot_Handle engine = nullptr;
+        ASSERT_EQ(ActionShot_Initialize(&engine, each.frame.width, each.frame.height, memory.data(), 25 * 460800), 1);
+        ActionShot_SetConfigurationParameter(engine, 0, 8);
+        EXPECT_EQ(ActionShot_StartSeries(engine), 1);
+        int moments = 0;
+        int32_t last = 0;
+        for (int i = 0; i < film.count() && last >= 0 && last <= 3; ++i) {
+            auto bytes = kov::test::toFrame(film.frame(i));
+            const OPT_API_ASImage image = {
+                0, each.frame.width, each.frame.height, {bytes.data(), bytes.data() + each.frame.area(), nullptr}};
+            last = ActionShot_HandleFrame(engine, &image);
+            moments += last == 0;
+        }
+        EXPECT_GE(moments, each.least);
+        int32_t progress = 0;
+        OPT_API_ASImage made = {};
+        while (ActionShot_CreateResult(engine, &progress, &made)) {
+        }
+        ASSERT_EQ(progress, 100);
+        EXPECT_EQ(cv::Size(made.width, made.height), each.frame);
+        // Nobody else is in the picture, and everybody is: the dark bodies' share of it.
+        const cv::Mat luma(each.frame, CV_8U, made.plane[0]);
+        const double body = each.body.width * 5 / 6 * (each.body & cv::Rect(0, 0, 4000, each.frame.height)).height;
+        EXPECT_NEAR(cv::countNonZero(luma < 80), moments * body, 0.25 * moments * body);
+        progress = 0;
+        EXPECT_EQ(ActionShot_CreateResult(engine, &progress, &made), 0);  // once is enough
+        EXPECT_EQ(progress, 0);
+        ActionShot_Finalize(&engine);
+    }
+}
+
+TEST(ActionEngineTest, LittleMemoryMakesASmallerPictureAndTooLittleRefuses) {
     kov::camera::SourceOptions parsed("");
     Crossing scene(parsed);
-    const Series series = run(scene, 5);
-    EXPECT_EQ(series.moments, 2U);
+    const Series series = run(scene, 4);
+    EXPECT_GE(series.moments, 3U);
     EXPECT_FALSE(series.luma.empty());
     uint8_t little[16];
+    for (const int32_t side : {-2, 0, 14, 641, 4098, INT32_MAX, INT32_MIN}) {
+        ActionShot_Handle none = little;
+        EXPECT_EQ(ActionShot_Initialize(&none, side, 480, little, sizeof little), 0) << side;
+        EXPECT_EQ(none, nullptr);
+    }
+    ActionShot_SetMemoryFunctions(nullptr);
+    EXPECT_EQ(ActionShot_Initialize(nullptr, 640, 480, little, sizeof little), 0);
+    EXPECT_EQ(ActionShot_HandleFrame(nullptr, nullptr), 4);
+    EXPECT_EQ(ActionShot_SetTempMemory(nullptr, nullptr, 1, 1), 0);
+    ActionShot_GetAcquisitionDisplayData(nullptr, nullptr);
+    ActionShot_Finalize(nullptr);
     ActionShot_Handle engine = nullptr;
     EXPECT_EQ(ActionShot_Initialize(&engine, 640, 480, little, sizeof little), 0);
     EXPECT_EQ(ActionShot_Initialize(&engine, 640, 480, nullptr, 0), 0);

@@ -3,97 +3,109 @@
 #include "tests/action/FakeActionShot.h"
 
 #include <cstring>
+#include <set>
 
-#include "tests/support/ScriptedCall.h"
+#include "tests/support/Recorder.h"
 
 using namespace kov::test;
+
+namespace {
+
+char gHandles[1000];
+size_t gMade = 0;
+ActionShot_Handle gEngine = nullptr;  // the living one
+
+/// The operation is the one that this is called from.
+int32_t call(ActionShot_Handle engine, const std::string& arguments = "", const char* from = __builtin_FUNCTION()) {
+    const std::string name = from + std::strlen("ActionShot_");
+    record("as." + name + (engine == gEngine ? "" : " wrong engine") + arguments);
+    if (fakeActionShot().during)
+        fakeActionShot().during(name);
+    return fakeActionShot().results.contains(name) ? fakeActionShot().results.at(name) : 1;
+}
+
+}  // namespace
 
 FakeActionShot& kov::test::fakeActionShot() {
     static FakeActionShot fake;
     return fake;
 }
 
-namespace {
-
-int32_t call(const std::string& name, ActionShot_Handle engine, const std::string& arguments = "") {
-    return scriptedCall(fakeActionShot(), name, engine, 1, arguments);
-}
-
-int32_t next(std::vector<int32_t>& answers) {
-    const int32_t answer = answers.front();
-    if (answers.size() > 1)
-        answers.erase(answers.begin());
-    return answer;
-}
-
-}  // namespace
-
 void ActionShot_SetMemoryFunctions(const ActionShot_MemoryFunctions* functions) {
-    record(functions->copy == std::memcpy && functions->set == std::memset ? "ActionShot_SetMemoryFunctions" : "odd");
+    call(gEngine, functions->copy == std::memcpy && functions->set == std::memset ? "" : " odd");
 }
 
 int32_t ActionShot_Initialize(ActionShot_Handle* engine, int32_t width, int32_t height, void* work_memory,
                               uint32_t work_memory_size) {
-    *engine = &fakeHandle;  // also on a failure
-    return call("ActionShot_Initialize", *engine,
-                text(" %dx%d %s %u", width, height, work_memory ? "memory" : "null", work_memory_size));
+    if (work_memory)
+        std::memset(work_memory, 1, work_memory_size);
+    *engine = gEngine = fakeActionShot().noHandle ? nullptr : &gHandles[gMade++];  // also on a failure
+    return call(*engine, text(" %dx%d %s %u", width, height, work_memory ? "memory" : "null", work_memory_size));
 }
 
 void ActionShot_SetResolution(ActionShot_Handle engine, int32_t width, int32_t height) {
-    call("ActionShot_SetResolution", engine, text(" %dx%d", width, height));
+    call(engine, text(" %dx%d", width, height));
 }
 
 void ActionShot_SetSceneCompletionActivationMode(ActionShot_Handle engine, int32_t mode) {
-    call("ActionShot_SetSceneCompletionActivationMode", engine, text(" %d", mode));
+    call(engine, text(" %d", mode));
 }
 
 void ActionShot_SetConfigurationParameter(ActionShot_Handle engine, int32_t parameter, int32_t value) {
-    call("ActionShot_SetConfigurationParameter", engine, text(" %d %d", parameter, value));
+    call(engine, text(" %d %d", parameter, value));
 }
 
-int32_t ActionShot_SetTempMemory(ActionShot_Handle engine, uint8_t**, int32_t count, int32_t size) {
-    return call("ActionShot_SetTempMemory", engine, text(" %d %d", count, size));
+int32_t ActionShot_SetTempMemory(ActionShot_Handle engine, uint8_t** blocks, int32_t count, int32_t size) {
+    for (uint8_t** block = blocks; block != blocks + count; ++block)
+        std::memset(*block, 2, static_cast<size_t>(size));
+    const size_t distinct = std::set(blocks, blocks + count).size();
+    return call(engine, text(" %zu of %d x %d", distinct, count, size));
 }
 
 int32_t ActionShot_UnsetTempMemory(ActionShot_Handle engine) {
-    return call("ActionShot_UnsetTempMemory", engine);
+    return call(engine);
 }
 
 void ActionShot_CancelSeries(ActionShot_Handle engine) {
-    call("ActionShot_CancelSeries", engine);
+    call(engine);
 }
 
 int32_t ActionShot_StartSeries(ActionShot_Handle engine) {
-    return call("ActionShot_StartSeries", engine);
+    return call(engine);
 }
 
-int32_t ActionShot_IsConnected(ActionShot_Handle) {
-    return next(fakeActionShot().connected);
+int32_t ActionShot_IsConnected(ActionShot_Handle engine) {
+    return engine == gEngine;
 }
 
 int32_t ActionShot_HandleFrame(ActionShot_Handle engine, const OPT_API_ASImage* frame) {
-    call("ActionShot_HandleFrame", engine, sizeOf(*frame));
+    const int32_t pixels = frame->width * frame->height;
+    const uint8_t* const luma = frame->plane[0];
+    const bool whole = luma[0] == luma[pixels * 3 / 2 - 1];  // tests fill frames with one value
+    const bool placed = frame->plane[1] == luma + pixels && !frame->plane[2] && !frame->format;
+    call(engine, text(" %dx%d of %d%s", frame->width, frame->height, luma[0], whole && placed ? "" : " odd"));
     return fakeActionShot().frameResult;
 }
 
-void ActionShot_GetAcquisitionDisplayData(ActionShot_Handle, ActionShot_DisplayData* data) {
-    *data = fakeActionShot().display;
+void ActionShot_GetAcquisitionDisplayData(ActionShot_Handle engine, ActionShot_DisplayData* data) {
+    *data = engine == gEngine ? fakeActionShot().display : ActionShot_DisplayData();
 }
 
-int32_t ActionShot_AcquisitionProgress(ActionShot_Handle) {
-    return 42;
+int32_t ActionShot_AcquisitionProgress(ActionShot_Handle engine) {
+    return engine == gEngine ? 42 : -1;
 }
 
 int32_t ActionShot_CreateResult(ActionShot_Handle engine, int32_t* progress, OPT_API_ASImage* result) {
-    auto& fake = fakeActionShot();
-    const bool last = fake.progress.size() == 1;
-    *progress = next(fake.progress);
-    *result = fake.result;
-    result->plane[0] = fake.nullPlane ? nullptr : fake.image.data();
-    return call("ActionShot_CreateResult", engine) && (!last || (*progress < 100 && !fake.endsEarly));
+    auto& answers = fakeActionShot().progress;
+    const bool last = answers.size() == 1;
+    const int32_t before = *progress;
+    *progress = answers.front();
+    answers.erase(answers.begin(), answers.begin() + !last);
+    *result = fakeActionShot().result;
+    return call(engine, text(" from %d", before)) && (!last || (*progress < 100 && !fakeActionShot().endsEarly));
 }
 
 void ActionShot_Finalize(ActionShot_Handle* engine) {
-    call("ActionShot_Finalize", *engine);
-    *engine = nullptr;
+    call(*engine);
+    gEngine = nullptr;
 }

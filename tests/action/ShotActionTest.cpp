@@ -5,12 +5,14 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <thread>
 
 #include "imaging/Overlay.h"
 #include "tests/action/FakeActionShot.h"
 #include "tests/support/FakeArcJpeg.h"
+#include "tests/support/FakeSystem.h"
+#include "tests/support/LongWork.h"
+#include "tests/support/PlacedMemory.h"
 #include "tests/support/ShotTest.h"
 
 using namespace android;
@@ -18,129 +20,176 @@ using namespace kov::test;
 
 namespace {
 
-constexpr size_t kFrameSize = 64 * 48 * 3 / 2;
+constexpr size_t kFrame = 64 * 48 * 3 / 2;
+constexpr size_t kBlock = 460800;
 
-/// Memory as scarce as a test wants it: bytes in one piece, and temporary blocks that can still be had.
-size_t gMostWork;
-int gBlocksLeft;
+const Lines kShown = {"app.data 0x10 4608"};
+const Lines kHandled = {"as.HandleFrame 64x48 of 9"};
+const Lines kFollowed = kHandled + Lines{"app.notify 0x1800 42 0"} + kShown;
+const Lines kEnded = kHandled + Lines{"E ShotAction: call StopCapture 3",
+                                      "D ShotAction: Stopping acquisition by myself.", "app.notify 0x1200 0 0"};
+const Lines kStopping = {"D ShotAction: Stopping acquisition manually.", "app.notify 0x1200 0 0"};
+const Lines kEncoded = {"MdBitmapSaveEx 2 quality 95 0x70000002"};
+const Lines kMade = {"app.notify 0x1600 1 0"};
+const Lines kNotMade = {"app.notify 0x1600 0 0"};
+const Lines kDelivered = {"app.data 0x100 4"};
+const Lines kBegun = {"as.CancelSeries", "as.SetTempMemory 15 of 15 x 460800", "as.StartSeries"};
+const Lines kBegunAgain = {"as.CancelSeries", "as.StartSeries"};
+const Lines kCancelled = {"as.CancelSeries", "hw.sendCommand 1030 0 0"};
+
+Lines created(int from, int percent) {
+    return {text("as.CreateResult from %d", from), text("app.notify 0x1400 %d 0", percent)};
+}
+const Lines kStopped = kStopping + created(0, 100) + kEncoded + kMade + kDelivered + kShown;
 
 class ShotActionTest : public ShotTest<ShotAction> {
 protected:
     ShotActionTest() {
         resetFakeArcJpeg();
-        gMostWork = SIZE_MAX;
-        gBlocksLeft = 1000;
-        ShotAction::allocators = {[](size_t size) { return size <= gMostWork ? std::malloc(size) : nullptr; },
-                                  [](size_t size) { return gBlocksLeft-- > 0 ? new uint8_t[size] : nullptr; }};
+        fakeActionShot() = {};
         hardware->params.setPreviewSize(64, 48);
     }
-    ~ShotActionTest() override { fakeActionShot() = {}; }
-
-    void command(int32_t code) { shot->sendCommand(code, 0, 0); }
-    void frame(uint8_t fill = 0) { hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame(fill)); }
-    /// Commands, and a frame for each 0.
-    void proceed(const std::vector<int32_t>& steps) {
-        for (const int32_t step : steps)
-            step ? command(step) : frame();
-        recorder.take();
+    ~ShotActionTest() override {
+        retireShot();
+        resetFakeSystem();
     }
+
+    void command(int32_t code) { EXPECT_EQ(shot->sendCommand(code, 0, 0), NO_ERROR); }
+    void frame(const sp<IMemory>& memory = placedMemory(kFrame, 9)) {
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, memory);
+    }
+    /// A new shot that shows its preview; then commands, and a frame for each 0.
     void start(const std::vector<int32_t>& steps = {}) {
         retireShot();
         makeShot();
         shot->startPreview();
-        proceed(steps);
+        for (const int32_t step : steps)
+            step ? command(step) : frame();
+        recorder.take();
     }
     Lines taken() {
         Lines lines = recorder.take();
-        std::erase_if(lines, [](const auto& line) { return line.starts_with("AMCM") || line.starts_with("MStream"); });
+        std::erase_if(lines, [](auto& line) { return line.starts_with("AMCM_") || line.starts_with("MStream"); });
         return lines;
     }
     Lines afterFrame() {
         frame();
         return taken();
     }
-    static Lines created(int percent) { return {"ActionShot_CreateResult", text("app.notify 0x1400 %d 0", percent)}; }
+    /// Runs `action` within the messages of a type.
+    void within(int32_t type, const std::function<void()>& action) {
+        mWithin = type;
+        mAction = action;
+        shot->setCallbacks(
+            [](int32_t msgType, int32_t ext1, int32_t ext2, void* user) {
+                onNotify(msgType, ext1, ext2, user);
+                auto* test = static_cast<ShotActionTest*>(user);
+                if (msgType == test->mWithin)
+                    test->mAction();
+            },
+            onData, onDataTimestamp, this);
+        recorder.take();
+    }
 
-    const Lines shown = {"app.data 0x10 4608"};
-    const Lines followed = Lines{"ActionShot_HandleFrame 64x48", "app.notify 0x1800 42 0"} + shown;
-    const Lines ended = {"ActionShot_HandleFrame 64x48", "E ShotAction: call StopCapture 3",
-                         "D ShotAction: Stopping acquisition by myself."};
-    const Lines begins = {"app.notify 0x1200 0 0"};
-    const Lines delivered =
-        Lines{"app.notify 0x1600 1 0", "MdBitmapSaveEx 2 quality 95 0x70000002", "app.data 0x100 4"} + shown;
-    const Lines stopping = Lines{"D ShotAction: Stopping acquisition manually."} + begins;
-    const Lines stopped = stopping + created(100) + delivered;
+private:
+    int32_t mWithin = 0;
+    std::function<void()> mAction;
 };
 
 TEST_F(ShotActionTest, SetsTheLibraryUpWithAsMuchMemoryAsThereIs) {
-    Lines configured = {"I ShotAction: Init of ActionShot successful", "ActionShot_SetResolution 64x48",
-                        "ActionShot_SetSceneCompletionActivationMode 0"};
+    Lines configured = {"I ShotAction: Init of ActionShot successful", "as.SetResolution 64x48",
+                        "as.SetSceneCompletionActivationMode 0"};
     for (const char* pair : {"0 8", "1 0", "2 0", "3 5", "4 24", "5 0", "7 0"})
-        configured.push_back(std::string("ActionShot_SetConfigurationParameter ") + pair);
-    const std::pair<size_t, int> cases[] = {{SIZE_MAX, 25}, {10 * 460800, 10}, {4 * 460800, 4}, {3 * 460800, 0}};
-    for (const auto& [most, blocks] : cases) {
-        gMostWork = most;
+        configured.push_back(std::string("as.SetConfigurationParameter ") + pair);
+    const Lines failed = {"E ShotAction: Init of ActionShot failed."};
+    const auto begun = [](const char* memory, bool copy = true) {
+        return Lines{"as.SetMemoryFunctions", "I ShotAction: Dimensions (64, 48)\\n",
+                     copy ? "I ShotAction: Memory allocated for preview frame."
+                          : "E ShotAction: Failed to allocate memory for preview frame.",
+                     std::string("as.Initialize 64x48 ") + memory};
+    };
+    const Lines ended = {"as.Finalize"};
+    const struct {
+        int width;
+        size_t most;          // bytes that can be had in one piece
+        int32_t initialized;  // by the library
+        bool noHandle;
+        Lines made, gone;
+    } cases[] = {{64, SIZE_MAX, 1, false, begun("memory 11520000") + configured, ended},
+                 {64, 10 * kBlock, 1, false, begun("memory 4608000") + configured, ended},
+                 {64, 4 * kBlock, 1, false, begun("memory 1843200") + configured, ended},
+                 {64, 4 * kBlock - 1, 1, false, begun("null 0") + configured, ended},
+                 {64, 0, 1, false, begun("null 0", false) + configured, ended},
+                 {64, SIZE_MAX, 0, false, begun("memory 11520000") + failed, {}},
+                 {64, SIZE_MAX, 1, true, begun("memory 11520000") + failed, {}},
+                 {0, SIZE_MAX, 1, false, {"E ShotAction: unexpected Init(0, 48)\\n"}, {}},
+                 {-64, SIZE_MAX, 1, false, {"E ShotAction: unexpected Init(-64, 48)\\n"}, {}}};
+    for (const auto& each : cases) {
+        SCOPED_TRACE(::testing::PrintToString(each.made));
+        hardware->params.setPreviewSize(each.width, 48);
+        fakeActionShot().results = {{"Initialize", each.initialized}};
+        fakeActionShot().noHandle = each.noHandle;
+        fakeSystem().allowsMemory = [&](size_t size) { return size <= each.most; };
         makeShot();
         Lines lines = recorder.take();
         lines.erase(lines.begin(), std::find(lines.begin(), lines.end(), "I ShotAction: ShotAction created: pid=PID"));
-        const std::string memory = blocks ? text("memory %d", blocks * 460800) : "null 0";
-        EXPECT_EQ(lines,
-                  (Lines{"I ShotAction: ShotAction created: pid=PID", "ActionShot_SetMemoryFunctions",
-                         "I ShotAction: Dimensions (64, 48)\\n", "I ShotAction: Memory allocated for preview frame.",
-                         "ActionShot_Initialize 64x48 " + memory} +
-                   configured + Lines{"hw.setCallbacks"}));
+        EXPECT_EQ(lines, Lines{"I ShotAction: ShotAction created: pid=PID"} + each.made + Lines{"hw.setCallbacks"});
+        if (each.gone.empty()) {  // and a start without an engine
+            command(1029);
+            command(1030);
+            EXPECT_EQ(recorder.take(), (Lines{"E ShotAction: Failed to start series.", "hw.sendCommand 1030 0 0"}));
+        }
         retireShot();
-        EXPECT_EQ(recorder.take(), (Lines{"I ShotAction: ShotAction destroyed: pid=PID", "ActionShot_Finalize",
-                                          "I ShotCommon: ShotCommon destroyed: pid=PID"}));
+        EXPECT_EQ(recorder.take(), Lines{"I ShotAction: ShotAction destroyed: pid=PID"} + each.gone +
+                                       Lines{"I ShotCommon: ShotCommon destroyed: pid=PID"});
     }
-    gMostWork = 0;
-    makeShot();
-    EXPECT_EQ(recorder.take("E "), Lines{"E ShotAction: Failed to allocate memory for preview frame."});
-    retireShot();
-    hardware->params.setPreviewSize(0, 48);
-    makeShot();
-    EXPECT_EQ(recorder.take("E "), Lines{"E ShotAction: unexpected Init(0, 48)\\n"});
 }
 
 TEST_F(ShotActionTest, TheLibrarySaysWhatBecomesOfAFrameAndEndsTheSeries) {
-    const Lines whole = ended + begins + created(30) + created(70) + created(100) + delivered;
-    const Lines accepted = {"ActionShot_HandleFrame 64x48", "app.notify 0x1A00 0 0", "app.notify 0x1800 42 0"};
-    const std::pair<int32_t, Lines> cases[] = {{0, accepted + shown}, {3, followed}, {4, whole}, {-1, whole}};
-    for (const auto& [result, lines] : cases) {
+    const Lines whole =
+        kEnded + created(0, 30) + created(30, 70) + created(70, 100) + kEncoded + kMade + kDelivered + kShown;
+    const Lines accepted = kHandled + Lines{"app.notify 0x1A00 0 0", "app.notify 0x1800 42 0"} + kShown;
+    for (const auto& [result, lines] : {std::pair(0, accepted), {3, kFollowed}, {4, whole}, {-1, whole}}) {
         start({1029});
         fakeActionShot().frameResult = result;
         fakeActionShot().progress = {30, 70, 100};
         EXPECT_EQ(afterFrame(), lines) << result;
     }
+    EXPECT_EQ(fakeArcJpeg().lastBitmap.pPlane[0], fakeActionShot().image.data());
+    EXPECT_EQ(fakeArcJpeg().lastBitmap.lWidth * 100 + fakeArcJpeg().lastBitmap.lHeight, 6448);
+    hardware->params.set("jpeg-quality", 70);
+    start({1029, 1031});
+    frame();
+    EXPECT_EQ(recorder.take("AMCM_R")[0], "AMCM_RegisterEx 0x81002202 0x2000000 2 3 AJL2");
+    start({1029, 1031});
+    EXPECT_EQ(afterFrame()[4], "MdBitmapSaveEx 2 quality 90 0x70000002");
 }
 
 TEST_F(ShotActionTest, EveryCommandInEveryState) {
-    const Lines begun = {"ActionShot_CancelSeries", "ActionShot_SetTempMemory 15 460800", "ActionShot_StartSeries"};
-    const Lines begunAgain = {"ActionShot_CancelSeries", "ActionShot_StartSeries"};
     const struct {
         const char* state;
         std::vector<int32_t> before;  // commands, and 0 for a frame
         int32_t frameResult;
         // What 1029 gives, and the frame after it; the frame after 1031. After 1030 a frame is only shown.
         Lines on1029, frameAfter1029, frameAfter1031;
-    } cases[] = {{"idle", {}, 1, begun, followed, shown},
-                 {"running", {1029, 0}, 1, {}, followed, stopped},
-                 {"stop asked for", {1029, 1031}, 1, begunAgain, followed, stopped},
-                 {"stopped", {1029, 1031, 0, 0}, 1, begunAgain, followed, shown},
-                 {"begun anew", {1029, 1031, 0, 1029}, 1, {}, followed, stopped},
-                 {"ended by itself", {1029, 0}, 4, {}, shown, shown},
-                 {"ended by itself and stopped", {1029, 0, 1031}, 4, begunAgain, followed, shown},
-                 {"cancelled", {1029, 0, 1030}, 1, begunAgain, followed, shown}};
+    } cases[] = {{"idle", {}, 1, kBegun, kFollowed, kShown},
+                 {"running", {1029, 0}, 1, {}, kFollowed, kStopped},
+                 {"stop asked for", {1029, 1031}, 1, kBegunAgain, kFollowed, kStopped},
+                 {"stopped", {1029, 1031, 0, 0}, 1, kBegunAgain, kFollowed, kShown},
+                 {"begun anew", {1029, 1031, 0, 1029}, 1, {}, kFollowed, kStopped},
+                 {"ended by itself", {1029, 0}, 4, {}, kShown, kShown},
+                 {"ended by itself and stopped", {1029, 0, 1031}, 4, kBegunAgain, kFollowed, kShown},
+                 {"cancelled", {1029, 0, 1030}, 1, kBegunAgain, kFollowed, kShown}};
     for (const auto& each : cases) {
         const std::pair<Lines, Lines> given[] = {{each.on1029, each.frameAfter1029},
-                                                 {{"ActionShot_CancelSeries", "hw.sendCommand 1030 0 0"}, shown},
+                                                 {kCancelled, kShown},
                                                  {{"hw.sendCommand 1031 0 0"}, each.frameAfter1031}};
         for (int32_t code = 1029; code <= 1031; ++code) {
             SCOPED_TRACE(text("%d when %s", code, each.state));
             fakeActionShot().frameResult = each.frameResult;
             start(each.before);
             fakeActionShot().frameResult = 1;
-            EXPECT_EQ(shot->sendCommand(code, 0, 0), NO_ERROR);
+            command(code);
             EXPECT_EQ(taken(), given[code - 1029].first);
             EXPECT_EQ(afterFrame(), given[code - 1029].second);
         }
@@ -149,139 +198,191 @@ TEST_F(ShotActionTest, EveryCommandInEveryState) {
     }
 }
 
-TEST_F(ShotActionTest, ACancelWaitsForTheCallThatTheLibraryIsIn) {
-    start({1029});
-    std::thread service;
-    fakeActionShot().during = [&](const std::string& call) {
-        if (call != "ActionShot_HandleFrame")
-            return;
-        service = std::thread([&] { command(1030); });
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        record("leaves the library");
-    };
-    frame();
-    service.join();
-    fakeActionShot().during = nullptr;
-    Lines lines = taken();
-    std::erase_if(lines, [](const std::string& line) { return line.starts_with("app."); });
-    EXPECT_EQ(lines, (Lines{"ActionShot_HandleFrame 64x48", "leaves the library", "ActionShot_CancelSeries",
-                            "hw.sendCommand 1030 0 0"}));
+TEST_F(ShotActionTest, ACommandFromWithinAMessageOfTheResult) {
+    const Lines step = {"as.CreateResult from 0", "app.notify 0x1400 100 0"};
+    const Lines untilMade = step + kEncoded + kMade;
+    const struct {
+        int32_t command, within;
+        Lines before, after;
+    } cases[] = {{1029, 0x1200, {}, kBegunAgain + kNotMade + kShown},
+                 {1029, 0x1400, step, kBegunAgain + kNotMade + kShown},
+                 {1029, 0x1600, untilMade, kBegunAgain + kDelivered + kShown},  // what is finished is not lost
+                 {1030, 0x1200, {}, kCancelled + kShown},
+                 {1030, 0x1400, step, kCancelled + kShown},
+                 {1030, 0x1600, untilMade, kCancelled + kShown},
+                 {0, 0x1200, {}, {}},  // the shot is retired
+                 {0, 0x1400, step, {}},
+                 {0, 0x1600, untilMade, {}}};
+    for (const auto& each : cases) {
+        SCOPED_TRACE(text("%d within %x", each.command, each.within));
+        start({1029, 1031});
+        within(each.within, [&] { each.command ? command(each.command) : retireShot(); });
+        Lines lines = afterFrame();
+        std::erase_if(lines, [](auto& line) {
+            return line.ends_with("destroyed: pid=PID") || line == "as.UnsetTempMemory" || line == "as.Finalize";
+        });
+        EXPECT_EQ(lines, kStopping + each.before + each.after);
+        if (each.command) {
+            EXPECT_EQ(afterFrame(), each.command == 1029 ? kFollowed : kShown);
+        }
+    }
 }
 
-TEST_F(ShotActionTest, AStopIsCarriedOutWithAFrameThatIsNotCopiedToo) {
-    makeShot();  // and no startPreview
-    proceed({1029, 1031});
-    EXPECT_EQ(afterFrame(), stopped);
+TEST_F(ShotActionTest, ASwitchAStartAndACancelEndTheResultAtItsNextStep) {
+    const std::pair<std::function<void()>, std::function<void()>> cases[] = {
+        {[&] { shot->setCallbacks(nullptr, nullptr, nullptr, nullptr); }, [&] { retireShot(); }},
+        {[] {}, [&] { command(1029); }},
+        {[] {}, [&] { command(1030); }}};
+    for (const auto& [prepare, end] : cases) {
+        LongWork result;
+        start({1029, 1031});
+        fakeActionShot().progress = {50};  // for ever
+        fakeActionShot().during = [&](auto& call) { call == "CreateResult" ? result.step() : void(); };
+        EXPECT_EQ(result.stepsAfter([&] { frame(); }, prepare, end), 0);
+        fakeActionShot() = {};
+    }
 }
 
 TEST_F(ShotActionTest, FramesOfSeveralThreadsAndCommandsAtRandom) {
     start();
     fakeActionShot().progress = {40, 100};
     std::atomic<int> inside{0};  // the library
-    fakeActionShot().during = [&](const std::string&) {
-        EXPECT_EQ(++inside, 1);
+    std::atomic<int> overlaps{0};
+    fakeActionShot().during = [&, last = std::string()](const std::string& call) mutable {
+        overlaps += inside++ != 0 || (last == "CreateResult" && call == "HandleFrame");  // not while a result is made
+        last = call;
         std::this_thread::sleep_for(std::chrono::microseconds(20));  // for another thread to come in
         --inside;
     };
     std::atomic<bool> over{false};
-    const auto deliver = [&, callback = hardware->dataCb] {
+    const auto deliver = [&] {
         while (!over)
-            callback(CAMERA_MSG_PREVIEW_FRAME, makeFrame(1), shot);
+            frame();
     };
-    std::thread threads[] = {std::thread(deliver), std::thread(deliver)};
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 2; ++i)
+        threads.emplace_back(deliver);
     for (uint32_t i = 0; i < 1000; ++i) {
         command(i % 5 < 3 ? 1029 : i % 5 == 3 ? 1031 : 1030);
         std::this_thread::sleep_for(std::chrono::microseconds(i % 300));
     }
     over = true;
-    for (std::thread& thread : threads)
-        thread.join();
-    fakeActionShot().during = nullptr;
-    fakeActionShot().progress = {100};
-    proceed({1030, 1029, 1031});  // and the next series is as ever
-    EXPECT_EQ(afterFrame(), stopped);
-}
-
-TEST_F(ShotActionTest, ACancelFromWithinAMessageEndsTheResult) {
-    start({1029});
-    fakeActionShot().frameResult = 4;
-    fakeActionShot().progress = {30, 70, 100};
-    shot->setCallbacks(
-        [](int32_t type, int32_t, int32_t, void* test) {
-            if (type == 0x1400)
-                static_cast<ShotTest*>(test)->shot->sendCommand(1030, 0, 0);
-        },
-        onData, onDataTimestamp, this);
+    threads.clear();
+    EXPECT_EQ(overlaps, 0);
+    fakeActionShot() = {};
+    for (const int32_t code : {1030, 1029, 1031})  // and the next series is as ever
+        command(code);
     recorder.take();
-    EXPECT_EQ(afterFrame(),
-              (ended + Lines{"ActionShot_CreateResult", "ActionShot_CancelSeries", "hw.sendCommand 1030 0 0"} + shown));
+    EXPECT_EQ(afterFrame(), kStopped);
 }
 
-TEST_F(ShotActionTest, EachCallFailingInTurn) {
+TEST_F(ShotActionTest, AStartThatFailsAndMemoryThatIsShort) {
     const std::tuple<const char*, int, const char*> starts[] = {
         {"", 0, "E ShotAction: Failed to create temp buffer."},
-        {"ActionShot_SetTempMemory", 15, "E ShotAction: Failed to create temp buffer."},
-        {"ActionShot_StartSeries", 15, "E ShotAction: Failed to start series."}};
+        {"SetTempMemory", 15, "E ShotAction: Failed to create temp buffer."},
+        {"StartSeries", 15, "E ShotAction: Failed to start series."}};
+    int blocksLeft = 0;
+    const auto limit = [&](int blocks) {
+        fakeSystem().allowsMemory = nullptr;
+        start();
+        blocksLeft = blocks;
+        fakeSystem().allowsMemory = [&](size_t size) { return size == kBlock && blocksLeft-- > 0; };
+        command(1029);
+    };
     for (const auto& [call, blocks, error] : starts) {
         fakeActionShot().results = {{call, 0}};
-        gBlocksLeft = blocks;
-        start();
-        command(1029);
+        limit(blocks);
         EXPECT_EQ(recorder.take("E "), Lines{error});
         command(1029);  // nothing until 1030 or 1031
-        EXPECT_EQ(afterFrame(), shown);
-    }
-    fakeActionShot().results = {{"ActionShot_UnsetTempMemory", 0}};  // the blocks are freed all the same
-    for (int blocks = 1; blocks <= 15; ++blocks) {
-        gBlocksLeft = blocks;
-        start();
+        EXPECT_EQ(afterFrame(), kShown);
+        fakeActionShot().results.clear();
+        blocksLeft = 1;
+        command(1030);
+        recorder.take();
         command(1029);
-        EXPECT_EQ(recorder.take("ActionShot_SetTempMemory"), Lines{text("ActionShot_SetTempMemory %d 460800", blocks)});
+        EXPECT_EQ(recorder.take().back(), "as.StartSeries");
     }
-    fakeActionShot().results = {{"ActionShot_Initialize", 0}};
+    fakeActionShot().results = {{"UnsetTempMemory", 0}};  // the blocks are freed all the same
+    for (int blocks = 1; blocks <= 15; ++blocks) {
+        limit(blocks);
+        EXPECT_EQ(recorder.take("as.SetT"), Lines{text("as.SetTempMemory %d of %d x 460800", blocks, blocks)});
+    }
     retireShot();
-    makeShot();
-    EXPECT_EQ(recorder.take("E "), Lines{"E ShotAction: Init of ActionShot failed."});
-    command(1029);
-    EXPECT_EQ(taken(), Lines{"E ShotAction: Failed to start series."});
-    command(1030);
-    EXPECT_EQ(taken(), Lines{"hw.sendCommand 1030 0 0"});
+    EXPECT_EQ(recorder.take("as."), (Lines{"as.UnsetTempMemory", "as.Finalize"}));
 }
 
-TEST_F(ShotActionTest, AResultThatCannotBeMadeOrBelieved) {
-    const std::pair<int, void (*)(FakeActionShot&)> cases[] = {
-        {60, [](FakeActionShot& fake) { fake.endsEarly = true; }},
-        {100, [](FakeActionShot& fake) { fake.result.width = 0; }},
-        {100, [](FakeActionShot& fake) { fake.result.height = 2000000; }},
-        {100, [](FakeActionShot& fake) { fake.nullPlane = true; }}};
-    for (const auto& [last, spoil] : cases) {
+TEST_F(ShotActionTest, AResultThatCannotBeMadeBelievedOrEncoded) {
+    const auto unsound = [](const char* size) {
+        return Lines{text("E ShotAction: a result of %s cannot be", size)} + kNotMade;
+    };
+    const Lines failed = {"E ShotAction: the result could not be encoded"};
+    using Fake = FakeActionShot;
+    const std::tuple<int, void (*)(Fake&), Lines> cases[] = {
+        {60, [](Fake& fake) { fake.endsEarly = true; }, kNotMade},
+        {101, [](Fake&) {}, kNotMade},
+        {100, [](Fake& fake) { fake.result.plane[0] = nullptr; }, unsound("64 x 48")},
+        {100, [](Fake& fake) { fake.result.width = 0; }, unsound("0 x 48")},
+        {100, [](Fake& fake) { fake.result.height = 0; }, unsound("64 x 0")},
+        {100, [](Fake& fake) { fake.result.width = 8193; }, unsound("8193 x 48")},
+        {100, [](Fake& fake) { fake.result.height = 8193; }, unsound("64 x 8193")},
+        {100, [](Fake& fake) { fake.result.width = fake.result.height = 8192; }, kEncoded + kMade + kDelivered},
+        {100, [](Fake&) { fakeArcJpeg().streamOpens = false; }, failed + kNotMade},
+        {100, [](Fake&) { fakeArcJpeg().jpeg.clear(); }, kEncoded + failed + kMade + Lines{"app.data 0x100 0"}}};
+    for (const auto& [last, spoil, then] : cases) {
+        resetFakeArcJpeg();
         fakeActionShot() = {};
         fakeActionShot().progress = {30, last};
-        spoil(fakeActionShot());
         start({1029, 1031});
-        EXPECT_EQ(afterFrame(), (stopping + created(30) + created(last) + Lines{"app.notify 0x1600 0 0"} + shown));
+        spoil(fakeActionShot());
+        EXPECT_EQ(afterFrame(), kStopping + created(0, 30) + created(30, last) + then + kShown);
+        EXPECT_EQ(afterFrame(), kShown);
     }
 }
 
 TEST_F(ShotActionTest, FramesAreLentFromItsOwnHeapInTurn) {
     makeShot();
-    frame(5);  // before startPreview: the vendor's own frame
-    EXPECT_EQ(lastData->getMemory()->getSize(), kFrameSize);
-    shot->startPreview();
-    const sp<IMemoryHeap> heap = shot->getPreviewHeap();
-    for (const uint8_t place : {0, 1, 2, 0, 1}) {
-        frame(place);
-        EXPECT_EQ(lastData->getMemory().get(), heap.get());
-        EXPECT_EQ(lastData->offset(), static_cast<ssize_t>(place * kFrameSize));
-        EXPECT_EQ(bytesOf(lastData), std::vector<uint8_t>(kFrameSize, place));
-    }
-    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(kFrameSize + 1));  // does not fit a place
-    EXPECT_NE(lastData->getMemory().get(), heap.get());
+    for (const int32_t code : {1029, 1031})
+        command(code);
     recorder.take();
-    hardware->data(CAMERA_MSG_PREVIEW_FRAME, nullptr);
+    const auto told = [](const char* what) {
+        return text("E ShotAction: a preview frame %s; such frames are passed on as they are", what);
+    };
+    // Before startPreview it is the vendor's own frame, but a stop is carried out.
+    EXPECT_EQ(afterFrame(), Lines{told("of 4608 bytes has no place")} + kStopped);
+    EXPECT_EQ(lastData->offset(), 48);
+    shot->startPreview();
+    command(1029);
+    const sp<IMemoryHeap> heap = shot->getPreviewHeap();
+    EXPECT_EQ(recorder.take().back(), "D ShotAction: call getPreviewHeap");
+    const auto isLent = [&](const sp<IMemory>& memory, size_t place, const Lines& expected) {
+        recorder.take();
+        const std::vector<uint8_t> bytes = bytesOf(memory);
+        frame(memory);
+        EXPECT_EQ(taken(), expected);
+        EXPECT_EQ(lastData->getMemory().get(), heap.get());
+        EXPECT_EQ(static_cast<size_t>(lastData->offset()), place * bytes.size());
+        EXPECT_TRUE(bytesOf(lastData) == bytes);
+    };
+    for (const int place : {0, 1, 2, 0, 1})
+        isLent(placedMemory(kFrame, 9), place, kFollowed);
+    isLent(placedMemory(kFrame - 1), 2, {told("of 4607 bytes is smaller than 64 x 48"), "app.data 0x10 4607"});
+    const auto passes = [&](const sp<IMemory>& memory, const Lines& expected) {
+        for (const bool again : {false, true}) {
+            frame(memory);
+            EXPECT_EQ(lastData.get(), memory.get());
+            EXPECT_EQ(recorder.take("E "), again ? Lines{} : expected);
+        }
+    };
+    passes(placedMemory(kFrame + 1), {told("of 4609 bytes has no place")});
+    passes(placedMemory(kFrame - 100, 1, kFrame), {told("reaches beyond its heap")});
+    passes(placedMemory(0), {told("has no memory")});
+    passes(nullptr, {});
     hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(9));
-    EXPECT_EQ(taken(), (Lines{"app.data 0x10 null", "I ShotAction: CAMERA_MSG_COMPRESSED_IMAGE", "app.data 0x100 9"}));
+    EXPECT_EQ(taken(), (Lines{"I ShotAction: CAMERA_MSG_COMPRESSED_IMAGE", "app.data 0x100 9"}));
+}
 
+TEST_F(ShotActionTest, APlaceForEachFormatAndTheOldHeapGoesFirst) {
+    start({0});
     const std::pair<const char*, size_t> formats[] = {{"yuv420sp", 4608}, {"yuv420sp_custom", 4608}, {"yuv420p", 4608},
                                                       {"yuv422i", 6144},  {"yuv422p", 6144},         {"rgb565", 6144},
                                                       {"nv21", 0}};
@@ -294,18 +395,34 @@ TEST_F(ShotActionTest, FramesAreLentFromItsOwnHeapInTurn) {
     hardware->params.remove(CameraParameters::KEY_PREVIEW_FORMAT);
     shot->startPreview();
     EXPECT_EQ(recorder.take("E "), Lines{});
+
+    hardware->params.setPreviewFormat("yuv420p");
+    shot->startPreview();
+    frame();
+    lastData.clear();
+    const sp<IMemoryHeap> old = shot->getPreviewHeap();
+    fakeSystem().allowsHeap = [&](size_t) {
+        EXPECT_EQ(old->getStrongCount(), 1);
+        return false;
+    };
+    shot->startPreview();
+    EXPECT_EQ(shot->getPreviewHeap().get(), nullptr);
+    EXPECT_EQ(recorder.take("E "), Lines{"E ShotAction: no preview heap of 13824 bytes could be had"});
+    const sp<IMemory> own = placedMemory(kFrame);
+    frame(own);
+    EXPECT_EQ(lastData.get(), own.get());
 }
 
 TEST_F(ShotActionTest, TheGuidesAreDrawnToTheByte) {
     hardware->params.setPreviewSize(320, 240);
     start({1029});
     auto& display = fakeActionShot().display;
-    display.entries[0] = {100, 100, 200, 180, 0};
-    display.entries[1] = {40, 20, 120, 150, 1};
+    display.entries[0] = {101, 101, 201, 181, 0};  // odd: corners are made even
+    display.entries[1] = {41, 21, 121, 151, 1};
     display.entries[2] = {5, 5, 50, 50, 2};
     display.entries[3] = {INT32_MIN, INT32_MAX, INT32_MAX, INT32_MIN, 1};
     display.count = 3;
-    frame(90);
+    frame(placedMemory(320 * 240 * 3 / 2, 90));
     std::vector<uint8_t> expected(320 * 240 * 3 / 2, 90);
     uint8_t* const chroma = expected.data() + 320 * 240;
     const auto draw = [&](int left, int top, int right, int bottom, uint32_t rgb) {
@@ -321,24 +438,22 @@ TEST_F(ShotActionTest, TheGuidesAreDrawnToTheByte) {
     EXPECT_TRUE(bytesOf(lastData) == expected);
     for (const int32_t count : {4, 1000, -5}) {  // wild coordinates and counts draw nothing outside
         display.count = count;
-        frame(90);
+        frame(placedMemory(320 * 240 * 3 / 2, 90));
     }
+    // One entry without height, one without width.
+    display.entries[0] = {100, 100, 200, 100, 0};
+    display.entries[1] = {100, 100, 100, 180, 0};
+    display.count = 2;
+    frame(placedMemory(320 * 240 * 3 / 2, 90));
     EXPECT_TRUE(bytesOf(lastData) == std::vector<uint8_t>(expected.size(), 90));
 }
 
-TEST_F(ShotActionTest, TheStepTellsHowTheConnectionChanged) {
+TEST_F(ShotActionTest, WithoutACallbackOrAVendorLayer) {
     start();
-    std::vector<uint8_t> pixels(kFrameSize);
-    EXPECT_EQ(shot->HandlePreview(pixels.data()), 4);
-    command(1029);
-    const std::pair<std::vector<int32_t>, int> cases[] = {{{1, 0}, 6}, {{0, 1}, 7}, {{1, 1}, 3}, {{0, 0}, 3}};
-    for (const auto& [connected, status] : cases) {
-        fakeActionShot().connected = connected;
-        EXPECT_EQ(shot->HandlePreview(pixels.data()), status);
-    }
-}
-
-TEST_F(ShotActionTest, WithoutAVendorLayer) {
+    shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
+    frame();
+    EXPECT_EQ(recorder.take("E "), Lines{"E ShotAction: mDataCb is NULL, returning."});
+    retireShot();
     hardware.clear();
     makeShot();
     recorder.take();

@@ -2,9 +2,8 @@
 
 #include "tests/addme/FakePlusMe.h"
 
-#include <cstdlib>
 #include <cstring>
-#include <ctime>
+#include <utility>
 
 #include "tests/support/Recorder.h"
 
@@ -17,10 +16,14 @@ FakePlusMe& kov::test::fakePlusMe() {
 
 namespace {
 
-/// The operation is the one that this is called from; the fake is its own instance.
-int32_t call(const std::string& args = "", void* instance = &fakePlusMe(), const char* from = __builtin_FUNCTION()) {
+char gHandles[1000];
+size_t gMade = 0;
+PME_API_Instance gInstance = nullptr;  // the living one
+
+/// The operation is the one that this is called from.
+int32_t call(const std::string& args = "", void* instance = gInstance, const char* from = __builtin_FUNCTION()) {
     const std::string name = from + std::strlen("PlusMe_");
-    record("pm." + name + (instance == &fakePlusMe() ? "" : " wrong instance") + args);
+    record("pm." + name + (instance == gInstance ? "" : " wrong instance") + args);
     if (fakePlusMe().during)
         fakePlusMe().during(name);
     return fakePlusMe().results.contains(name) ? fakePlusMe().results.at(name) : 0;
@@ -44,7 +47,7 @@ size_t PlusMe_GetPermanentBufferSize() {
 
 int32_t PlusMe_Initialize(PME_API_Instance* instance, void* buffer, size_t size) {
     std::memset(buffer, 1, size);
-    *instance = fakePlusMe().results.contains("Initialize") ? nullptr : &fakePlusMe();
+    *instance = gInstance = fakePlusMe().results.contains("Initialize") ? nullptr : &gHandles[gMade++];
     return call(text(" %zu", size));
 }
 
@@ -73,22 +76,25 @@ int32_t PlusMe_StartCapture(PME_API_Instance instance) {
 int32_t PlusMe_HandlePreview(PME_API_Instance instance, PME_API_Image* image) {
     const uint8_t* const luma = image->plane[0];
     const int pixels = image->width * image->height;
-    const bool isNow = std::labs(std::time(nullptr) - reinterpret_cast<PME_API_TimedImage*>(image)->seconds) <= 10;
+    const auto* const timed = reinterpret_cast<PME_API_TimedImage*>(image);
+    fakePlusMe().seconds = timed->seconds;
+    fakePlusMe().microseconds = timed->microseconds;
     const bool isWhole = luma[0] == luma[pixels * 3 / 2 - 1];  // tests fill frames with one value
     const bool isPlaced = image->plane[1] == luma + pixels && !image->plane[2] && image->format == 0;
-    const char* const odd = isNow && isWhole && isPlaced ? "" : " odd";
+    const char* const odd = isWhole && isPlaced ? "" : " odd";
     return call(text(" %dx%d of %d%s", image->width, image->height, luma[0], odd), instance);
 }
 
 int32_t PlusMe_HandleSnapshotJpeg(PME_API_Instance instance, void* jpeg, unsigned long size, PME_API_Image* image) {
-    return call(text(" %lu of %d%s", size, *static_cast<uint8_t*>(jpeg), image ? " odd" : ""), instance);
+    const auto* const bytes = static_cast<uint8_t*>(jpeg);
+    return call(text(" %lu of %d%s", size, bytes[0], image || bytes[0] != bytes[size - 1] ? " odd" : ""), instance);
 }
 
 int32_t PlusMe_CreateResult(PME_API_Instance instance, int32_t* progress) {
     auto& steps = fakePlusMe().progress;
-    *progress = steps.front();
+    const int32_t before = std::exchange(*progress, steps.front());
     steps.erase(steps.begin(), steps.begin() + (steps.size() > 1));
-    return call("", instance);
+    return call(text(" from %d", before), instance);
 }
 
 int32_t PlusMe_GetResultJpeg(PME_API_Instance instance, void** jpeg, long* size) {
@@ -111,5 +117,7 @@ int32_t PlusMe_CancelCapture(PME_API_Instance instance) {
 }
 
 int32_t PlusMe_Finalize(PME_API_Instance* instance) {
-    return call("", *instance);
+    const int32_t result = call("", *instance);
+    gInstance = nullptr;
+    return result;
 }

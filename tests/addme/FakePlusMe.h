@@ -10,6 +10,7 @@
 
 namespace kov::test {
 
+/// Each instance has a handle of its own; a call with another one is recorded as "wrong instance".
 struct FakePlusMe {
     std::map<std::string, int32_t> results;       // by the name without its prefix; 0 where missing
     std::map<int32_t, int32_t> configureResults;  // by parameter; 0 where missing
@@ -20,6 +21,7 @@ struct FakePlusMe {
     std::string jpeg = "merged";
     std::function<void(const std::string&)> during;  // run within an operation
     PME_API_Encoder encoder = nullptr;               // what the library was given
+    long seconds = 0, microseconds = 0;              // of the last frame
 };
 
 FakePlusMe& fakePlusMe();

@@ -170,10 +170,31 @@ TEST(PlusMe, RefusesWithACodeWhatItCannotDo) {
     EXPECT_EQ(Status{PlusMe_Initialize(&none, engine.temp.data(), 16)}, BufferTooSmall);
 }
 
+TEST(PlusMe, AnotherResolutionOrMemoryDropsThePair) {
+    const MergedScene scene(kMiddle);
+    for (const bool resolution : {true, false}) {
+        Engine engine(kMiddle);
+        ASSERT_EQ(engine.add(scene.first), Good);
+        ASSERT_EQ(engine.add(scene.second), Good);
+        if (resolution)
+            EXPECT_EQ(PlusMe_SetResolution(engine.instance, kLarge.width, kLarge.height, 640, 480), 0);
+        else
+            EXPECT_EQ(PlusMe_SetTempBuffer(engine.instance, engine.temp.data(), engine.temp.size()), 0);
+        EXPECT_EQ(engine.finish(), NotReady);  // rather than to read pictures that are no longer there
+    }
+    EXPECT_EQ(Status{PlusMe_PreInitialize(50000, 50000, 640, 480, 0, &kMemory, 1, 0,
+                                          android::jpeg_compress_yuv420sp_AddMe)},
+              WrongSize);
+    const PME_API_Memory none = {nullptr, memset};
+    EXPECT_EQ(Status{PlusMe_PreInitialize(640, 480, 640, 480, 0, &none, 1, 0, android::jpeg_compress_yuv420sp_AddMe)},
+              BadArgument);
+}
+
 TEST(PlusMe, AMergeThatFailsEndsThePair) {
     const MergedScene scene(kMiddle);
     const std::pair<PME_API_Encoder, Status> cases[] = {{[](auto...) { return 0; }, EncoderFailed},
-                                                        {[](auto...) -> int { throw std::bad_alloc(); }, Internal}};
+                                                        {[](auto...) -> int { throw std::bad_alloc(); }, Internal},
+                                                        {[](auto...) -> int { throw 1; }, Internal}};
     for (const auto& [encoder, expected] : cases) {
         Engine engine(kMiddle, encoder);
         EXPECT_EQ(engine.add(scene.first), Good);

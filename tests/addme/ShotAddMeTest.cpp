@@ -9,7 +9,9 @@
 
 #include "shots/addme/JpegEncoderAddMe.h"
 #include "tests/addme/FakePlusMe.h"
-#include "tests/support/MallocWatch.h"
+#include "tests/support/FakeSystem.h"
+#include "tests/support/LongWork.h"
+#include "tests/support/PlacedMemory.h"
 #include "tests/support/ShotTest.h"
 
 using namespace android;
@@ -33,21 +35,36 @@ const Lines kError = {"app.notify 0x1C00 0 0"};
 const Lines kNotStarted = {"E ShotAddMe: Failed to start series. status -1"};
 const Lines kUnmerged = {"app.notify 0x1E00 0 0", "app.data 0x100 10"};
 const Lines kOneAccepted = Lines{"E ShotAddMe: exiting ::HandlePreview snapshots 1"} + kUnmerged;
-const Lines kFirst = Lines{"pm.HandleSnapshotJpeg 10 of 1"} + kOneAccepted;
-const auto kResultAddress = static_cast<unsigned>(reinterpret_cast<uintptr_t>(fakePlusMe().jpeg.data()));
-const Lines kDelivered = {"pm.GetResultJpeg", text("E ShotAddMe: result data ptr[0x%X] size[6]", kResultAddress),
-                          "app.data 0x100 6"};
+const Lines kPicture = {"pm.HandleSnapshotJpeg 10 of 1"};
+const Lines kFirst = kPicture + kOneAccepted;
+const Lines kNothingToDeliver = {"E ShotAddMe: result data ptr[0x0] size[0]", "app.data 0x100 0"};
+const Lines kFrameShown = {"app.data 0x10 460800"};
 
-ptrdiff_t countOf(const std::string& part, const Lines& lines) {
-    return std::count_if(lines.begin(), lines.end(), [&](auto& line) { return line.find(part) != std::string::npos; });
+Lines step(int percent, int from = 0) {
+    return {text("pm.CreateResult from %d", from), text("app.notify 0x2000 %d 0", percent)};
 }
+Lines delivered() {
+    const auto address = static_cast<unsigned>(reinterpret_cast<uintptr_t>(fakePlusMe().jpeg.data()));
+    return {"pm.GetResultJpeg", text("E ShotAddMe: result data ptr[0x%X] size[6]", address), "app.data 0x100 6"};
+}
+Lines noImage(int capturing) {
+    return Lines{text("E ShotAddMe: No image to return. a-%d i-0\\n", capturing)} + kNothingToDeliver;
+}
+const auto merged = [] { return kPicture + step(100) + delivered(); };
 
 class ShotAddMeTest : public ShotTest<ShotAddMe> {
 protected:
-    ~ShotAddMeTest() override { fakePlusMe() = {}; }
+    ~ShotAddMeTest() override {
+        fakePlusMe().during = nullptr;
+        retireShot();
+        fakePlusMe() = {};
+        resetFakeSystem();
+    }
 
     /// What a new shot does.
     Lines made() {
+        retireShot();
+        recorder.take();
         makeShot();
         const Lines lines = recorder.take();
         return {std::find(lines.begin(), lines.end(), "I ShotAddMe: ShotAddMe created: pid=PID") + 1, lines.end()};
@@ -60,22 +77,30 @@ protected:
         hardware->data(type, memory);
         return recorder.take();
     }
-    Lines picture(uint8_t fill = 1) { return data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(10, fill)); }
-    Lines frame(const sp<IMemory>& frame = makeMemory(kFrame, 7)) { return data(CAMERA_MSG_PREVIEW_FRAME, frame); }
-    /// Merges two pictures on a new shot, in `steps`; `act` runs when the application is told of the first one.
-    Lines mergeDisturbed(const std::vector<int32_t>& steps, const std::function<void()>& act) {
-        makeShot();
-        shot->setCallbacks(onProgress, onData, onDataTimestamp, this);
+    Lines picture() { return data(CAMERA_MSG_COMPRESSED_IMAGE, placedMemory(10, 1)); }
+    Lines frame(const sp<IMemory>& frame = placedMemory(kFrame, 7)) { return data(CAMERA_MSG_PREVIEW_FRAME, frame); }
+    /// Merges two pictures on a new shot, in steps to 50 and 100; `act` runs once when the application is told of 50.
+    Lines mergeDisturbed(const std::function<void()>& act) {
+        made();
+        shot->setCallbacks(
+            [](int32_t type, int32_t ext1, int32_t ext2, void* user) {
+                onNotify(type, ext1, ext2, user);
+                if (type == 0x2000)
+                    std::exchange(static_cast<ShotAddMeTest*>(user)->mWhileMerging, [] {})();
+            },
+            onData, onDataTimestamp, this);
         picture();
-        fakePlusMe().progress = steps;
-        whileMerging = act;
+        fakePlusMe().progress = {50, 100};
+        mWhileMerging = act;
         return picture();
     }
-    static void onProgress(int32_t type, int32_t, int32_t, void* user) {
-        if (type == 0x2000)
-            std::exchange(static_cast<ShotAddMeTest*>(user)->whileMerging, [] {})();
+    void send(const std::vector<int32_t>& codes) {
+        for (const int32_t code : codes)
+            EXPECT_EQ(shot->sendCommand(code, 1, 0), NO_ERROR);
     }
-    std::function<void()> whileMerging;
+
+private:
+    std::function<void()> mWhileMerging;
 };
 
 TEST_F(ShotAddMeTest, ANewShotIsReadyAndItsCommandsReachTheLibraryOrTheVendorLayer) {
@@ -97,35 +122,28 @@ TEST_F(ShotAddMeTest, ANewShotIsReadyAndItsCommandsReachTheLibraryOrTheVendorLay
 TEST_F(ShotAddMeTest, EveryTwoPicturesBecomeOneInAtMost301Steps) {
     made();
     for (const auto& steps : {std::vector{40, 99, 120}, {100}, std::vector(301, 99)}) {
-        EXPECT_EQ(picture(1), kFirst);
-        Lines merged = {"pm.HandleSnapshotJpeg 10 of 2"};
-        for (const int32_t progress : steps)
-            merged = merged + Lines{"pm.CreateResult", text("app.notify 0x2000 %d 0", progress)};
+        EXPECT_EQ(picture(), kFirst);
+        Lines expected = kPicture;
+        for (int32_t before = 0; const int32_t progress : steps)
+            expected = expected + step(progress, std::exchange(before, progress));
         fakePlusMe().progress = steps;  // the last one goes on
-        EXPECT_EQ(picture(2), merged + kDelivered);
+        EXPECT_EQ(picture(), expected + delivered());
         EXPECT_EQ(bytesOf(lastData), std::vector<uint8_t>({'m', 'e', 'r', 'g', 'e', 'd'}));
         EXPECT_EQ(lastData->offset(), 0);
         EXPECT_EQ(lastData->getMemory()->getSize(), 6U);
     }
 }
 
-TEST_F(ShotAddMeTest, ARefusedPictureGoesOnUnmerged) {
+TEST_F(ShotAddMeTest, ARefusedPictureGoesOnUnmergedAndAFailedMergeEndsThePair) {
     made();
-    const Lines refused =
-        Lines{"pm.HandleSnapshotJpeg 10 of 1", "E ShotAddMe: PlusMe_HandleSnapshotJpeg FAILED 6!!!!!"} + kError;
-    for (const Lines& rest : {kUnmerged, kOneAccepted}) {
+    const Lines refused = kPicture + Lines{"E ShotAddMe: PlusMe_HandleSnapshotJpeg FAILED 6!!!!!"} + kError;
+    for (const bool first : {true, false}) {
         fakePlusMe().results["HandleSnapshotJpeg"] = 6;
-        EXPECT_EQ(picture(), refused + rest);
+        EXPECT_EQ(picture(), refused + (first ? kUnmerged : kOneAccepted));
         fakePlusMe().results.clear();
-        EXPECT_EQ(picture().back(), rest == kUnmerged ? kFirst.back() : kDelivered.back());  // the first one counts
+        EXPECT_EQ(picture(), first ? kFirst : merged());  // the first one counts
     }
-}
-
-TEST_F(ShotAddMeTest, AFailedMergeEndsThePair) {
-    made();
-    const Lines failed = {"pm.HandleSnapshotJpeg 10 of 1", "pm.CreateResult", "E ShotAddMe: ERROR ... status: 7"};
-    const Lines noImage = {"E ShotAddMe: No image to return. a-1 i-0\\n", "E ShotAddMe: result data ptr[0x0] size[0]",
-                           "app.data 0x100 0"};
+    const Lines failed = kPicture + Lines{"pm.CreateResult from 0", "E ShotAddMe: ERROR ... status: 7"};
     const auto failedMerge = [&] {
         EXPECT_EQ(picture(), kFirst);
         fakePlusMe().results["CreateResult"] = 7;
@@ -133,16 +151,14 @@ TEST_F(ShotAddMeTest, AFailedMergeEndsThePair) {
         fakePlusMe().results.clear();
         return lines;
     };
-    picture();
-    picture();
-    EXPECT_EQ(failedMerge(), failed + kDelivered);  // the earlier result is still there
-    command(1034);                                  // a new series forgets it
-    EXPECT_EQ(failedMerge(), failed + noImage);
+    EXPECT_EQ(failedMerge(), failed + delivered());  // the earlier result is still there
+    command(1034);                                   // a new series forgets it
+    EXPECT_EQ(failedMerge(), failed + noImage(1));
     EXPECT_EQ(picture(), kFirst);               // the pair has ended
     fakePlusMe().results["GetResultJpeg"] = 3;  // merged, but cannot be fetched
-    EXPECT_EQ(picture(), (Lines{"pm.HandleSnapshotJpeg 10 of 1", "pm.CreateResult", "app.notify 0x2000 100 0",
-                                "pm.GetResultJpeg", "E ShotAddMe: get result [3]\\n",
-                                "E ShotAddMe: result data ptr[0x0] size[6]", "app.data 0x100 0"}));
+    const Lines unfetched = {"pm.GetResultJpeg", "E ShotAddMe: get result [3]\\n",
+                             "E ShotAddMe: result data ptr[0x0] size[6]", "app.data 0x100 0"};
+    EXPECT_EQ(picture(), kPicture + step(100) + unfetched);
 }
 
 TEST_F(ShotAddMeTest, EachStepOfTheSetUpMayFail) {
@@ -169,25 +185,25 @@ TEST_F(ShotAddMeTest, EachStepOfTheSetUpMayFail) {
     for (const auto& failing : cases) {
         SCOPED_TRACE(::testing::PrintToString(failing.expected));
         failing.prepare(fakePlusMe());
-        {
-            const MallocWatch scarce(failing.mostMemory);
-            EXPECT_FALSE(shot->Init());
-        }
-        EXPECT_EQ(recorder.take(), kFreed + failing.expected);
+        fakeSystem().allowsMemory = [&](size_t size) { return size <= failing.mostMemory; };
+        EXPECT_EQ(command(1033), kFreed + failing.expected);
+        frame();
+        EXPECT_EQ(frame(), Lines{"E ShotAddMe: we are not capturing"} + kFrameShown);
         EXPECT_EQ(command(1034), failing.instanceStays ? kStarted : kError + kNotStarted);
         fakePlusMe() = {};
-        EXPECT_TRUE(shot->Init());
-        recorder.take();
-        EXPECT_EQ(command(1034), kStarted);
+        fakeSystem().allowsMemory = nullptr;
+        EXPECT_EQ(command(1033), (failing.instanceStays ? kFreed : Lines{}) + kReady);
     }
 }
 
 TEST_F(ShotAddMeTest, WithoutAPictureSizeThereIsNoInstance) {
-    hardware->params.setPictureSize(0, 0);
-    const Lines unexpected = {"E ShotAddMe: unexpected Picture size(0, 0)\\n"};
-    EXPECT_EQ(made(), unexpected + kNotStarted + Lines{"hw.setCallbacks"});
     const Lines unknown = {"E ShotAddMe: PlusMe_GetFirstPersonPosition is failed[-1]"};
-    EXPECT_EQ(command(1033), unexpected);
+    for (const auto& [width, height] : {std::pair(0, 1), {1, 0}, {-5, 5}}) {
+        hardware->params.setPictureSize(width, height);
+        const Lines unexpected = {text("E ShotAddMe: unexpected Picture size(%d, %d)\\n", width, height)};
+        EXPECT_EQ(made(), unexpected + kNotStarted + Lines{"hw.setCallbacks"});
+        EXPECT_EQ(command(1033), unexpected);
+    }
     EXPECT_EQ(command(1034), kError + kNotStarted);
     EXPECT_EQ(command(1035, 1), unknown + Lines{"D ShotAddMe: first person position is already positioned"});
     EXPECT_EQ(command(1035, 0), unknown + Lines{"E ShotAddMe: switch first person position failed"});
@@ -195,18 +211,24 @@ TEST_F(ShotAddMeTest, WithoutAPictureSizeThereIsNoInstance) {
     EXPECT_EQ(command(1038), Lines{});
     const Lines refused = {"E ShotAddMe: PlusMeControl::AddFrameJpeg - mInstance is null", "app.notify 0x1C00 1 0"};
     EXPECT_EQ(picture(), refused + kUnmerged);
-    shot->startPreview();
-    EXPECT_EQ(frame(), (Lines{"hw.startPreview", "E ShotAddMe: we are not capturing", "app.data 0x10 460800"}));
+    hardware->params.setPictureSize(1, 1);
+    EXPECT_EQ(made()[1], "D ShotAddMe: Dimensions snap(1, 1) prev(640, 480)\\n");
 }
 
 TEST_F(ShotAddMeTest, TheFirstPersonsPositionIsTheComplementOfTheLibrarys) {
     made();
     const Lines got = {"pm.GetFirstPersonPosition", "D ShotAddMe: PlusMe_GetFirstPersonPosition is successed"};
-    for (const auto& [wanted, current] : {std::pair(1, 0), {0, 1}, {1, 1}, {0, 0}, {2, 0}, {-1, 1}}) {
-        const char* const then = wanted == 1 - current ? "D ShotAddMe: first person position is already positioned"
-                                                       : "pm.SwitchFirstPersonPosition";
+    const Lines already = {"D ShotAddMe: first person position is already positioned"};
+    const Lines switched = {"pm.SwitchFirstPersonPosition"};
+    for (const auto& [wanted, current, then] : {std::tuple(1, 0, already),
+                                                {0, 1, already},
+                                                {1, 1, switched},
+                                                {0, 0, switched},
+                                                {2, 0, switched},
+                                                {2, 1, switched},
+                                                {-1, 1, switched}}) {
         fakePlusMe().position = current;
-        EXPECT_EQ(command(1035, wanted), got + Lines{then}) << wanted << ' ' << current;
+        EXPECT_EQ(command(1035, wanted), got + then) << wanted << ' ' << current;
     }
     fakePlusMe().results = {{"GetFirstPersonPosition", 3}, {"SwitchFirstPersonPosition", 4}};
     fakePlusMe().position = 1;  // a failed question counts as 0
@@ -215,27 +237,65 @@ TEST_F(ShotAddMeTest, TheFirstPersonsPositionIsTheComplementOfTheLibrarys) {
                      "pm.SwitchFirstPersonPosition", "E ShotAddMe: switch first person position failed"}));
 }
 
-TEST_F(ShotAddMeTest, FramesAlternateBetweenTwoSlots) {
+TEST_F(ShotAddMeTest, FramesAlternateBetweenTwoSlotsOfItsOwn) {
     made();
-    EXPECT_EQ(frame(), (Lines{"E ShotAddMe: a frame of 460800 bytes has no slot", "app.data 0x10 460800"}));
+    const auto inSlot = [&](const sp<IMemory>& memory, size_t slot, const Lines& expected) {
+        const std::vector<uint8_t> bytes = bytesOf(memory);
+        EXPECT_EQ(frame(memory), expected);
+        EXPECT_EQ(lastData->getMemory().get(), shot->getPreviewHeap().get());
+        EXPECT_EQ(static_cast<size_t>(lastData->offset()), slot * bytes.size());
+        EXPECT_TRUE(bytesOf(lastData) == bytes);
+    };
+    const auto shown = [](int fill) { return Lines{text("pm.HandlePreview 640x480 of %d", fill)} + kFrameShown; };
+    fakeSystem().now = [](int clock) { return clock == SYSTEM_TIME_REALTIME ? 12345678901234 : 0; };
+    inSlot(placedMemory(kFrame, 4), 1, shown(4));  // before startPreview: slots are made for it
+    EXPECT_EQ(fakePlusMe().seconds * 1000000 + fakePlusMe().microseconds, 12345678901);
     EXPECT_EQ(shot->startPreview(), NO_ERROR);
     EXPECT_EQ(recorder.take(), Lines{"hw.startPreview"});
-    for (const auto& [offset, fill] : {std::pair(kFrame, uint8_t{5}), {size_t{0}, uint8_t{6}}}) {
-        EXPECT_EQ(frame(makeMemory(kFrame, fill)),
-                  (Lines{text("pm.HandlePreview 640x480 of %d", fill), "app.data 0x10 460800"}));
-        EXPECT_EQ(lastData->getMemory().get(), shot->getPreviewHeap().get());
-        EXPECT_EQ(static_cast<size_t>(lastData->offset()), offset);
-        EXPECT_EQ(bytesOf(lastData), std::vector<uint8_t>(kFrame, fill));
-    }
-    const sp<IMemory> large = makeMemory(kFrame + 1);  // is delivered as it came, and takes no slot
-    frame(large);
-    EXPECT_EQ(lastData.get(), large.get());
-    EXPECT_EQ(frame(makeMemory(1000)), Lines{"app.data 0x10 1000"});  // it fits, but the library would read beyond it
-    EXPECT_EQ(lastData->offset(), 1000);
+    for (const uint8_t fill : {5, 6})
+        inSlot(placedMemory(kFrame, fill), fill % 2 ? 0 : 1, shown(fill));
+    const sp<IMemoryHeap> before = shot->getPreviewHeap();
+    const Lines larger = {"pm.HandlePreview 640x480 of 8", "app.data 0x10 460801"};
+    inSlot(placedMemory(kFrame + 1, 8), 0, larger);  // does not fit: one heap for the new size
+    const sp<IMemoryHeap> anew = shot->getPreviewHeap();
+    EXPECT_NE(anew.get(), before.get());
+    EXPECT_EQ(anew->getSize(), 2 * (kFrame + 1));
+    inSlot(placedMemory(kFrame + 1, 8), 1, larger);
+    EXPECT_EQ(shot->getPreviewHeap().get(), anew.get());
+    const char* const small =
+        "E ShotAddMe: a preview frame of 1000 bytes is smaller than 640 x 480; "
+        "such frames are passed on as they are";
+    inSlot(placedMemory(1000), 0, (Lines{small, "app.data 0x10 1000"}));
+    inSlot(placedMemory(1000), 1, Lines{"app.data 0x10 1000"});
     fakePlusMe().results["StartCapture"] = 9;
     EXPECT_EQ(command(1034), kStarted + kError + Lines{"E ShotAddMe: Failed to start series. status 9"});
-    EXPECT_EQ(frame(), (Lines{"E ShotAddMe: we are not capturing", "app.data 0x10 460800"}));
-    EXPECT_EQ(lastData->offset(), 0);
+    inSlot(placedMemory(kFrame), 0, Lines{"E ShotAddMe: we are not capturing"} + kFrameShown);
+}
+
+TEST_F(ShotAddMeTest, SlotsThatCannotBeHadAndRegionsThatLie) {
+    hardware->params.setPreviewSize(-640, -480);
+    made();
+    int asked = 0;
+    fakeSystem().allowsHeap = [&](size_t) { return ++asked == 3; };
+    const Lines none = {"E ShotAddMe: no memory for preview frames of 460800 bytes; they are dropped"};
+    EXPECT_EQ(frame(), none);
+    EXPECT_EQ(frame(), Lines{});  // told once
+    EXPECT_EQ(frame().back(), kFrameShown[0]);
+    fakeSystem().allowsHeap = nullptr;
+    const auto passes = [&](const sp<IMemory>& memory, const Lines& expected) {
+        EXPECT_EQ(frame(memory), expected);
+        EXPECT_EQ(lastData.get(), memory.get());
+    };
+    const Lines lies = {"E ShotAddMe: a preview frame reaches beyond its heap; such frames are passed on as they are"};
+    passes(placedMemory(kFrame - 97, 1, kFrame), lies + kFrameShown);
+    passes(placedMemory(kFrame - 97, 1, kFrame), kFrameShown);
+    passes(placedMemory(0), Lines{"E ShotAddMe: a preview frame has no memory; such frames are passed on as they are",
+                                  "app.data 0x10 0"});
+    const Lines noMemory = {"E ShotAddMe: Null data returned in data callback", "app.notify 0x1 -2147483648 0"};
+    for (const auto& [lie, told] : {std::pair(placedMemory(0, 1, 200), "app.data 0x100 200"),
+                                    {placedMemory(0), "app.data 0x100 0"},
+                                    {nullptr, "app.data 0x100 null"}})
+        EXPECT_EQ(data(CAMERA_MSG_COMPRESSED_IMAGE, lie), noMemory + Lines{told});
 }
 
 TEST_F(ShotAddMeTest, TheSlotsFollowTheFormat) {
@@ -251,11 +311,8 @@ TEST_F(ShotAddMeTest, TheSlotsFollowTheFormat) {
     EXPECT_EQ(recorder.take("E "), Lines{"E ShotAddMe: Invalid preview format for real preview"});
 }
 
-TEST_F(ShotAddMeTest, MemoryACallbackOrTheVendorLayerMayBeMissing) {
+TEST_F(ShotAddMeTest, ACallbackOrTheVendorLayerMayBeMissing) {
     made();
-    EXPECT_EQ(data(CAMERA_MSG_COMPRESSED_IMAGE, nullptr),
-              (Lines{"E ShotAddMe: Null data returned in data callback", "app.notify 0x1 -2147483648 0",
-                     "app.data 0x100 null"}));
     EXPECT_EQ(data(CAMERA_MSG_RAW_IMAGE, makeMemory(3)), Lines{"app.data 0x80 3"});
     shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
     EXPECT_EQ(picture().back(), "E ShotAddMe: mDataCb is NULL, returning.");
@@ -266,32 +323,75 @@ TEST_F(ShotAddMeTest, MemoryACallbackOrTheVendorLayerMayBeMissing) {
 }
 
 TEST_F(ShotAddMeTest, AMergeMayBeDisturbedFromWithinItsProgress) {
-    for (const auto& commands : {std::vector{1038}, {1033, 1034}, {1034}, {}}) {  // none: the shot is retired
+    const Lines begun = kPicture + step(50);
+    const Lines position = {"pm.GetFirstPersonPosition", "D ShotAddMe: PlusMe_GetFirstPersonPosition is successed",
+                            "D ShotAddMe: first person position is already positioned"};
+    const struct {
+        std::vector<int32_t> commands;
+        Lines then;
+    } cases[] = {{{1038}, kFreed + noImage(0)},
+                 {{1033}, kFreed + kReady + noImage(1)},
+                 {{1033, 1034}, kFreed + kReady + kStarted + noImage(1)},
+                 {{1034}, kStarted + noImage(1)},
+                 // These wait for the step, and come in their order.
+                 {{1035, 1037}, position + Lines{"pm.CancelCapture"} + step(100, 50) + delivered()},
+                 {{1037, 1035}, Lines{"pm.CancelCapture"} + position + step(100, 50) + delivered()}};
+    for (const auto& [commands, then] : cases) {
         SCOPED_TRACE(::testing::PrintToString(commands));
-        const Lines lines = mergeDisturbed({50}, [&] {
-            for (const int32_t code : commands)
-                shot->sendCommand(code, 0, 0);
-            if (commands.empty())
-                retireShot();
-        });
-        EXPECT_EQ(countOf("pm.CreateResult", lines), 1);
-        EXPECT_EQ(countOf("app.data 0x100 0", lines), commands.empty() ? 0 : 1);
-        EXPECT_EQ(countOf("wrong instance", lines), 0);
-        retireShot();
+        EXPECT_EQ(mergeDisturbed([&] { send(commands); }), begun + then);
+        if (commands[0] == 1038)
+            send({1033});
+        fakePlusMe().progress = {100};
+        recorder.take();
+        EXPECT_EQ(picture(), kFirst);  // the pair has ended
+        EXPECT_EQ(picture(), merged());
+        EXPECT_EQ(command(1037), Lines{"pm.CancelCapture"});  // nobody notes it any more
     }
+    EXPECT_EQ(mergeDisturbed([&] { retireShot(); }).back(), "I ShotCommon: ShotCommon destroyed: pid=PID");
+    // A series that was begun, and merged, within the older merge keeps its picture.
+    EXPECT_EQ(mergeDisturbed([&] {
+                  send({1034});
+                  for (int i = 0; i < 2; ++i)
+                      hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, placedMemory(10, 1));
+              }),
+              begun + kStarted + kFirst + merged() + noImage(1));
+    // A picture of such a series is its first one, when the older merge is over too.
+    mergeDisturbed([&] {
+        send({1033, 1034});
+        hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, placedMemory(10, 1));
+    });
+    EXPECT_EQ(picture(), merged());
 }
 
-TEST_F(ShotAddMeTest, ASeriesStartedDuringAMergeKeepsItsPictures) {
-    mergeDisturbed({50, 100}, [&] {
-        shot->sendCommand(1034, 0, 0);
-        hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(10));
-    });
-    EXPECT_EQ(picture().back(), kDelivered.back());
+TEST_F(ShotAddMeTest, NothingWaitsForAStepOfAMerge) {
+    made();
+    frame();
+    picture();
+    fakePlusMe().during = [&](const std::string& call) {
+        if (call != "CreateResult")
+            return;
+        std::thread([&] {
+            hardware->data(CAMERA_MSG_PREVIEW_FRAME, placedMemory(kFrame, 3));
+            send({1037});
+            record("is back");
+        }).join();
+    };
+    const Lines meanwhile = Lines{"pm.CreateResult from 0"} + kFrameShown + Lines{"is back", "app.notify 0x2000 100 0"};
+    EXPECT_EQ(picture(), kPicture + meanwhile + Lines{"pm.CancelCapture"} + delivered());
+}
+
+TEST_F(ShotAddMeTest, ASwitchEndsAMergeAtItsNextStep) {
+    made();
+    picture();
+    LongWork merge;
+    fakePlusMe().progress = {50};  // for ever
+    fakePlusMe().during = [&](auto& call) { call == "CreateResult" ? merge.step() : void(); };
+    const auto prepare = [&] { shot->setCallbacks(nullptr, nullptr, nullptr, nullptr); };
+    EXPECT_EQ(merge.stepsAfter([&] { picture(); }, prepare, [&] { retireShot(); }), 0);
 }
 
 TEST_F(ShotAddMeTest, TheLibraryIsNeverEnteredTwice) {
     made();
-    shot->startPreview();
     std::atomic<int> inside{0};
     std::atomic<int> overlaps{0};
     fakePlusMe().during = [&](const std::string&) {
@@ -301,7 +401,7 @@ TEST_F(ShotAddMeTest, TheLibraryIsNeverEnteredTwice) {
     };
     const auto deliver = [&](int times, int32_t type, size_t size, uint8_t fill) {
         for (int i = 0; i < times; ++i)
-            hardware->data(type, makeMemory(size, fill));
+            hardware->data(type, placedMemory(size, fill));
     };
     std::vector<std::jthread> threads;
     for (const uint8_t fill : {1, 2, 3})
@@ -313,7 +413,9 @@ TEST_F(ShotAddMeTest, TheLibraryIsNeverEnteredTwice) {
     threads.clear();
     fakePlusMe().during = {};  // what it counts with ends here, the shot does not
     EXPECT_EQ(overlaps, 0);
-    EXPECT_EQ(countOf(" odd", recorder.take()), 0) << "a frame was copied over another one that the library looked at";
+    const Lines lines = recorder.take();
+    EXPECT_TRUE(std::none_of(lines.begin(), lines.end(), [](auto& line) { return line.ends_with(" odd"); }))
+        << "a frame was copied over another one that the library looked at";
 }
 
 }  // namespace

@@ -238,6 +238,25 @@ TEST(CapsEngine, APictureLooksAsItsPreviewDid) {
     }
 }
 
+TEST(CapsEngine, AFrameLooksTheSameAtEverySize) {
+    for (const char* const scene : {"portrait", "landscape"}) {
+        Frame middle = frameOf(compress(sceneOf(scene)));
+        for (const cv::Size size : {cv::Size(1280, 960), {1920, 1440}}) {
+            Frame large = frameOf(compress(sceneOf(scene, size)));
+            for (const Apply& apply : kAll) {
+                SCOPED_TRACE(scene + std::to_string(size.width) + " with effect " +
+                             std::to_string(&apply - kAll.data()));
+                Frame expected = drawn(middle, apply, kPreview), frame = drawn(large, apply, size);
+                cv::Mat luma, chroma;
+                cv::resize(frame.luma(), luma, kPreview, 0, 0, cv::INTER_AREA);
+                cv::resize(frame.chroma(), chroma, kPreview / 2, 0, 0, cv::INTER_AREA);
+                EXPECT_LT(difference(luma, expected.luma()), 12);  // another look differs by more than twice as much
+                EXPECT_LT(difference(chroma, expected.chroma()), 2);
+            }
+        }
+    }
+}
+
 TEST(CapsEngine, RendersEveryKindOfJpegAtEverySizeAndQuality) {
     const cv::Mat scene = sceneOf("still-life"), odd = scene(cv::Rect(100, 90, 333, 251));
     Frame wanted = frameOf(compress(scene(cv::Rect(100, 90, 334, 252))));

@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <regex>
+#include <thread>
 #include <tuple>
 
 #include "host/runtime/Heaps.h"
 #include "tests/support/CapsCalls.h"
 #include "tests/support/FakeCaps.h"
+#include "tests/support/FakeSystem.h"
 #include "tests/support/ShotTest.h"
 
 using namespace android;
@@ -32,6 +34,7 @@ protected:
         retireShot();
         EXPECT_EQ(fakeCapsObjects(), 0);
         fakeCaps() = {};
+        resetFakeSystem();
     }
 
     void makeReady() {
@@ -112,39 +115,86 @@ TEST_F(ShotCartoonTest, APlanarFrameIsRenderedInTheLibrarysOrderAndDeliveredInIt
     const sp<IMemory> frame = makeMemory(12);
     const std::vector<uint8_t> planar = {1, 2, 3, 4, 5, 6, 7, 8, 20, 21, 30, 31};
     std::copy(planar.begin(), planar.end(), static_cast<uint8_t*>(frame->pointer()));
-    fakeCaps().results["renderAsRawToBuffer"] = 0;  // leaves the bytes as they are: pairs of V and U to the library
+    for (const char* failing : {"renderAsRawToBuffer", "newSessionWithRaw", "createImage"}) {
+        fakeCaps().results = {{failing, 0}};
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, frame);
+        EXPECT_EQ(bytesOf(frame), planar) << failing;
+    }
+    fakeCaps().results = {};
+    fakeCaps().renderRaw = [](uint8_t* to) { std::copy_n("abcdefghVUWT", 12, to); };
+    recorder.take();
     hardware->data(CAMERA_MSG_PREVIEW_FRAME, frame);
     EXPECT_EQ(recorder.take("caps.newSession"), caps("newSessionWithRaw of 1..21"));  // ends with a U
-    EXPECT_EQ(bytesOf(frame), (std::vector<uint8_t>{1, 2, 3, 4, 5, 6, 7, 8, 21, 31, 20, 30}));
+    const auto bytes = bytesOf(frame);
+    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "abcdefghUTVW");
 }
 
-TEST_F(ShotCartoonTest, OtherFramesGoByAsTheyAre) {
-    const std::tuple<const char*, int, int, size_t> cases[] = {
-        {"yuv422i", 640, 480, 640 * 480 * 2},
-        {"yuv420i", 640, 480, 640 * 480 * 3 / 2},
-        {"yuv420sp", 640, 480, 1000},  // smaller than the preview
-        {"yuv420sp", 0, 0, 0},
-        {"yuv420sp", 3, 4, 18},
-        {"yuv420sp", 4, 3, 18},
+TEST_F(ShotCartoonTest, FramesAreRenderedAsFarAsTheyAreThere) {
+    const char* const small =
+        "E ShotCartoon: a preview frame of %d bytes is smaller than %d x %d; such frames are "
+        "passed on as they are";
+    const std::tuple<const char*, int, int, size_t, Lines> cases[] = {
+        {"yuv422i", 640, 480, 640 * 480 * 2, {}},
+        {"yuv420i", 640, 480, 640 * 480 * 3 / 2, {}},
+        {"yuv420sp", 640, 480, 1000, {text(small, 1000, 640, 480)}},
+        {"yuv420sp", 0, 0, 9, {text(small, 9, 0, 0)}},
+        {"yuv420sp", -4, -2, 12, {text(small, 12, -4, -2)}},
+        {"yuv420sp", 3, 4, 18, {}},
+        {"yuv420sp", 4, 3, 18, {}},
     };
-    for (const auto& [format, width, height, size] : cases) {
+    for (const auto& [format, width, height, size, lines] : cases) {
         SCOPED_TRACE(text("%s %dx%d", format, width, height));
         hardware->params.setPreviewSize(width, height);
         hardware->params.setPreviewFormat(format);
         makeReady();
         const sp<IMemory> frame = makeMemory(size, 20);
         hardware->data(CAMERA_MSG_PREVIEW_FRAME, frame);
-        EXPECT_EQ(recorder.take(), Lines{text("app.data 0x10 %zu", size)});
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, frame);
+        const std::string sent = text("app.data 0x10 %zu", size);
+        EXPECT_EQ(recorder.take(), lines + Lines(2, sent));
         EXPECT_EQ(bytesOf(frame), std::vector<uint8_t>(size, 20));
     }
+    hardware->params.setPreviewSize(4, 2);
+    makeReady();
+    const sp<IMemory> padded = makeMemory(15, 20);
+    hardware->data(CAMERA_MSG_PREVIEW_FRAME, padded);
+    EXPECT_EQ(bytesOf(padded), (std::vector<uint8_t>{99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 20, 20, 20}));
+    hardware->data(CAMERA_MSG_PREVIEW_FRAME, new MemoryBase(new MemoryHeapBase(12), 4, 12));
+    EXPECT_EQ(recorder.take("E "), Lines{"E ShotCartoon: a preview frame reaches beyond its heap; such frames are "
+                                         "passed on as they are"});
 }
 
-TEST_F(ShotCartoonTest, AFrameIsDeliveredWhateverTheLibraryAnswers) {
-    for (const char* name : {"createImage", "newSessionWithRaw", "beginCartoon", "setCartoon", "renderAsRawToBuffer"}) {
+TEST_F(ShotCartoonTest, AFrameIsDeliveredWhateverTheLibraryAnswersAndThatIsSaidOnce) {
+    const std::pair<const char*, Lines> cases[] = {
+        {"createImage", {"E ShotCartoon: preview frames are not rendered: caps_createImage - [-1]"}},
+        {"newSessionWithRaw", {"E ShotCartoon: preview frames are not rendered: caps_newSessionWithRaw - [-1]"}},
+        {"renderAsRawToBuffer", {"E ShotCartoon: preview frames are not rendered: caps_renderAsRawToBuffer - [-1]"}},
+        {"no memory", {"E ShotCartoon: preview frames are not rendered: no memory for the copy - [0]"}},
+        {"beginCartoon", {}},
+        {"setCartoon", {}}};
+    for (const auto& [name, lines] : cases) {
+        SCOPED_TRACE(name);
         fakeCaps().results = {{name, -1}};
+        fakeSystem().allowsHeap = [failing = std::string(name)](size_t) { return failing != "no memory"; };
+        for (const Lines& expected : {lines, Lines()}) {
+            hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame(20));
+            const Lines all = recorder.take();
+            EXPECT_EQ(all.back(), "app.data 0x10 460800");
+            EXPECT_EQ(fakeCapsObjects(), 0);
+            Lines errors;
+            std::copy_if(all.begin(), all.end(), std::back_inserter(errors), [](auto& it) { return it[0] == 'E'; });
+            EXPECT_EQ(errors, expected);
+        }
+        fakeCaps().results = {};
+        fakeSystem().allowsHeap = {};
         hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame(20));
-        EXPECT_EQ(recorder.take().back(), "app.data 0x10 460800") << name;
-        EXPECT_EQ(fakeCapsObjects(), 0) << name;
+        EXPECT_EQ(recorder.take(), frameLines(20, kCartoon));
+    }
+    for (const auto& [bits, stride] : {std::pair(INT32_MAX, INT32_MAX), {INT32_MIN, INT32_MIN}, {7, 0}}) {
+        fakeCaps().bitsPerPixel = bits;
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame(20));
+        EXPECT_EQ(recorder.take("caps.createImage")[0],
+                  text("caps.createImage 460800 of 20, 640x480 stride %d 4380", stride));
     }
 }
 
@@ -171,6 +221,9 @@ TEST_F(ShotCartoonTest, ProgressIsToldInStepsOfFivePercent) {
         {{10, 5, 20, 10}, 20, {25, 100}},
         {{1, 40, 20}, 20, {100}},  // 200 percent is not told
         {{30}, 30, {}},            // done in the first step
+        {{0, INT32_MAX}, 1, {}},
+        {{0, 201, 202}, 200, {100}},  // 100.5 percent, and 101
+        {{0, INT32_MIN}, 1, {}},
     };
     for (const auto& [counts, total, told] : cases) {
         fakeCaps().counts = counts;
@@ -186,7 +239,7 @@ TEST_F(ShotCartoonTest, ProgressIsToldInStepsOfFivePercent) {
 TEST_F(ShotCartoonTest, AFailureEndsThePictureAndReleasesWhatWasMade) {
     const Lines calls = kOpened + kCartoon + caps("setJpegQuality 0.95", "render 2560x1920 0 1");
     const std::tuple<const char*, int, const char*, Lines> cases[] = {
-        {"createBuffer", 1, "caps_createBuffer - [0]", {}},
+        {"createBuffer", 1, "caps_createBuffer - [-7]", {}},
         {"createBufferStream in", 2, "ctstream_createBufferStream - [-7]", caps("destroyBuffer")},
         {"createBufferStream out", 3, "ctstream_createBufferStream - [-7]", caps("destroyStream in", "destroyBuffer")},
         {"createSession", 4, "caps_createSession - [-7]", {kFreed.begin() + 1, kFreed.end()}},
@@ -201,6 +254,20 @@ TEST_F(ShotCartoonTest, AFailureEndsThePictureAndReleasesWhatWasMade) {
         EXPECT_EQ(picture(),
                   Lines(calls.begin(), calls.begin() + made) + Lines{text("E ShotCartoon: %s", line)} + released);
     }
+    for (const char* nothing : {"createBufferStream in", "createBufferStream out", "createSession", "render"}) {
+        fakeCaps().results = {};
+        fakeCaps().makesNothing = {nothing};  // though it claims to succeed
+        const Lines lines = picture();
+        EXPECT_EQ(
+            std::count_if(lines.begin(), lines.end(), [](auto& line) { return line.find("[-255]") != line.npos; }), 1);
+        EXPECT_EQ(lines.back().starts_with("app."), false);
+    }
+    fakeCaps() = {};
+    fakeCaps().jpeg = "";
+    const Lines empty = picture();
+    EXPECT_EQ(Lines(empty.end() - 6, empty.end()),
+              Lines{"E ShotCartoon: the rendered picture has no bytes"} + kFreed + Lines{"app.data 0x100 0"});
+    fakeCaps() = {};
     // The other effects go on whatever the library answers, and so does a quality that it refuses.
     fakeCaps().results = {{"applySketch", -7}, {"beginStamp", -7}, {"setStamp", -7}, {"setJpegQuality", -7}};
     for (const int32_t effect : {1, 2, 3}) {
@@ -215,6 +282,8 @@ TEST_F(ShotCartoonTest, MessagesWithoutMemoryOrCallback) {
     EXPECT_EQ(recorder.take(), without + Lines{"app.data 0x10 null"});
     hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(0));
     EXPECT_EQ(recorder.take(), without + Lines{"app.data 0x100 0"});
+    hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, new MemoryBase(new MemoryHeapBase(12), 4, 12));
+    EXPECT_EQ(recorder.take(), without + Lines{"app.data 0x100 12"});
     hardware->data(CAMERA_MSG_RAW_IMAGE, makeMemory(3));
     EXPECT_EQ(recorder.take(), Lines{"app.data 0x80 3"});
     shot->setCallbacks(nullptr, onData, nullptr, this);
@@ -224,14 +293,36 @@ TEST_F(ShotCartoonTest, MessagesWithoutMemoryOrCallback) {
     EXPECT_EQ(picture(), Lines{"E ShotCartoon: mDataCb is NULL, returning."});
 }
 
-TEST_F(ShotCartoonTest, ASwitchFromWithinTheProgressEndsThePicture) {
-    const auto retire = [](int, int, int, void* test) { static_cast<ShotCartoonTest*>(test)->retireShot(); };
-    shot->setCallbacks(retire, onData, onDataTimestamp, this);
-    fakeCaps().counts = {5, 10, 15, 20};
-    fakeCaps().total = 20;
-    const Lines lines = picture();
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "caps.doNextIteration"), 2);
-    EXPECT_EQ(Lines(lines.end() - 5, lines.end()), caps("destroyIterator") + kFreed);
+/// As the adaptor switches. The library succeeds step by step and never comes to an end, nor to a percentage to tell.
+TEST_F(ShotCartoonTest, ASwitchEndsAPictureAtItsNextStep) {
+    for (const bool within : {true, false}) {
+        makeReady();
+        const auto switchAway = [&] {
+            shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
+            retireShot();
+        };
+        fakeCaps().endless = true;
+        fakeCaps().counts = {0, within};
+        fakeCaps().total = 20;
+        whileReceiving = switchAway;
+        shot->setCallbacks([](int, int, int, void* test) { static_cast<ShotTest*>(test)->whileReceiving(); }, onData,
+                           onDataTimestamp, this);
+        ShotGate& gate = shot->gate();
+        std::thread switcher;
+        fakeCaps().during = [&](const std::string& name) {
+            if (within || name != "getCurIterationCount" || switcher.joinable())
+                return;
+            switcher = std::thread(switchAway);
+            while (ShotGate::Entry(gate))
+                std::this_thread::yield();
+        };
+        const Lines lines = picture();
+        if (switcher.joinable())
+            switcher.join();
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), "caps.doNextIteration"), 2);
+        EXPECT_EQ(Lines(lines.end() - 5, lines.end()), caps("destroyIterator") + kFreed);
+        fakeCaps() = {};
+    }
 }
 
 }  // namespace

@@ -31,6 +31,8 @@ MediaPlayer::~MediaPlayer() {
 
 status_t MediaPlayer::setDataSource(const char* url, const KeyedVector<String8, String8>* headers) {
     record(std::string("player.setDataSource ") + url + (headers ? " with headers" : ""));
+    if (fakeMedia().whileLoading)
+        fakeMedia().whileLoading();
     return fakeMedia().dataSourceResult;
 }
 

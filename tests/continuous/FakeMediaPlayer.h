@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 
 namespace kov::test {
 
@@ -9,6 +10,7 @@ struct FakeMedia {
     std::atomic<int> dataSourceResult{0};
     std::atomic<float> situationVolume{0.5F};
     std::atomic<int> playersAlive{0};
+    std::function<void()> whileLoading;  // run within setDataSource
 };
 
 FakeMedia& fakeMedia();

@@ -5,6 +5,7 @@
 #include <android/log.h>
 #include <algorithm>
 #include <chrono>
+#include <future>
 #include <map>
 #include <thread>
 #include <tuple>
@@ -13,10 +14,10 @@
 #include "host/runtime/Heaps.h"
 #include "host/runtime/Log.h"
 #include "host/runtime/Properties.h"
-#include "shots/continuous/ContinuousClock.h"
 #include "tests/continuous/FakeMediaPlayer.h"
 #include "tests/support/BusyVendor.h"
 #include "tests/support/FakeArcJpeg.h"
+#include "tests/support/FakeSystem.h"
 #include "tests/support/ShotTest.h"
 #include "tests/support/StressThreads.h"
 
@@ -25,39 +26,41 @@ using namespace kov::test;
 
 namespace {
 
-/// Time that passes only when somebody sleeps or waits.
-class SimulatedClock : public ContinuousClock {
+/// Time that passes only when somebody sleeps: a thread that delivers a frame for less than the encoder's pauses.
+class SimulatedTime {
 public:
-    SimulatedClock() { replace(this); }
-    ~SimulatedClock() override { replace(nullptr); }
+    SimulatedTime() {
+        fakeSystem().now = [this](int) { return mNow.load(); };
+        fakeSystem().sleep = [this](int64_t duration) { duration < 350000 ? sleep(duration) : pause(duration); };
+    }
+    ~SimulatedTime() { resetFakeSystem(); }
 
-    nsecs_t now() override { return mNow; }
-    void sleepMicroseconds(int64_t duration) override {
-        record(text("sleep %lld", static_cast<long long>(duration)));
-        mNow += duration * 1000;
-        if (onSleep)
-            std::exchange(onSleep, {})();
-    }
-    void wait(Condition&, Mutex& lock, int64_t microseconds) override REQUIRES(lock) {
-        record(text("pause %lld", static_cast<long long>(microseconds)));
-        mPause = microseconds == 500000 ? 0 : mPause + 1;
-        lock.unlock();
-        if (onPause)
-            onPause(mPause);
-        while (held)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        mNow += microseconds * 1000;
-        lock.lock();
-    }
     void advance(int64_t milliseconds) { mNow += milliseconds * 1000000; }
+    nsecs_t now() const { return mNow; }
 
     std::function<void()> onSleep;     // in the next sleep of a thread that delivers a frame
     std::function<void(int)> onPause;  // in each pause of the encoder, on its thread, with its number in the burst
     std::atomic<bool> held{false};     // the encoder, in its pause
 
 private:
+    void sleep(int64_t microseconds) {
+        record(text("sleep %lld", static_cast<long long>(microseconds)));
+        mNow += microseconds * 1000;
+        if (onSleep)
+            std::exchange(onSleep, {})();
+    }
+    void pause(int64_t microseconds) {
+        record(text("pause %lld", static_cast<long long>(microseconds)));
+        mPause = microseconds == 500000 ? 0 : mPause + 1;
+        if (onPause)
+            onPause(mPause);
+        while (held)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        mNow += microseconds * 1000;
+    }
+
     std::atomic<nsecs_t> mNow{1000000000000};
-    int mPause = 0;  // the encoders', of which there is one at a time
+    std::atomic<int> mPause{0};
 };
 
 constexpr const char* kDone = "app.notify 0x2800 0 0";
@@ -123,7 +126,12 @@ protected:
     void expectCleanBurst() {
         EXPECT_EQ(only(burst(1), {"app."}), (Lines{"app.notify 0xE00 1 9", "app.data 0x10 4608",
                                                    "app.notify 0x1000 1 0", "app.data 0x100 4", kDone}));
-        EXPECT_FALSE(ShotContinuous::encoderKillFlag);
+        EXPECT_EQ(ShotContinuous::encoderKillFlag, 0U);
+    }
+    /// As the adaptor does it.
+    void switchAway() {
+        shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
+        retireShot();
     }
 
     /// Has the application act within each message of a type, before the message is recorded.
@@ -141,7 +149,7 @@ protected:
             onDataTimestamp, this);
     }
 
-    SimulatedClock clock;
+    SimulatedTime clock;
     std::function<void(int32_t)> mReceived;
 };
 
@@ -232,10 +240,10 @@ TEST_F(ShotContinuousTest, NineFramesAreTheMostAndEachCopyGoesWithItsPicture) {
     EXPECT_EQ(recorder.take("app.notify 0xE00").back(), "app.notify 0xE00 9 9");
     frameAfter(0, 77);  // the preview is no longer frozen
     EXPECT_EQ(bytesOf(lastData)[0], 77);
-    EXPECT_TRUE(shot->Capture(makeFrame()));
+    EXPECT_EQ(shot->Capture(makeFrame()), AfterCall::GoOn);
     EXPECT_EQ(recorder.take("I ShotContinuous: HandleCSFrame"),
               Lines{"I ShotContinuous: HandleCSFrame: mCSFrameCount >= 9"});
-    EXPECT_TRUE(shot->Capture(nullptr));
+    EXPECT_EQ(shot->Capture(nullptr), AfterCall::GoOn);
     EXPECT_EQ(recorder.take("E "), Lines{"E ShotContinuous: Capture() - preview frame is NULL"});
     command(1024);
     EXPECT_EQ(only(until(kDone), {"app.data 0x100"}).size(), 9U);
@@ -322,7 +330,7 @@ TEST_F(ShotContinuousTest, ATerminateAtEachPointOfTheEncodersLoop) {
         clock.onPause = [&](int pause) { pause == at ? command(1025) : void(); };
         EXPECT_EQ(only(burst(3, end), {"app.data 0x100", "E ShotContinuous: encodeCSPreview2Jpeg() -exit", kDone}),
                   Lines(at, "app.data 0x100 4") + Lines{end});
-        EXPECT_EQ(ShotContinuous::encoderKillFlag, late);
+        EXPECT_EQ(ShotContinuous::encoderKillFlag != 0, late);
         clock.onPause = {};
         expectCleanBurst();
     }
@@ -357,14 +365,114 @@ TEST_F(ShotContinuousTest, ATerminateFromWithinEachMessageOfABurst) {
 TEST_F(ShotContinuousTest, AShotThatGoesAwayTakesItsEncoderAlong) {
     for (const size_t pictures : {1, 0}) {  // within the delivery of the first, or in the pause before it
         if (pictures)
-            actWithin(CAMERA_MSG_COMPRESSED_IMAGE, [&] { retireShot(); });
+            actWithin(CAMERA_MSG_COMPRESSED_IMAGE, [&] { switchAway(); });
         else
-            clock.onPause = [&](int) { retireShot(); };
-        EXPECT_EQ(only(burst(3, text("-exit: %zu", pictures)), {"app.data 0x100", "E ShotContinuous: Kill"}),
+            clock.onPause = [&](int) { switchAway(); };
+        Lines lines = burst(3, text("-exit: %zu", pictures));
+        for (std::string& line : lines)
+            line.resize(std::min(line.size(), line.find("  pthread_self[")));
+        EXPECT_EQ(only(lines, {"app.data 0x100", "E ShotContinuous: Kill"}),
                   Lines{"E ShotContinuous: Killing encoder thread"} + Lines(pictures, "app.data 0x100 4"));
-        EXPECT_FALSE(ShotContinuous::encoderKillFlag);
+        EXPECT_EQ(Lines(lines.end() - 2, lines.end()),
+                  (Lines{text("I ShotContinuous: encodeCSPreview2Jpeg() - mCSEncodeCount : [%zu]", pictures),
+                         text("E ShotContinuous: encodeCSPreview2Jpeg() -exit: %zu\\n", pictures)}));
+        clock.onPause = {};
         makeShot();
+        expectCleanBurst();
     }
+}
+
+TEST_F(ShotContinuousTest, APictureOfAnAbandonedBurstComesOnlyWhileThereIsNoOther) {
+    for (const bool another : {false, true}) {
+        fakeArcJpeg().duringSave = [&] {
+            fakeArcJpeg().duringSave = {};
+            command(1025);
+            another ? takeFrames(1) : void();
+        };
+        EXPECT_EQ(only(burst(2, "-exit: "), {"app.notify", "app.data 0x100"}),
+                  (Lines{"app.notify 0xE00 1 9", "app.notify 0xE00 2 9", "app.notify 0x1000 2 0",
+                         another ? "app.notify 0xE00 1 9" : "app.data 0x100 4"}));
+        if (another) {
+            command(1024);
+            EXPECT_EQ(only(until(kDone), {"app."}), (Lines{"app.notify 0x1000 1 0", "app.data 0x100 4", kDone}));
+        }
+        expectCleanBurst();
+    }
+}
+
+TEST_F(ShotContinuousTest, AFirstFrameClicksOnceWhateverBecomesOfItAndCanBeStopped) {
+    fakeSystem().allowsHeap = [](size_t) { return false; };
+    command(1023);
+    for (const int64_t elapsed : {0, 33, 286, 400})  // two of them too early
+        frameAfter(elapsed, 9);
+    const Lines once =
+        Lines{"player.seekTo 0", "player.start"} + Lines{"E ShotContinuous: Capture() - no memory for the frame"};
+    EXPECT_EQ(only(recorder.take(), {"player.", "E ", "sleep"}), once + once);
+    EXPECT_EQ(bytesOf(lastData)[0], 9);
+    fakeSystem().allowsHeap = {};
+    command(1024);
+    EXPECT_EQ(only(until(kDone), {"app."}), (Lines{"app.notify 0x1000 0 0", kDone}));
+
+    command(1023);
+    command(1024);
+    EXPECT_EQ(shot->Capture(makeFrame()), AfterCall::GoOn);
+    EXPECT_EQ(only(until(kDone), {"app."}),
+              (Lines{"app.notify 0xE00 1 9", "app.notify 0x1000 1 0", "app.data 0x100 4", kDone}));
+}
+
+TEST_F(ShotContinuousTest, WhatCannotBeEncodedSaysSoAndTheBurstEnds) {
+    const std::string noPicture = "E ShotContinuous: encode2ArcJpegData() - a frame of the burst gave no picture";
+    const std::string first = "E ShotContinuous: encode2ArcJpegData() - 1";
+    const std::string last = "E ShotContinuous: encode2ArcJpegData() - end";
+    const auto encoding = [&] {
+        return only(burst(1), {"app.data 0x100", "E ShotContinuous: encode2", "app.notify 0x28"});
+    };
+    fakeArcJpeg().streamOpens = false;
+    EXPECT_EQ(encoding(), (Lines{first, noPicture, kDone}));
+    resetFakeArcJpeg();
+    fakeArcJpeg().jpeg = "";
+    EXPECT_EQ(encoding(), (Lines{first, "app.data 0x100 0", last, noPicture, kDone}));
+    resetFakeArcJpeg();
+    command(1023);
+    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(4607));
+    command(1024);
+    EXPECT_EQ(only(until(kDone), {"app.data 0x100", "E ShotContinuous: encode2", "app.notify 0x28"}),
+              (Lines{"E ShotContinuous: encode2ArcJpegData() - the frame is smaller than 64 x 48", kDone}));
+    fakeSystem().startThread = [](const auto&) { return false; };
+    EXPECT_EQ(only(burst(1), {"app.notify", "E "}),
+              (Lines{"app.notify 0xE00 1 9", "app.notify 0x1000 1 0",
+                     "E ShotContinuous: the encoder thread cannot be started; the burst is dropped", kDone}));
+    fakeSystem().startThread = {};
+    expectCleanBurst();
+}
+
+TEST_F(ShotContinuousTest, AFrameThatIsNotThereIsNotTaken) {
+    shot->startPreview();
+    command(1023);
+    recorder.take();
+    const sp<IMemoryHeap> heap = new MemoryHeapBase(4608);
+    for (int i = 0; i < 2; ++i)
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, new MemoryBase(heap, 8, 4608));
+    EXPECT_EQ(recorder.take(), (Lines{"E ShotContinuous: a preview frame reaches beyond its heap; such frames are "
+                                      "passed on as they are",
+                                      "app.data 0x10 4608", "app.data 0x10 4608"}));
+}
+
+TEST_F(ShotContinuousTest, LoadingTheSoundKeepsNoFrameWaiting) {
+    command(1026, 0);
+    command(1023);
+    std::promise<void> delivered;
+    std::thread frames([&] {
+        frameAfter(0);
+        delivered.set_value();
+    });
+    fakeMedia().whileLoading = [&] {
+        EXPECT_EQ(delivered.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    };
+    command(1026, 1);
+    fakeMedia().whileLoading = {};
+    frames.join();
+    EXPECT_EQ(fakeMedia().playersAlive, 1);
 }
 
 TEST_F(ShotContinuousTest, DataWithoutMemoryAndCallbacksThatAreMissing) {
@@ -404,8 +512,7 @@ TEST_F(ShotContinuousTest, TheClickFollowsTheSalesCode) {
         command(1026, 1);  // a player is there: only the volume is taken anew
         EXPECT_EQ(recorder.take(), ((Lines{"I ShotContinuous: ShotContinuous::sendCommand 1026, 1, 0",
                                            "I ShotContinuous: CONTINUOUS_SHOT_SOUND 1",
-                                           special ? "getSituationVolume 2 7" : "getSituationVolume 2 -1",
-                                           "player.setVolume 0.5 0.5"})));
+                                           special ? "getSituationVolume 2 7" : "getSituationVolume 2 -1"})));
         command(1026, 0);
         EXPECT_EQ(recorder.take("player."), Lines{"player.disconnect"});
         command(1026, -1);
@@ -427,38 +534,12 @@ TEST_F(ShotContinuousTest, TheClickFollowsTheSalesCode) {
 }
 
 TEST_F(ShotContinuousTest, WithoutAVendorLayerItRefusesCommands) {
-    int quality = 0;
-    hardware.clear();
-    remakeShot();
-    EXPECT_TRUE(shot->getJpegQuality(&quality));
-    EXPECT_EQ(quality, 85);
+    clock.onPause = [&](int) { shot->setCameraHardware(nullptr); };
+    EXPECT_EQ(only(burst(1), {"MdBitmap"}), Lines{"MdBitmapSaveEx 2 quality 85 0x70000002"});
     recorder.take();
     EXPECT_EQ(shot->sendCommand(1023, 0, 0), INVALID_OPERATION);
     EXPECT_EQ(recorder.take(), (Lines{"E ShotContinuous: mHardware is NULL, returning."}));
 }
-
-TEST(ContinuousClockTest, TheRealClockCountsInTheUnitsItSays) {
-    ContinuousClock& clock = ContinuousClock::get();
-    Mutex lock;
-    Condition never;
-    const AutoMutex held(lock);
-    const nsecs_t begin = clock.now();
-    clock.sleepMicroseconds(20000);
-    const nsecs_t slept = clock.now();
-    clock.wait(never, lock, 20000);
-    for (const nsecs_t passed : {slept - begin, clock.now() - slept})
-        EXPECT_TRUE(passed >= 20000000 && passed < 2000000000) << passed;
-}
-
-/// A thousand times as fast as the real clock.
-class FastClock : public ContinuousClock {
-public:
-    nsecs_t now() override { return systemTime() * 1000; }
-    void sleepMicroseconds(int64_t) override { std::this_thread::yield(); }
-    void wait(Condition& condition, Mutex& held, int64_t microseconds) override REQUIRES(held) {
-        condition.waitRelative(held, microseconds);
-    }
-};
 
 /// The service: takes a lock of its own in its callbacks and around every other command.
 struct StressingService : StressThreads {
@@ -483,8 +564,9 @@ struct StressingService : StressThreads {
 
 TEST(ContinuousStressTest, BurstsTerminatesSwitchesAndSoundAtRandom) {
     kov::host::setLogLevel(ANDROID_LOG_SILENT);
-    static FastClock clock;  // an encoder may be on its way out longer than this test
-    ContinuousClock::replace(&clock);
+    // A thousand times as fast as the real time.
+    fakeSystem().now = [](int) { return systemTime() * 1000; };
+    fakeSystem().sleep = [](int64_t duration) { std::this_thread::sleep_for(std::chrono::nanoseconds(duration)); };
     static StressingService& service = *new StressingService;
     const int sink = kov::host::addLogSink([](const kov::host::LogLine& line) {
         const auto says = [&](const char* text) { return line.message.find(text) != std::string_view::npos; };
@@ -517,7 +599,7 @@ TEST(ContinuousStressTest, BurstsTerminatesSwitchesAndSoundAtRandom) {
     for (int i = 0; i < 20000 && (service.encoders != 0 || kov::host::liveHeaps() > heapsBefore); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     kov::host::removeLogSink(sink);
-    ContinuousClock::replace(nullptr);
+    resetFakeSystem();
     EXPECT_EQ(service.encoders, 0);
     EXPECT_LE(kov::host::liveHeaps(), heapsBefore);
     EXPECT_GT(service.pictures, 0);

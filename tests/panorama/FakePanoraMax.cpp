@@ -1,4 +1,4 @@
-// libPanoraMax1.so for unit tests: records its calls and answers from a script.
+// libPanoraMax1.so for unit tests: records its calls with their instance and answers from a script.
 
 #include "tests/panorama/FakePanoraMax.h"
 
@@ -15,18 +15,28 @@ FakePanoraMax& kov::test::fakePanoraMax() {
 
 namespace {
 
-int32_t call(const std::string& name, px_instance instance, const std::string& arguments = "") {
-    return scriptedCall(fakePanoraMax(), name, instance, 0, arguments);
+int32_t call(const std::string& name, px_instance instance, const std::string& arguments = "", uint32_t takes = 0) {
+    auto& fake = fakePanoraMax();
+    record(text("%s #%d", name.c_str(), static_cast<int>(reinterpret_cast<intptr_t>(instance))) + arguments);
+    fake.milliseconds += takes;
+    if (fake.during)
+        fake.during(name);
+    return fake.results.contains(name) ? fake.results.at(name) : 0;
+}
+
+std::string described(const px_image* frame, uint32_t time) {
+    return sizeOf(*frame) + text(" %d at %u", *frame->plane[0], time);
 }
 
 }  // namespace
 
 int32_t px_init(const px_allocator* allocator, void* buffer, uint32_t size, px_instance* instance) {
     const bool ofProcess = allocator->allocate == malloc && allocator->release == free;
-    const int32_t result = call("px_init", &fakeHandle, ofProcess && !buffer && !size ? "" : " odd");
-    if (result == 0)
-        *instance = &fakeHandle;
-    return result;
+    const auto next = reinterpret_cast<px_instance>(fakePanoraMax().made + 1);
+    const int32_t result = call("px_init", next, ofProcess && !buffer && !size ? "" : " odd");
+    if (result == 0 && ++fakePanoraMax().made)
+        *instance = next;
+    return result == -1 ? 0 : result;  // a success without an instance
 }
 
 int32_t px_setParams(px_instance instance, int32_t width, int32_t height, int32_t rotation, int32_t out_width,
@@ -37,28 +47,20 @@ int32_t px_setParams(px_instance instance, int32_t width, int32_t height, int32_
                      frame_rate, quality, memory_budget));
 }
 
-int32_t px_start(px_instance instance) {
-    return call("px_start", instance);
-}
-
 int32_t px_beginCapture(px_instance instance, int32_t mode) {
     return call("px_beginCapture", instance, text(" %d", mode));
 }
 
-int32_t px_handleFrame(px_instance instance, const px_image* frame, uint32_t, px_status* status) {
+int32_t px_handleFrame(px_instance instance, const px_image* frame, uint32_t time, px_status* status) {
     const uint32_t added = status->frame_count;
     *status = fakePanoraMax().status;
     status->frame_count = added;
-    return call("px_handleFrame", instance, sizeOf(*frame));
+    return call("px_handleFrame", instance, described(frame, time), 3);
 }
 
-int32_t px_addFrame(px_instance instance, const px_image* frame, uint32_t, px_status* status) {
+int32_t px_addFrame(px_instance instance, const px_image* frame, uint32_t time, px_status* status) {
     ++status->frame_count;
-    return call("px_addFrame", instance, sizeOf(*frame));
-}
-
-int32_t px_endCapture(px_instance instance) {
-    return call("px_endCapture", instance);
+    return call("px_addFrame", instance, described(frame, time), 5);
 }
 
 int32_t px_createPanorama(px_instance instance, uint32_t* progress) {
@@ -67,22 +69,21 @@ int32_t px_createPanorama(px_instance instance, uint32_t* progress) {
         *progress = steps.front();
         steps.erase(steps.begin());
     }
-    const int32_t result = call("px_createPanorama", instance);
+    const int32_t result = call("px_createPanorama", instance, "", 40);
     // A script may end in a failure: the library's result counts after its last step.
     return steps.empty() && *progress < 100 ? result : 0;
 }
 
 int32_t px_getPanoramaImage(px_instance instance, px_image* image) {
-    image->width = 32;
-    image->height = 16;
-    image->plane[0] = fakePanoraMax().image.data();
+    *image = fakePanoraMax().image;
     return call("px_getPanoramaImage", instance);
 }
 
-int32_t px_abort(px_instance instance) {
-    return call("px_abort", instance);
-}
-
-int32_t px_free(px_instance instance) {
-    return call("px_free", instance);
-}
+#define PX_OPERATION(name)               \
+    int32_t name(px_instance instance) { \
+        return call(#name, instance);    \
+    }
+PX_OPERATION(px_start)
+PX_OPERATION(px_endCapture)
+PX_OPERATION(px_abort)
+PX_OPERATION(px_free)

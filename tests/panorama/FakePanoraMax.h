@@ -1,4 +1,4 @@
-// libPanoraMax1.so for unit tests: records its calls and answers from a script.
+// libPanoraMax1.so for unit tests: records its calls with their instance and answers from a script.
 #pragma once
 
 #include <panoramax/panoramax.h>
@@ -15,7 +15,10 @@ struct FakePanoraMax {
     std::vector<uint32_t> progress = {100};          // what the steps of the stitching report, one after the other
     px_status status = {8, 0, 0, 1, 30, 10, {}, 1};  // what a handled frame reports
     std::function<void(const std::string&)> during;  // run within an operation
-    std::vector<uint8_t> image = std::vector<uint8_t>(32 * 16 * 3 / 2);  // the stitched one, 32 x 16
+    std::vector<uint8_t> bytes = std::vector<uint8_t>(32 * 16 * 3 / 2);
+    px_image image = {0, 32, 16, {bytes.data(), nullptr, nullptr}};  // the stitched one
+    intptr_t made = 0;                                               // instances: the first has the handle 1
+    uint32_t milliseconds = 100;  // the time: a frame takes 3, adding it 5, a step 40
 };
 
 FakePanoraMax& fakePanoraMax();

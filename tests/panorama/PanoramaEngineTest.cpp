@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "host/camera/scenes/Landscape.h"
+#include "tests/support/HandHeldSweep.h"
 #include "tests/support/SceneFrames.h"
 
 using namespace kov::test;
@@ -57,6 +58,7 @@ protected:
         ASSERT_EQ(px_setParams(engine, 640, 480, 0, 640, 480, 0, frames, 15, 15, budget), 0);
         ASSERT_EQ(px_start(engine), 0);
         ASSERT_EQ(px_beginCapture(engine, 0), 0);
+        status = {};
     }
     /// Hands in what the camera sees at `place`, and adds it when it is ready. Expects the offset from the frame that
     /// was added last to be measured to `most` pixels.
@@ -71,6 +73,26 @@ protected:
         from = place;
         EXPECT_EQ(px_addFrame(engine, &image, 0, &status), 0);
         EXPECT_EQ(status.status, 3U);
+    }
+    /// Hands in the whole sweep, as far as the buffer reaches.
+    void sweepOver(HandHeldSweep& sweep) {
+        for (int i = 0; i < sweep.count() && status.frame_count < 8; ++i)
+            offer(sweep.frame(i));
+    }
+    void offer(const cv::Mat& view) {
+        auto bytes = toFrame(view);
+        const px_image image = {0, 640, 480, {bytes.data(), bytes.data() + kFrame.area(), nullptr}};
+        EXPECT_EQ(px_handleFrame(engine, &image, 0, &status), 0);
+        if (status.status == 2) {
+            EXPECT_EQ(px_addFrame(engine, &image, 0, &status), 0);
+        }
+    }
+    /// Adds a frame, whatever the library thinks of it.
+    void add(const cv::Mat& view) {
+        auto bytes = toFrame(view);
+        const px_image image = {0, 640, 480, {bytes.data(), bytes.data() + kFrame.area(), nullptr}};
+        EXPECT_EQ(px_handleFrame(engine, &image, 0, &status), 0);
+        EXPECT_EQ(px_addFrame(engine, &image, 0, &status), 0);
     }
     /// Stitches; the luma of the result.
     cv::Mat stitch() {
@@ -91,33 +113,12 @@ protected:
     cv::Point from;  // where the frame that was added last is
 };
 
-/// Expects the panorama to be as its source at the best place, to a quarter of a pixel: `least` dB, and in each column
-/// and row, where a seam would show, below `most` grey levels on average.
+/// Expects the panorama to be as its source: `least` dB, and in each column and row, where a seam would show, below
+/// `most` grey levels on average.
 void expectFit(const cv::Mat& panorama, const cv::Mat& source, double least, double most) {
-    const cv::Mat inner = panorama(cv::Rect(8, 8, panorama.cols - 16, panorama.rows - 16));
-    cv::Mat scores;
-    cv::matchTemplate(source, inner, scores, cv::TM_SQDIFF);
-    cv::Point best;
-    cv::minMaxLoc(scores, nullptr, nullptr, &best);
-    const cv::Point2d center(best.x + (inner.cols - 1) / 2.0, best.y + (inner.rows - 1) / 2.0);
-    double psnr = 0;
-    cv::Mat difference;
-    for (int i = 0; i < 81; ++i) {
-        cv::Mat part;
-        cv::getRectSubPix(source, inner.size(), center + 0.25 * cv::Point2d(i % 9 - 4, i / 9 - 4), part);
-        const double now = cv::PSNR(part, inner);
-        if (now > psnr)
-            cv::absdiff(part, inner, difference);
-        psnr = std::max(psnr, now);
-    }
-    double worst = 0;
-    for (const int way : {0, 1}) {
-        cv::Mat lines;
-        cv::reduce(difference, lines, way, cv::REDUCE_AVG, CV_64F);
-        worst = std::max(worst, cv::norm(lines, cv::NORM_INF));
-    }
-    EXPECT_GE(psnr, least);
-    EXPECT_LT(worst, most);
+    const Fit fit = fitOf(panorama, source);
+    EXPECT_GE(fit.psnr, least);
+    EXPECT_LT(fit.worst, most);
 }
 
 TEST_F(PanoramaEngineTest, PansAreStitchedAsTheSceneIs) {
@@ -166,6 +167,75 @@ TEST_F(PanoramaEngineTest, WobbleAndDriftOfExposureAreEvenedOut) {
     EXPECT_GT(gMost, size_t{8} * kFrame.area() * 3 / 2);  // the frames are counted
 }
 
+TEST_F(PanoramaEngineTest, AHandThatTurnsIsFollowedEitherWay) {
+    for (const bool upright : {false, true}) {
+        SCOPED_TRACE(upright ? "down" : "right");
+        kov::camera::SourceOptions options(upright ? "direction=down" : "");
+        const cv::Mat wide = kov::camera::Landscape(options).widePicture({740, 560});
+        HandHeldSweep sweep(wide, kFrame, upright ? cv::Point2d(0, 24) : cv::Point2d(32, 0), {1, 3, 0.1, 7});
+        begin();
+        sweepOver(sweep);
+        EXPECT_GE(status.frame_count, 7U);
+        const cv::Mat panorama = stitch();
+        EXPECT_GE(upright ? panorama.cols : panorama.rows, 0.95 * (upright ? kFrame.width : kFrame.height));
+        expectFit(panorama, lumaOf(wide), 35, 8);
+    }
+}
+
+TEST_F(PanoramaEngineTest, AFrameThatDoesNotFitEndsThePanoramaThere) {
+    const cv::Mat wide = landscape(kFrame);
+    const auto at = [&](int x) { return wide(cv::Rect({x, 0}, kFrame)).clone(); };
+    cv::Mat strange(kFrame, CV_8UC3);
+    cv::theRNG().state = 1;
+    cv::randu(strange, 0, 255);
+    const struct {
+        const char* name;
+        std::vector<cv::Mat> frames;
+        int width;
+    } cases[] = {{"in the middle", {at(0), at(250), at(500), strange, at(750)}, 1140},
+                 {"at the beginning", {strange, at(0), at(250), at(500)}, 1140},
+                 {"at the end", {at(0), at(250), strange}, 890}};
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.name);
+        begin();
+        for (const cv::Mat& frame : each.frames)
+            add(frame);
+        const cv::Mat panorama = stitch();
+        EXPECT_NEAR(panorama.cols, each.width, 8);
+        expectFit(panorama, lumaOf(wide), 35, 8);
+    }
+}
+
+TEST_F(PanoramaEngineTest, ASweepThatNeverMovedHasACodeOfItsOwn) {
+    const cv::Mat wide = landscape({800, 600});
+    begin();
+    for (int i = 0; i < 20; ++i)
+        offer(wide(cv::Rect({100 + 40 * (i % 2), 40}, kFrame)));  // a hand that trembles, and does not sweep
+    EXPECT_EQ(status.frame_count, 1U);
+    EXPECT_EQ(px_endCapture(engine), 0);
+    uint32_t progress = 0;
+    EXPECT_EQ(px_createPanorama(engine, &progress), 7);
+    EXPECT_EQ(progress, 0U);
+}
+
+TEST_F(PanoramaEngineTest, ParametersThatChangeDropWhatWasCaptured) {
+    std::vector<uint8_t> frame(kFrame.area() * 3 / 2, 128);
+    const px_image image = {0, 640, 480, {frame.data(), frame.data() + kFrame.area(), nullptr}};
+    uint32_t progress = 0;
+    begin();
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(px_addFrame(engine, &image, 0, &status), 0);
+    EXPECT_EQ(px_endCapture(engine), 0);
+    EXPECT_EQ(px_setParams(engine, 4096, 4096, 0, 0, 0, 0, 8, 15, 15, 1000), 0);
+    EXPECT_LT(gUsed, frame.size());
+    EXPECT_EQ(px_createPanorama(engine, &progress), 3);
+    EXPECT_EQ(px_start(engine), 0);
+    EXPECT_EQ(px_beginCapture(engine, 0), 0);
+    EXPECT_EQ(px_addFrame(engine, &image, 0, &status), 1);  // of the size before
+    for (const int32_t side : {-2, 0, 62, 4098, INT32_MAX - 1, INT32_MIN})
+        EXPECT_EQ(px_setParams(engine, side, 480, 0, 0, 0, 0, 8, 15, 15, kBudget), 1) << side;
+}
+
 TEST_F(PanoramaEngineTest, ASlowSweepOverSoftPicturesIsMeasuredAsItIs) {
     cv::Mat wide = landscape(kFrame);
     cv::Mat small;
@@ -190,6 +260,10 @@ TEST_F(PanoramaEngineTest, EachFailureHasItsCode) {
     begin(2, kFrame.area() * 2);  // memory for one frame
     EXPECT_EQ(px_handleFrame(engine, &image, 0, nullptr), 1);
     EXPECT_EQ(px_handleFrame(engine, &none, 0, &status), 1);
+    EXPECT_EQ(px_handleFrame(engine, nullptr, 0, &status), 1);
+    EXPECT_EQ(px_addFrame(engine, nullptr, 0, &status), 1);
+    EXPECT_EQ(px_createPanorama(engine, nullptr), 1);
+    EXPECT_EQ(px_getPanoramaImage(engine, nullptr), 1);
     EXPECT_EQ(px_createPanorama(engine, &progress), 3);
     EXPECT_EQ(px_getPanoramaImage(engine, &none), 3);
     EXPECT_EQ(px_addFrame(engine, &image, 0, &status), 0);

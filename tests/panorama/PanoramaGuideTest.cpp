@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <climits>
 #include <map>
 #include <utility>
 #include <vector>
@@ -11,6 +13,12 @@
 using namespace android;
 
 namespace {
+
+using Rect = std::array<int, 4>;
+
+PanoramaGuide guide(const px_status& status) {
+    return {status, 640, 480};
+}
 
 TEST(PanoramaGuideTest, ArrowsPointToTheOffset) {
     const struct {
@@ -23,18 +31,26 @@ TEST(PanoramaGuideTest, ArrowsPointToTheOffset) {
                  {1, 1, 0, -1, 4},    {2, 1, 30, 10, 0},  {3, 1, 30, 10, 0}, {4, 1, 30, 10, 1},
                  {1, 3, 30, 10, 0},   {1, 0, 30, 10, 0},  {1, 9, 30, 10, 0}, {1, 1, INT32_MIN, INT32_MIN, 6}};
     for (const auto& each : cases)
-        EXPECT_EQ(panoramaArrows({8, 0, 0, each.direction, each.dx, each.dy, {}, each.status}), each.arrow)
+        EXPECT_EQ(guide({8, 0, 0, each.direction, each.dx, each.dy, {}, each.status}).GetArrows(), each.arrow)
             << each.status << ' ' << each.direction << ' ' << each.dx << ' ' << each.dy;
     const px_color colors[] = {0xFFFF, 0x00FF00, 0x00FF00, 0xFF0000, 0xFFFF, 0xFFFF};
     for (uint32_t status = 0; status < 6; ++status)
-        EXPECT_EQ(panoramaRectColor(status), colors[status]);
+        EXPECT_EQ(guide({8, 0, 0, 0, 0, 0, {}, status}).GetRectColor(), colors[status]);
+    const std::pair<int32_t, Rect> offsets[] = {{5, {15, 15, 634, 474}},
+                                                {INT_MIN, {INT_MIN + 10, INT_MIN + 10, INT_MIN + 629, INT_MIN + 469}},
+                                                {INT_MAX, {INT_MAX, INT_MAX, INT_MAX, INT_MAX}}};
+    for (const auto& [offset, expected] : offsets) {
+        Rect rect;
+        guide({8, 0, 0, 0, offset, offset, {}, 0}).GetRectToDraw(rect[0], rect[1], rect[2], rect[3]);
+        EXPECT_EQ(rect, expected);
+    }
 }
 
 /// The luma of a black frame with these arrows.
 std::vector<uint8_t> drawn(px_direction code, int32_t width, int32_t height) {
     const auto area = static_cast<size_t>(width) * height;
     std::vector<uint8_t> bytes(area * 3 / 2);
-    drawFadingArrows({0, width, height, {bytes.data(), bytes.data() + area, nullptr}}, code);
+    DrawFadingArrows({0, width, height, {bytes.data(), bytes.data() + area, nullptr}}, code);
     bytes.resize(area);
     return bytes;
 }
@@ -64,6 +80,15 @@ TEST(PanoramaGuideTest, ArrowsLieWhereTheyBelong) {
         EXPECT_EQ(spans.rbegin()->first, expected.rbegin()->first);
         for (const auto& [row, span] : expected)
             EXPECT_EQ(spans[row], span) << row;
+    }
+}
+
+TEST(PanoramaGuideTest, SmallFramesAreNotMarked) {
+    for (const auto& [width, height] : {std::pair{64, 62}, {62, 64}, {64, 64}}) {
+        std::vector<uint8_t> bytes(64 * 64 * 3 / 2);
+        px_image image = {0, width, height, {bytes.data(), bytes.data() + width * height, nullptr}};
+        PanoramaGuide({8, 0, 0, 1, 0, 0, {}, 1}, width, height).draw(image);
+        EXPECT_EQ(bytes == std::vector<uint8_t>(bytes.size()), width * height < 64 * 64);
     }
 }
 

@@ -5,88 +5,155 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <climits>
 #include <regex>
 #include <thread>
 
 #include "tests/panorama/FakePanoraMax.h"
 #include "tests/support/FakeArcJpeg.h"
+#include "tests/support/FakeSystem.h"
+#include "tests/support/Region.h"
 #include "tests/support/ShotTest.h"
+#include "tests/support/WaitingThread.h"
 
 using namespace android;
 using namespace kov::test;
 
 namespace {
 
-class ShotPanoramaTest : public ShotTest<ShotPanorama> {
+/// With the operations of which it is made.
+struct OpenPanorama : ShotPanorama {
+    using ShotPanorama::ShotPanorama;
+    Lines handled(const sp<IMemory>& frame) {
+        const AutoTurn held(mEngineLock);
+        return {text("%d", HandlePreview(frame).how)};
+    }
+    void init(int width, int height, bool noAutoAdd) {
+        const AutoTurn held(mEngineLock);
+        Init(width, height, noAutoAdd);
+    }
+    std::vector<int> image() {
+        const AutoTurn held(mEngineLock);
+        int width = 0, height = 0;
+        const bool there = GetPanoramaImage(width, height) != nullptr;
+        return {there, width, height};
+    }
+};
+
+class ShotPanoramaTest : public ShotTest<OpenPanorama> {
 protected:
     ShotPanoramaTest() {
-        resetFakeArcJpeg();
+        fakeSystem().now = [](int clock) {
+            return clock == SYSTEM_TIME_REALTIME ? fakePanoraMax().milliseconds * nsecs_t{1000000} : 0;
+        };
         makeShot();
         recorder.take();
     }
-    ~ShotPanoramaTest() override { fakePanoraMax() = {}; }
+    ~ShotPanoramaTest() override {
+        fakePanoraMax() = {};
+        resetFakeArcJpeg();
+        resetFakeSystem();
+    }
 
-    /// Without the encoder's calls, the line that a counter of the process throttles, tags, times and addresses.
+    /// Without the tag, addresses, the encoder's stream and the line that a counter of the process throttles.
     Lines taken() {
-        static const std::regex left("^AMCM|^MStream|^MdBitmap|encode2ArcJpegData|HandleFrame .* rc=0");
-        static const std::regex varies("ShotPanorama: |[0-9]+ ms| instance 0x.*");
+        static const std::regex left("^AMCM_Create|^MStream|encode2ArcJpegData.* - [1-5]|HandleFrame .* rc=0");
+        static const std::regex varies("ShotPanorama: |plane.*|encode2.*pPlane.*");
         Lines lines = recorder.take();
         std::erase_if(lines, [](const std::string& line) { return std::regex_search(line, left); });
         for (std::string& line : lines)
             line = std::regex_replace(line, varies, "");
         return lines;
     }
-    size_t count(const Lines& lines, const std::string& line) const {
-        return static_cast<size_t>(std::count(lines.begin(), lines.end(), line));
-    }
-    void deliver(uint32_t status) {
+    void deliver(uint32_t status, uint8_t fill = 0) {
+        int width = 0, height = 0;
+        hardware->params.getPreviewSize(&width, &height);
         fakePanoraMax().status.status = status;
-        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame());
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeRegion(static_cast<size_t>(width) * height * 3 / 2, fill));
     }
-    Lines frame(uint32_t status = 1) {
-        deliver(status);
+    Lines frame(uint32_t status = 1, uint8_t fill = 0) {
+        deliver(status, fill);
         return taken();
     }
     Lines command(int32_t code) {
+        const ShotGate::Entry inside(shot->gate());
         EXPECT_EQ(shot->sendCommand(code, 0, 0), NO_ERROR);
         return taken();
     }
+    /// A capture with a frame in it, whose stitch will report this.
+    void capture(const std::vector<uint32_t>& progress = {100}) {
+        command(1019);
+        frame(2);
+        fakePanoraMax().progress = progress;
+    }
+    /// The shot with another application, whose notifications go to `notified`.
+    void listen(std::function<void(int32_t type, int32_t ext1)> notified) {
+        static std::function<void(int32_t, int32_t)> listener;
+        listener = std::move(notified);
+        shot->setCallbacks([](int32_t type, int32_t ext1, int32_t, void*) { listener(type, ext1); }, onData,
+                           onDataTimestamp, this);
+        recorder.take();
+    }
+    static long count(const Lines& lines, const std::string& line) {
+        return std::count(lines.begin(), lines.end(), line);
+    }
 
-    /// The stitching in these steps, and what happens `within` each.
-    static Lines stitched(const std::vector<int>& steps, const Lines& within = {}) {
+    static Lines opened(int n) {
+        const char* const calls[] = {"px_init #%d", "W px_init(640x480) ok for buffer (nil) instance 0x%x\\n",
+                                     "px_setParams #%d 640 480 0 640 480 0 8 15 15 104857600", "px_start #%d"};
         Lines lines;
-        for (const int percent : steps)
-            lines =
-                lines + Lines{"px_createPanorama"} + within +
-                Lines{text("app.notify 0xA00 %d 0", percent), text("W px_createPanorama at %d%%, time \\n", percent)};
+        for (const char* const call : calls)
+            lines.push_back(std::regex_replace(call, std::regex("%[dx]"), std::to_string(n)));
+        return lines;
+    }
+    static Lines started(int n) { return opened(n) + Lines{text("px_beginCapture #%d 0", n)}; }
+    static Lines analysed(int at, int fill = 0, int n = 1) {
+        return {text("px_handleFrame #%d 640x480 %d at %d", n, fill, at)};
+    }
+    static Lines added(int at, bool first) {
+        Lines lines = analysed(at) + Lines{text("px_addFrame #1 640x480 0 at %d", at), "app.notify 0xC00 0 0"};
+        return lines + (first ? Lines{"app.notify 0x800 0 0"} : Lines{});
+    }
+    static Lines stop(int n = 1) { return {"W Stopping panorama\\n", text("px_endCapture #%d", n)}; }
+    /// The stitching in these steps, and what happens `within` each.
+    static Lines stitched(const std::vector<int>& steps, const Lines& within = {}, int n = 1) {
+        Lines lines;
+        for (size_t i = 0; i < steps.size(); ++i)
+            lines = lines + Lines{text("px_createPanorama #%d", n)} + within +
+                    Lines{text("app.notify 0xA00 %d 0", steps[i]),
+                          text("W px_createPanorama at %d%%, time %zu ms\\n", steps[i], 40 * (i + 1))};
         return lines;
     }
 
     const std::string sent = "I ShotPanorama::sendCommand ";
     const Lines start = {sent + "1019, 0, 0", "I PANORAMA_SHOT_START"};
     const Lines ended = {sent + "1020, 0, 0", "I PANORAMA_SHOT_STOP"};
+    const Lines cancelled = {sent + "1022, 0, 0", "I PANORAMA_SHOT_CANCEL"};
     const Lines init = {"W Starting panorama\\n", "W init"};
-    const Lines opened = {"px_init", "W px_init(640x480) ok for buffer (nil)",
-                          "px_setParams 640 480 0 640 480 0 8 15 15 104857600", "px_start", "px_beginCapture 0"};
-    const Lines stop = {"W Stopping panorama\\n", "px_endCapture"};
     const Lines passed = {"app.data 0x10 460800"};
-    const Lines analysed = {"px_handleFrame 640x480"};
-    const Lines added = analysed + Lines{"px_addFrame 640x480", "app.notify 0xC00 0 0"};
-    const Lines duration = Lines{"W capture duration \\n"} + passed;
-    const Lines delivered = {"px_getPanoramaImage", "W size is 32 16", "app.data 0x100 4"};
+    const Lines duration = Lines{"W capture duration 5 ms\\n"} + passed;
+    const Lines encoded = {"AMCM_RegisterEx 0x81002202 0x2000000 2 5 AJL2", "MdBitmapSave 2"};
+    const Lines closed = {"E ", "E encode2ArcJpegData() - end", "AMCM_Destroy"};
+    const Lines delivered =
+        Lines{"px_getPanoramaImage #1", "W size is 32 16"} + encoded + Lines{"app.data 0x100 4"} + closed;
+    const Lines goesOn = {"W the panorama is being stitched; that goes on"};
 };
 
 TEST_F(ShotPanoramaTest, ASweepFromStartToPicture) {
-    EXPECT_EQ(command(1019), start + init + opened);
+    EXPECT_EQ(command(1019), start + init + started(1));
     for (const uint32_t status : {1, 2, 3, 0})
         deliver(status);
-    EXPECT_EQ(taken(), analysed + passed + added + Lines{"app.notify 0x800 0 0"} + duration + added + duration +
-                           analysed + passed);
+    EXPECT_EQ(taken(), analysed(100) + passed + added(103, true) + duration + added(111, false) + duration +
+                           analysed(119) + passed);
 
     fakePanoraMax().progress = {30, 70, 100};
-    EXPECT_EQ(command(1019), start + stop + stitched({30, 70, 100}) + delivered);
+    EXPECT_EQ(command(1019), start + stop() + stitched({30, 70, 100}) + delivered);
+    EXPECT_EQ(fakeArcJpeg().lastBitmap.pPlane[0], fakePanoraMax().bytes.data());
+    EXPECT_EQ(fakeArcJpeg().lastBitmap.dwPixelArrayFormat, 0x70000002U);
     EXPECT_EQ(frame(), passed);
-    EXPECT_EQ(command(1019), (start + init + Lines{"W free", "px_free"} + opened));
+    EXPECT_EQ(shot->image(), (std::vector{1, 32, 16}));
+    recorder.take();
+    EXPECT_EQ(command(1019), (start + init + Lines{"W free", "px_free #1"} + started(2)));
 }
 
 TEST_F(ShotPanoramaTest, AFullBufferStopsOnceOnTheFramesThread) {
@@ -94,62 +161,76 @@ TEST_F(ShotPanoramaTest, AFullBufferStopsOnceOnTheFramesThread) {
     for (int i = 0; i < 8; ++i)
         frame(2);
     fakePanoraMax().progress = {50, 100};
-    // Further frames while it stitches, and another stop, do nothing.
+    // Further frames while it stitches go by.
     fakePanoraMax().during = [&](const std::string& name) {
         if (name == "px_createPanorama")
             std::thread([&] { deliver(1); }).join();
     };
-    deliver(1);
-    EXPECT_EQ(taken(), (Lines{"W HandleFrame skipped, frames buffer full 8 of 8"} + stop + stitched({50, 100}, passed) +
-                        delivered + passed));
-    EXPECT_EQ(frame(), passed);
+    EXPECT_EQ(frame(), (Lines{"W HandleFrame skipped, frames buffer full 8 of 8"} + stop() +
+                        stitched({50, 100}, passed) + delivered + passed));
 }
 
 TEST_F(ShotPanoramaTest, OneLineForEachNewNumberOfFrames) {
     // The counter is the process's: frames are added until their number has caught up with it.
     fakePanoraMax().status.max_frames = 10000;
     command(1019);
+    const auto looked = [&](uint32_t status) {
+        deliver(status);
+        return recorder.take("W ShotPanorama: HandleFrame");
+    };
     uint32_t frames = 0;
-    Lines lines;
-    for (; frames < 9999 && lines.empty(); ++frames) {
-        deliver(2);
-        lines = recorder.take("W ShotPanorama: HandleFrame");
-    }
-    EXPECT_EQ(lines, Lines{text("W ShotPanorama: HandleFrame %u rc=0, status=2 of 10000", frames - 1)});
-    for (int i = 0; i < 3; ++i)
-        deliver(1);
-    EXPECT_EQ(recorder.take("W ShotPanorama: HandleFrame"),
-              Lines{text("W ShotPanorama: HandleFrame %u rc=0, status=1 of 10000", frames)});
+    while (looked(2).empty() && frames < 9999)
+        ++frames;
+    EXPECT_EQ(looked(1), Lines{text("W ShotPanorama: HandleFrame %u rc=0, status=1 of 10000", frames + 1)});
+    EXPECT_EQ(looked(1), Lines{});
 }
 
 TEST_F(ShotPanoramaTest, StopAndCancelOutsideAndInside) {
     fakePanoraMax().results["px_endCapture"] = 5;
     EXPECT_EQ(command(1020),
-              (ended + Lines{"W Stopping panorama\\n", "px_endCapture without handle", "E px_endCapture rc = 5\\n"}));
+              (ended + Lines{"W Stopping panorama\\n", "px_endCapture #0", "E px_endCapture rc = 5\\n"}));
     fakePanoraMax().results.clear();
-    command(1019);
-    frame(2);
-    EXPECT_EQ(command(1022),
-              (Lines{sent + "1022, 0, 0", "I PANORAMA_SHOT_CANCEL", "px_abort", "W free", "px_free", "W init"} +
-               Lines(opened.begin(), opened.end() - 1)));
+    capture();
+    EXPECT_EQ(command(1022), (cancelled + Lines{"px_abort #1", "W free", "px_free #1", "W init"} + opened(2)));
     EXPECT_EQ(frame(), passed);
     EXPECT_EQ(shot->sendCommand(1021, 2, 3), NO_ERROR);
     EXPECT_EQ(taken(), (Lines{sent + "1021, 2, 3", "hw.sendCommand 1021 2 3"}));
+    // Of a panorama that was made, nothing is left by a cancel; a stop that fails leaves nothing that can be used.
+    capture();
+    command(1020);
+    command(1022);
+    fakePanoraMax().progress = {100};
+    EXPECT_EQ(count(command(1020), "px_createPanorama #4"), 1);
+    command(1019);
+    fakePanoraMax().results["px_endCapture"] = 5;
+    command(1020);
+    EXPECT_EQ(shot->handled(makeRegion(460800)), Lines{"0"});
+    retireShot();
+    EXPECT_EQ(recorder.take(), (Lines{"I ShotPanorama: ShotPanorama destroyed: pid=PID", "W ShotPanorama: free",
+                                      "px_free #5", "I ShotCommon: ShotCommon destroyed: pid=PID"}));
 }
 
 TEST_F(ShotPanoramaTest, EachCallOfTheStartFailingInTurn) {
-    const Lines none = {"W free", "px_beginCapture without handle 0"};
-    const Lines freed = {"W free", "px_free", "px_beginCapture without handle 0"};
-    const std::pair<std::string, Lines> cases[] = {
-        {"px_init failed", none}, {"px_setParams", freed}, {"px_start", freed}, {"px_beginCapture", {}}};
-    for (const auto& [what, last] : cases) {
+    const Lines none = {"W free", "px_beginCapture #0 0"};
+    const struct {
+        std::string what;
+        int result;
+        Lines last;
+    } cases[] = {{"px_init failed", 9, none},
+                 {"px_init failed", -1, none},
+                 {"px_setParams", 9, {"px_free"}},
+                 {"px_start", 9, {"px_free"}},
+                 {"px_beginCapture", 9, {}}};
+    for (const auto& [what, result, last] : cases) {
         retireShot();
         makeShot();
-        fakePanoraMax().results = {{what.substr(0, what.find(' ')), 9}};
+        fakePanoraMax().results = {{what.substr(0, what.find(' ')), result}};
         const Lines lines = command(1019);
-        const auto failed = std::find(lines.begin(), lines.end(), "E " + what + " rc = 9\\n");
-        ASSERT_NE(failed, lines.end());
-        EXPECT_EQ(Lines(failed + 1, lines.end()), last);
+        const auto failed =
+            std::find(lines.begin(), lines.end(), "E " + what + text(" rc = %d\\n", result == -1 ? 0 : result));
+        ASSERT_NE(failed, lines.end()) << what;
+        const Lines freed = {"W free", text("px_free #%d", static_cast<int>(fakePanoraMax().made)), none[1]};
+        EXPECT_EQ(Lines(failed + 1, lines.end()), last == Lines{"px_free"} ? freed : last);
         EXPECT_EQ(frame(), passed) << what << ": it goes by unanalysed";
     }
 }
@@ -157,118 +238,227 @@ TEST_F(ShotPanoramaTest, EachCallOfTheStartFailingInTurn) {
 TEST_F(ShotPanoramaTest, EachLaterCallFailingInTurn) {
     command(1019);
     fakePanoraMax().results = {{"px_handleFrame", 9}};
-    EXPECT_EQ(frame(), analysed + Lines{"E HandleFrame rc=9\\n"} + passed);
+    EXPECT_EQ(frame(), analysed(100) + Lines{"E HandleFrame rc=9\\n"} + passed);
     fakePanoraMax().results = {{"px_addFrame", 9}};
-    EXPECT_EQ(frame(2),
-              (analysed +
-               Lines{"px_addFrame 640x480", "E px_addFrame rc = 9\\n", "app.notify 0xC00 0 0", "app.notify 0x800 0 0"} +
-               duration));
+    Lines counted = added(103, true);
+    counted.insert(counted.begin() + 2, "E px_addFrame rc = 9\\n");
+    EXPECT_EQ(frame(2), counted + duration);
     fakePanoraMax().results = {{"px_createPanorama", 9}};
     fakePanoraMax().progress = {20, 40};
-    EXPECT_EQ(command(1020),
-              (ended + stop + stitched({20}) +
-               Lines{"px_createPanorama", "E px_createPanorama at 40%, time  rc = 9\\n", "app.notify 0x200 0 0"}));
-    int width = 0, height = 0;
-    EXPECT_EQ(shot->GetPanoramaImage(width, height), nullptr);
-    EXPECT_EQ(std::pair(width, height), std::pair(-1, -1));
+    EXPECT_EQ(command(1020), (ended + stop() + stitched({20}) +
+                              Lines{"px_createPanorama #1", "E px_createPanorama at 40%, time 80 ms rc = 9\\n",
+                                    "app.notify 0x200 0 0"}));
+    EXPECT_EQ(shot->image(), (std::vector{0, -1, -1}));
 
-    command(1019);
+    capture();
     fakePanoraMax().results = {{"px_getPanoramaImage", 9}, {"px_free", 8}};
-    fakePanoraMax().progress = {100};
-    EXPECT_EQ(command(1020), (ended + stop + stitched({100}) +
-                              Lines{"px_getPanoramaImage", "E px_getPanoramaImage rc = 9\\n", "W size is -1 -1"}));
-    shot->Free();
-    EXPECT_EQ(recorder.take("E ").size(), 1U);  // "px_free(%p) = 8"
+    const Lines noImage = {"px_getPanoramaImage #2", "E px_getPanoramaImage rc = 9\\n", "W size is -1 -1"};
+    EXPECT_EQ(command(1020), ended + stop(2) + stitched({100}, {}, 2) + noImage);
+    EXPECT_EQ(command(1019), (start + init + Lines{"W free", "px_free #2", "E px_free(0x2) = 8\\n"} + started(3)));
 }
 
-TEST_F(ShotPanoramaTest, InitRefusesAndIgnores) {
-    shot->Init(640, 0, true);
-    EXPECT_EQ(taken(), (Lines{"W init", "E unexpected Init(640, 0)\\n", "W free"}));
+TEST_F(ShotPanoramaTest, NothingThatCannotBeAnImageIsEncodedAndNoFailureIsSilent) {
+    const std::pair<int32_t, int32_t> sizes[] = {{INT_MAX, INT_MAX}, {-1, 64}, {64, -1000}, {0, 0}, {32, 0},
+                                                 {16384, 4268},      {32, 16}};
+    for (const auto& [width, height] : sizes) {
+        SCOPED_TRACE(text("%d x %d", width, height));
+        capture();
+        fakePanoraMax().image = {0, width, height, {width == 32 ? nullptr : fakePanoraMax().bytes.data()}};
+        const Lines lines = command(1020);
+        EXPECT_EQ(Lines(lines.end() - 2, lines.end()),
+                  (Lines{text("W size is %d %d", width, height),
+                         "E the library's panorama cannot be an image; there is no picture of it"}));
+    }
+    fakePanoraMax().image = FakePanoraMax().image;
+    const std::string unmade = "E the panorama could not be encoded; there is no picture of it";
+    for (const bool opens : {false, true}) {
+        capture();
+        fakePanoraMax().image = {0, 32, 16, {fakePanoraMax().bytes.data(), nullptr, nullptr}};
+        fakeArcJpeg().streamOpens = opens;
+        fakeArcJpeg().jpeg = "";
+        const Lines lines = command(1020);
+        EXPECT_EQ(count(lines, "app.data 0x100 0"), opens);
+        EXPECT_EQ(count(lines, unmade), 1);
+        EXPECT_EQ(lines[lines.size() - 3], opens ? closed[1] : encoded[0]);  // after the encoder's own
+    }
+}
+
+TEST_F(ShotPanoramaTest, InitTakesItsOwnSizeAndRefusesAndIgnores) {
+    shot->init(640, 0, true);
+    shot->init(-1, 480, true);
+    EXPECT_EQ(taken(), (Lines{"W init", "E unexpected Init(640, 0)\\n", "W free", "W init",
+                              "E unexpected Init(-1, 480)\\n", "W free"}));
     command(1019);
-    shot->Init(640, 480, false);
+    shot->init(640, 480, false);
     EXPECT_EQ(taken(), (Lines{"W init", "E ignore Init(640, 480) while capturing\\n"}));
-    // Frames that are not of the instance's size go by unread.
-    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(1000));
-    hardware->data(CAMERA_MSG_PREVIEW_FRAME, nullptr);
-    hardware->params.setPreviewSize(800, 600);
-    EXPECT_EQ(shot->startPreview(), NO_ERROR);
-    EXPECT_EQ(frame(), (Lines{"app.data 0x10 1000", "app.data 0x10 null", "hw.startPreview", "app.data 0x10 720000"}));
+    shot->init(640, 240, true);
+    taken();
+    fakePanoraMax().status = {2, 0, 0, 1, 30, 10, {}, 2};
+    EXPECT_EQ(shot->handled(makeRegion(460800)), Lines{"1"});  // ready, but not added
+    EXPECT_EQ(taken(), Lines{"px_handleFrame #2 640x240 0 at 100"});
+    fakePanoraMax().status.status = 3;                  // add it
+    for (const char* const how : {"2", "2", "0", "0"})  // the buffer is full, but there is no capture to stop
+        EXPECT_EQ(shot->handled(makeRegion(460800)), Lines{how});
 }
 
-TEST_F(ShotPanoramaTest, TheGuideIsInTheFrameThatTheApplicationGets) {
+TEST_F(ShotPanoramaTest, FramesThatAreNotTheCapturesGoByUnread) {
+    const std::string line =
+        "E preview frames are not semi-planar 4:2:0 of 640 x 480, as the capture wants them; they "
+        "are passed on as they are";
+    command(1019);
+    const sp<IMemory> frames[] = {makeRegion(460799), makeRegion(0), makeLyingRegion(460800),
+                                  new MemoryBase(nullptr, 0, 460800), nullptr};
+    for (int round = 0; round < 2; ++round) {
+        for (const auto& data : frames)
+            hardware->data(CAMERA_MSG_PREVIEW_FRAME, data);
+        const Lines lines = taken();
+        EXPECT_EQ(std::count_if(lines.begin(), lines.end(), [](auto& each) { return each.starts_with("E a preview"); }),
+                  round == 0 ? 3 : 0);
+        EXPECT_EQ(lines.size(), round == 0 ? 8U : 5U);
+    }
+    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeRegion(460801));  // with something behind it
+    EXPECT_EQ(taken(), analysed(100) + Lines{"app.data 0x10 460801"});
+    hardware->data(CAMERA_MSG_RAW_IMAGE, makeRegion(460800));
+    const auto restart = [&](int width) {
+        hardware->params.setPreviewSize(width, 480);
+        EXPECT_EQ(shot->startPreview(), NO_ERROR);
+        recorder.take();
+        deliver(1);
+        return frame();
+    };
+    const Lines unfit = {line, "app.data 0x10 576000", "app.data 0x10 576000"};
+    EXPECT_EQ(restart(800), unfit);
+    EXPECT_EQ(restart(640), analysed(103) + passed + analysed(106) + passed);
+    shot->init(320, 240, false);
+    command(1019);  // another capture, which tells again; and one for the new size
+    EXPECT_EQ(restart(800), unfit);
+    shot->init(320, 240, false);
+    command(1019);
+    EXPECT_EQ(frame(), (Lines{"px_handleFrame #5 800x480 0 at 109", "app.data 0x10 576000"}));
+    hardware->params.setPreviewSize(640, 480);
+    for (const char* const format : {"yuv420p", "yuv422i"}) {
+        retireShot();
+        hardware->params.setPreviewFormat(format);
+        makeShot();
+        command(1019);
+        deliver(1);
+        EXPECT_EQ(frame(), Lines{line} + passed + passed);
+    }
+}
+
+TEST_F(ShotPanoramaTest, TheGuideIsInTheFrameAndIsThatFramesOwn) {
     fakePanoraMax().status = {8, 0, 0, 1, 5, -3, {}, 1};
     command(1019);
-    frame(1);
-    const auto bytes = bytesOf(lastData);
-    const std::tuple<size_t, size_t, int> places[] = {{6, 300, 149},   {7, 300, 149},   {466, 300, 149},
-                                                      {467, 300, 149}, {100, 14, 149},  {100, 15, 149},
-                                                      {100, 634, 149}, {100, 635, 149}, {8, 300, 0}};
+    bool within = false;
+    listen([&](int32_t type, int32_t) {
+        if (type != 0xC00 || std::exchange(within, true))
+            return;
+        fakePanoraMax().status = {8, 0, 0, 1, 100, 100, {}, 0};  // of the next frame, which comes meanwhile
+        std::thread([&] { deliver(1); }).join();
+    });
+    deliver(2);
+    const std::tuple<size_t, size_t, int> places[] = {{6, 300, 76},  {7, 300, 76},  {466, 300, 76}, {467, 300, 76},
+                                                      {100, 14, 76}, {100, 15, 76}, {100, 634, 76}, {100, 635, 76},
+                                                      {8, 300, 0},   {240, 600, 0}};
     for (const auto& [row, column, luma] : places)
-        EXPECT_EQ(bytes[row * 640 + column], luma) << row << ' ' << column;
-    EXPECT_NE(bytes[240 * 640 + 600], 0);  // the arrow to the right
-    std::vector<int> rect(4);
-    {
-        const AutoMutex held(shot->engineLock());
-        shot->GetRectToDraw(rect[0], rect[1], rect[2], rect[3]);
-    }
-    EXPECT_EQ(rect, (std::vector{15, 7, 634, 466}));
-
-    // Frames below 64 x 64 are not marked.
-    hardware->params.setPreviewSize(62, 64);
-    retireShot();
-    makeShot();
-    command(1019);
-    frame();
-    EXPECT_TRUE(bytesOf(lastData) == std::vector<uint8_t>(62 * 64 * 3 / 2));
+        EXPECT_EQ(bytesOf(lastData)[row * 640 + column], luma) << row << ' ' << column;
+    frame(0);
+    EXPECT_NE(bytesOf(lastData)[240 * 640 + 600 - 8], 1);
+    fakePanoraMax().results["px_handleFrame"] = 1;  // not marked
+    frame(1);
+    EXPECT_TRUE(bytesOf(lastData) == std::vector<uint8_t>(460800));
 }
 
-TEST_F(ShotPanoramaTest, ACancelOrASwitchFromWithinAProgressMessageEndsTheStitch) {
-    static bool cancels;
-    for (const bool cancelled : {true, false}) {
-        cancels = cancelled;
-        command(1019);
-        frame(2);
-        fakePanoraMax().progress = {30, 70, 100};
-        shot->setCallbacks(
-            [](int32_t type, int32_t ext1, int32_t, void* user) {
-                auto* const test = static_cast<ShotTest*>(user);
-                if (type == 0xA00 && ext1 == 30)
-                    cancels ? (void)test->shot->sendCommand(1022, 0, 0) : test->retireShot();
-            },
-            onData, onDataTimestamp, this);
+TEST_F(ShotPanoramaTest, ACancelOrASwitchFromWithinAMessageEndsTheStitch) {
+    // Cancelled; retired by its own thread; and as the adaptor switches: from another one, which takes the callbacks
+    // away first, while the library never comes to an end.
+    for (const int way : {0, 1, 2}) {
+        retireShot();
+        fakePanoraMax() = {};
+        makeShot();
+        capture(way == 2 ? std::vector{30U} : std::vector{30U, 70U, 100U});
+        std::jthread switching;
+        listen([&](int32_t type, int32_t) {
+            if (type != 0xA00 || switching.joinable())
+                return;
+            if (way == 0)
+                shot->sendCommand(1022, 0, 0);
+            else if (way == 1)
+                retireShot();
+            else
+                switching = std::jthread([&] {
+                    shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
+                    retireShot();
+                });
+        });
         {
-            const ShotGate::Entry held(shot->gate());
+            const ShotGate::Entry inside(shot->gate());
             shot->sendCommand(1020, 0, 0);
         }
+        if (switching.joinable())
+            switching.join();
         const Lines lines = taken();
-        EXPECT_EQ(count(lines, "px_createPanorama"), 1U);
-        EXPECT_EQ(count(lines, "px_getPanoramaImage"), 0U);
-        EXPECT_EQ(count(lines, "px_free"), 1U);
+        EXPECT_TRUE(way == 2 || count(lines, "px_createPanorama #1") == 1);
+        EXPECT_EQ(count(lines, "px_free #1"), 1);
+        EXPECT_EQ(count(lines, "px_getPanoramaImage #1"), 0);
     }
 }
 
-TEST_F(ShotPanoramaTest, ACancelOnAnotherThreadIsNotLeftWaitingForTheWholeStitch) {
-    shot->setCallbacks(nullptr, onData, onDataTimestamp, this);  // nothing lets the cancel in between two steps
-    command(1019);
-    frame(2);
-    fakePanoraMax().progress = {10, 20, 30, 40, 50, 60, 70, 80, 90, 100};
-    std::thread canceller;
+TEST_F(ShotPanoramaTest, ACommandFromAnotherThreadWaitsForOneStepOfTheStitch) {
+    for (const int32_t code : {1019, 1020, 1022}) {
+        shot->setCallbacks(nullptr, onData, onDataTimestamp, this);
+        capture({10, 20, 30, 40, 50, 60, 70, 80, 90, 100});
+        const std::string step = text("px_createPanorama #%d", static_cast<int>(fakePanoraMax().made));
+        std::jthread commanding;
+        fakePanoraMax().during = [&](const std::string& name) {
+            if (name == "px_createPanorama" && !commanding.joinable())
+                commanding = startUntilItWaits([this, code] { EXPECT_EQ(shot->sendCommand(code, 0, 0), NO_ERROR); });
+        };
+        shot->sendCommand(1020, 0, 0);
+        commanding.join();
+        fakePanoraMax().during = nullptr;
+        const Lines lines = taken();
+        const bool goes = code != 1022;
+        EXPECT_EQ(count(lines, goesOn[0]), goes);
+        EXPECT_EQ(count(lines, "app.data 0x100 4"), goes);
+        EXPECT_EQ(count(lines, step), goes ? 10 : 1);
+        const auto second = std::find(std::find(lines.begin(), lines.end(), step) + 1, lines.end(), step);
+        EXPECT_EQ(std::count(lines.begin(), second, goesOn[0]), goes);
+    }
+}
+
+TEST_F(ShotPanoramaTest, WhatWaitedForACancelIsNotOfTheFreshInstance) {
+    capture();
+    std::jthread waiting;
     fakePanoraMax().during = [&](const std::string& name) {
-        if (name != "px_createPanorama" || canceller.joinable())
-            return;
-        canceller = std::thread([&] { shot->sendCommand(1022, 0, 0); });
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));  // enough to come to where it waits
+        if (name == "px_abort")
+            waiting = startUntilItWaits([&] { deliver(2); });
     };
-    shot->sendCommand(1020, 0, 0);
-    canceller.join();
-    const Lines lines = taken();
-    EXPECT_EQ(count(lines, "px_createPanorama"), 1U);
-    EXPECT_EQ(count(lines, "app.data 0x100 4"), 0U);
-    EXPECT_EQ(count(lines, "px_free"), 1U);
-    EXPECT_EQ(count(lines, "px_start"), 1U);  // the cancel's fresh instance
+    command(1022);
+    waiting.join();
+    EXPECT_EQ(taken(), passed);  // 0x10, unread
+    // A cancel from within 0xC00: the frame is not the first of anything.
+    fakePanoraMax().during = nullptr;
+    command(1019);
+    Lines told;
+    listen([&](int32_t type, int32_t) {
+        told.push_back(text("%X", type));
+        shot->sendCommand(1022, 0, 0);
+    });
+    deliver(2);
+    EXPECT_EQ(told, Lines{"C00"});
+}
+
+TEST_F(ShotPanoramaTest, AStitchWithoutAnInstanceLeavesALaterOneAlone) {
+    fakePanoraMax().progress = {50, 100};
+    listen([&](int32_t, int32_t) { shot->init(640, 480, false); });
+    command(1020);
+    EXPECT_EQ(fakePanoraMax().progress, std::vector<uint32_t>{100});
+    EXPECT_EQ(count(command(1019), goesOn[0]), 0);
 }
 
 TEST_F(ShotPanoramaTest, CommandsAndASwitchWhileFramesCome) {
+    resetFakeSystem();  // the real clock
     // Whatever the order, the library is used by one thread at a time and every instance is given back.
     std::atomic<int> inside{0};  // the library
     fakePanoraMax().during = [&](const std::string& name) {
@@ -278,9 +468,8 @@ TEST_F(ShotPanoramaTest, CommandsAndASwitchWhileFramesCome) {
             fakePanoraMax().progress = {50, 100};
         --inside;
     };
-    std::atomic<bool> over{false};
-    std::thread frames([&] {
-        while (!over)
+    std::jthread frames([&](const std::stop_token& over) {
+        while (!over.stop_requested())
             deliver(2);
     });
     for (int i = 0; i < 140; ++i) {
@@ -291,10 +480,8 @@ TEST_F(ShotPanoramaTest, CommandsAndASwitchWhileFramesCome) {
     }
     shot->sendCommand(1019, 0, 0);
     retireShot();
-    over = true;
-    frames.join();
-    const Lines lines = taken();
-    EXPECT_EQ(count(lines, "px_init"), count(lines, "px_free"));
+    frames = {};
+    EXPECT_EQ(recorder.take("px_free").size(), static_cast<size_t>(fakePanoraMax().made));
 }
 
 TEST_F(ShotPanoramaTest, WithoutAVendorLayer) {
@@ -302,7 +489,7 @@ TEST_F(ShotPanoramaTest, WithoutAVendorLayer) {
     hardware.clear();
     makeShot();
     EXPECT_EQ(shot->sendCommand(1019, 0, 0), INVALID_OPERATION);
-    shot->processDataCallback(CAMERA_MSG_PREVIEW_FRAME, makeMemory(100));
+    shot->processDataCallback(CAMERA_MSG_PREVIEW_FRAME, makeRegion(100));
     EXPECT_EQ(recorder.take("E ShotPanorama"),
               (Lines{"E ShotPanorama: mHardware is NULL, returning.", "E ShotPanorama: mDataCb is NULL, returning."}));
 }

@@ -3,25 +3,19 @@
 #include "shots/self/ShotSelf.h"
 
 #include <algorithm>
-#include <cstdlib>
+#include <future>
+#include <thread>
 #include <tuple>
 
 #include "tests/support/CapsCalls.h"
 #include "tests/support/FakeCaps.h"
+#include "tests/support/FakeSystem.h"
 #include "tests/support/ShotTest.h"
 
 using namespace android;
 using namespace kov::test;
 
 namespace {
-
-/// What a picture's thread was to be started with: run by the test, so that one thread at a time works.
-std::pair<android_thread_func_t, void*> gThread;
-
-int keepForLater(android_thread_func_t entry, void* start) {
-    gThread = {entry, start};
-    return 1;
-}
 
 Lines setFormat(const std::string& format) {
     return {"hw.setParameters jpeg-quality=85;picture-format=" + format +
@@ -50,7 +44,10 @@ Lines pictureLines(int fill = 20) {
 class ShotSelfTest : public ShotTest<ShotSelf> {
 protected:
     ShotSelfTest() {
-        ShotSelf::resources = {std::malloc, keepForLater};
+        fakeSystem().startThread = [this](const auto& thread) {
+            threads.push_back(thread);
+            return true;
+        };
         hardware->params.set("jpeg-quality", 85);
         makeReady();
     }
@@ -58,7 +55,7 @@ protected:
         retireShot();
         EXPECT_EQ(fakeCapsObjects(), 0);
         fakeCaps() = {};
-        ShotSelf::resources = {std::malloc, androidCreateThread};
+        resetFakeSystem();
     }
 
     void makeReady() {
@@ -77,13 +74,28 @@ protected:
         EXPECT_EQ(recorder.take(), Lines{"hw.stopPreview"});
     }
     Lines runThread(const std::string& prefix = "") {
-        gThread.first(gThread.second);
+        const std::function<void()> thread = threads.front();
+        threads.erase(threads.begin());
+        thread();
         return recorder.take(prefix);
     }
     Lines picture(const std::string& prefix = "") {
         ask();
         return runThread(prefix);
     }
+    /// As the adaptor does it.
+    void switchAway() {
+        shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
+        retireShot();
+    }
+    /// The preview is restarted with other frames, from inside the shot.
+    void restart(int width, int height) {
+        const ShotGate::Entry inside(shot->gate());
+        hardware->params.setPreviewSize(width, height);
+        shot->startPreview();
+    }
+
+    std::vector<std::function<void()>> threads;  // of pictures; run by the test, so that one at a time works
 };
 
 TEST_F(ShotSelfTest, GoesAndComesWithItsLinesAndHoldsTheFirstTwoFramesBack) {
@@ -136,83 +148,177 @@ TEST_F(ShotSelfTest, APlanarFrameIsPutInTheLibrarysOrder) {
     EXPECT_EQ(picture("caps.newSession"), caps("newSessionWithRaw of 1..21"));  // ends with a U
 }
 
-TEST_F(ShotSelfTest, FramesThatComeWhileAPictureIsMadeAreDeliveredButNotKept) {
+TEST_F(ShotSelfTest, FramesThatComeBeforeAPictureIsRenderedAreDeliveredButNotKept) {
     ask();
-    const auto [firstEntry, firstStart] = gThread;
     ask();  // a second one, before the first has begun
     shot->startPreview();
     recorder.take();
     hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame(30));
     EXPECT_EQ(recorder.take(), Lines{"app.data 0x10 460800"});
-    firstEntry(firstStart);
-    EXPECT_EQ(recorder.take(), pictureLines());
-    frames(1, 40);
     EXPECT_EQ(runThread(), pictureLines());
+    frames(1, 40);  // the second is still to be rendered
+    whileReceiving = [&] {
+        if (lastData->size() == 460808)
+            hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame(50));
+    };
+    EXPECT_EQ(runThread("caps.createImage"), caps("createImage 460800 of 20, 640x480 stride 640 4380"));
+    whileReceiving = {};
+    EXPECT_EQ(picture(), pictureLines(50));
 }
 
-TEST_F(ShotSelfTest, AFailedCallEndsThePictureAndLeavesTheFormat) {
-    const Lines all = rendering(), opened(all.begin(), all.begin() + 5);
-    const std::tuple<const char*, Lines, int, Lines> cases[] = {
-        {"createImage", {all.begin(), all.begin() + 4}, 0, caps("destroyStream out", "destroyBuffer")},
-        {"createBuffer", {all[0], all[1], all[2], all[4]}, 0, caps("destroySession", "destroyImage")},
-        {"createBufferStream out", opened, 0, caps("destroySession", "destroyBuffer", "destroyImage")},
-        {"newSessionWithRaw", opened, 0, caps("destroyStream out", "destroyBuffer", "destroyImage")},
-        {"render", all, -7, kFreed},
+TEST_F(ShotSelfTest, AFailedCallEndsThePictureAndLeavesTheFormatUntilTheSwitch) {
+    const Lines all = rendering();
+    const std::tuple<const char*, int, const char*, Lines> cases[] = {
+        {"createImage", 2, "caps_createImage", {}},
+        {"createBuffer", 3, "caps_createBuffer", caps("destroyImage")},
+        {"createBufferStream out", 4, "ctstream_createBufferStream", caps("destroyBuffer", "destroyImage")},
+        {"newSessionWithRaw", 5, "caps_newSessionWithRaw", {kFreed.begin() + 1, kFreed.end()}},
+        {"render", 10, "caps_render", kFreed},
     };
-    for (const auto& [failing, made, result, freed] : cases) {
-        fakeCaps().results = {{failing, -7}};
-        const Lines failed = {text("E ShotSelf: caps_render - [%d]", result)};
-        EXPECT_EQ(picture(), kStarted + kShutter + made + failed + freed) << failing;
+    for (const auto& [failing, made, operation, freed] : cases) {
+        for (const int result : {-7, -255}) {  // refused; and granted without anything to show for it
+            if (result == -255 && made == 10)
+                continue;
+            fakeCaps().results = {{failing, result}};
+            fakeCaps().makesNothing = {failing};
+            EXPECT_EQ(picture(), kStarted + kShutter + Lines(all.begin(), all.begin() + made) +
+                                     Lines{text("E ShotSelf: %s - [%d]", operation, result)} + freed)
+                << failing;
+            EXPECT_STREQ(hardware->params.getPictureFormat(), "yuv420sp");
+        }
     }
+    fakeCaps() = {};
+    picture();  // what it found is what it leaves
+    EXPECT_STREQ(hardware->params.getPictureFormat(), "yuv420sp");
+    retireShot();
+    EXPECT_STREQ(hardware->params.getPictureFormat(), "jpeg");
+
+    makeReady();
+    fakeCaps().results = {{"render", -7}};
+    picture();
+    hardware->params.setPictureFormat("png");  // the application's own
+    retireShot();
+    EXPECT_STREQ(hardware->params.getPictureFormat(), "png");
 }
 
 TEST_F(ShotSelfTest, WithoutAWholeFrameOrAVendorLayerThereIsNoPicture) {
-    const char* const noFrame = "E ShotSelf: no whole frame of %d bytes, 640 x 480; start the preview first";
+    const char* const noFrame = "E ShotSelf: no whole frame of %d bytes, %d x %d; start the preview first";
     ask();
     hardware->params.setPreviewSize(1280, 720);
-    EXPECT_EQ(runThread(), kBegun + Lines{text(noFrame, 1382400)});
+    EXPECT_EQ(runThread(), kBegun + Lines{text(noFrame, 1382400, 640, 480)});
     ask();
     hardware->params.setPreviewSize(320, 240);
-    EXPECT_EQ(runThread(), kBegun + Lines{text(noFrame, 115200)});
+    EXPECT_EQ(runThread(), kBegun + Lines{text(noFrame, 115200, 640, 480)});
     ask();
     hardware->params.setPreviewFormat("jpeg");
     const Lines unknown = {"E ShotSelf: Invalid preview format for real preview"};
-    EXPECT_EQ(runThread(), kBegun + unknown + Lines{text(noFrame, 0)});
+    EXPECT_EQ(runThread(), kBegun + unknown + Lines{text(noFrame, 0, 640, 480)});
+    hardware->params.setPreviewFormat("yuv420sp");
+    const std::tuple<int, int, int> tiny[] = {{1, 1, 1}, {2, 1, 3}, {-2, 2, 0}, {0, 0, 0}};
+    for (const auto& [width, height, size] : tiny) {  // the sides have no place in so few bytes
+        restart(width, height);
+        recorder.take();
+        EXPECT_EQ(picture(), kBegun + Lines{text(noFrame, size, width, height)});
+    }
+    restart(2, 2);
+    frames(1);
+    EXPECT_EQ(picture("app.data"), (Lines{"app.data 0x80 14", "app.data 0x100 9"}));
     ask();
     shot->setCameraHardware(nullptr);
     EXPECT_EQ(runThread(), kBegun + kNoHardware);
 }
 
-TEST_F(ShotSelfTest, WithoutMemoryThereIsNoPicture) {
+TEST_F(ShotSelfTest, WithoutMemoryOrAThreadThereIsNoPicture) {
     retireShot();
     makeShot();
     recorder.take();
     EXPECT_EQ(picture(), kBegun + Lines{"E ShotSelf: mRawHeap is null"});  // before startPreview
-    ShotSelf::resources.allocate = [](size_t) -> void* { return nullptr; };
+    fakeSystem().allowsHeap = [](size_t) { return false; };
     makeReady();
+    EXPECT_EQ(picture(), kBegun + Lines{"E ShotSelf: mRawHeap is null"});
+    fakeSystem().allowsHeap = {};
+
+    const std::string tooLarge = "E ShotSelf: no memory to keep a frame of 460800 bytes";
+    fakeSystem().allowsMemory = [](size_t) { return false; };
+    retireShot();
+    makeShot();
+    EXPECT_EQ(recorder.take("E "), Lines{tooLarge});
+    shot->startPreview();
+    for (int i = 0; i < 5; ++i)
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame());
+    EXPECT_EQ(recorder.take("E "), Lines{tooLarge});  // once a preview
     EXPECT_EQ(picture(), kBegun + Lines{"E ShotSelf: pPreviewImage is null"});
-    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame());
-    EXPECT_EQ(recorder.take(),
-              (Lines{"E ShotSelf: a frame of 460800 bytes is too large to keep", "app.data 0x10 460800"}));
+    fakeSystem().allowsMemory = {};
+    frames(1);
+    EXPECT_EQ(picture(), pictureLines());
+
+    hardware->params.setPreviewFormat("yuv420p");
+    fakeSystem().allowsMemory = [](size_t) { return false; };
+    EXPECT_EQ(picture("E "), kBegun + Lines{"E ShotSelf: no memory for the frame in the library's order"});
+    fakeCaps().jpeg = "";
+    fakeSystem().allowsMemory = {};
+    EXPECT_EQ(picture("E "), kBegun + Lines{"E ShotSelf: the rendered picture has no bytes"});
+    EXPECT_EQ(lastData->size(), 0U);
+
+    fakeSystem().startThread = [](const auto&) { return false; };
+    EXPECT_EQ(shot->takePicture(), -1);
+    EXPECT_EQ(recorder.take(), (Lines{"hw.stopPreview",
+                                      "E ShotSelf: the picture's thread cannot be started; there is "
+                                      "no picture"}));
+    EXPECT_EQ(shot->getRawHeap()->getSize(), 460808U);
 }
 
-TEST_F(ShotSelfTest, AThreadThatCannotBeCreatedLeavesThePreviewStopped) {
-    ShotSelf::resources.createThread = [](android_thread_func_t, void*) { return 0; };
+TEST_F(ShotSelfTest, APictureThatCannotBeStartedKeepsNoFrameBack) {
+    const auto start = std::exchange(fakeSystem().startThread, [](const auto&) { return false; });
     EXPECT_EQ(shot->takePicture(), -1);
-    EXPECT_EQ(recorder.take(), Lines{"hw.stopPreview"});
-    frames(1, 40);  // kept again
-    ShotSelf::resources.createThread = keepForLater;
+    fakeSystem().startThread = start;
+    frames(1, 40);
     EXPECT_EQ(picture(), pictureLines(40));
+    hardware->during["stopPreview"] = [&] { retireShot(); };
+    const ShotGate::Entry inside(shot->gate());
+    EXPECT_EQ(shot->takePicture(), -1);
+    EXPECT_EQ(threads.size(), 0U);
 }
 
 TEST_F(ShotSelfTest, TheCopyGrowsWithThePreview) {
-    hardware->params.setPreviewSize(1280, 720);
-    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame(40));  // larger than the copy
-    EXPECT_EQ(recorder.take("E "), Lines{"E ShotSelf: a frame of 1382400 bytes is too large to keep"});
-    shot->startPreview();
-    frames(1, 50);
-    EXPECT_EQ(shot->getRawHeap()->getSize(), size_t{1382408});
-    EXPECT_EQ(picture("caps.createImage"), caps("createImage 1382400 of 50, 1280x720 stride 1280 4380"));
+    const auto larger = [&](const std::string& kept) {
+        frames(1, 50);
+        EXPECT_EQ(shot->getRawHeap()->getSize(), size_t{1382408});
+        EXPECT_EQ(picture("caps.createImage"), caps("createImage 1382400 of 50, 1280x720 stride 1280 4380")) << kept;
+    };
+    restart(1280, 720);
+    larger("between pictures");
+    for (const size_t within : {460808, 9}) {
+        restart(640, 480);
+        makeReady();
+        whileReceiving = [&] { lastData->size() == within ? restart(1280, 720) : void(); };
+        picture();
+        whileReceiving = {};
+        larger(text("within the message of %zu bytes", within));
+    }
+    restart(640, 480);
+    makeReady();
+    ask();
+    restart(1280, 720);  // before the picture is rendered
+    runThread();
+    larger("while one is to be rendered");
+}
+
+TEST_F(ShotSelfTest, FramesAreKeptAsFarAsTheyAreThere) {
+    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(460900, 30));  // padded
+    recorder.take();
+    EXPECT_EQ(picture(), pictureLines(30));
+    const sp<IMemoryHeap> heap = new MemoryHeapBase(460800);
+    const sp<IMemory> beyond = new MemoryBase(heap, 8, 460800);
+    for (int i = 0; i < 2; ++i) {
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(460799, 31));
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, beyond);
+    }
+    EXPECT_EQ(recorder.take("E "),
+              (Lines{"E ShotSelf: a preview frame of 460799 bytes is smaller than 640 x 480; such frames are passed on "
+                     "as they are",
+                     "E ShotSelf: a preview frame reaches beyond its heap; such frames are passed on as they are"}));
+    EXPECT_EQ(picture(), pictureLines(30));
 }
 
 TEST_F(ShotSelfTest, EveryCommandReachesTheVendorLayer) {
@@ -224,13 +330,10 @@ TEST_F(ShotSelfTest, EveryCommandReachesTheVendorLayer) {
     EXPECT_EQ(shot->startPreview(), -6);
     recorder.take();
     shot->setCameraHardware(nullptr);
-    size_t size = 1;
     EXPECT_EQ(shot->sendCommand(1039, 0, 0), INVALID_OPERATION);
     EXPECT_EQ(shot->startPreview(), NO_ERROR);
     EXPECT_EQ(shot->takePicture(), INVALID_OPERATION);
-    EXPECT_TRUE(shot->getPreviewMemSize(&size));
-    EXPECT_EQ(size, size_t{0});
-    EXPECT_EQ(recorder.take(), kNoHardware + kNoHardware + kNoHardware + kNoHardware);
+    EXPECT_EQ(recorder.take(), kNoHardware + kNoHardware + kNoHardware);
 }
 
 TEST_F(ShotSelfTest, MessagesWithoutMemoryOrCallback) {
@@ -247,12 +350,29 @@ TEST_F(ShotSelfTest, MessagesWithoutMemoryOrCallback) {
 }
 
 /// A switch from within whatever the picture's thread calls: nothing of the shot is touched after it, what was made is
-/// released, and the vendor layer has its picture format back.
+/// released, and the vendor layer has its picture format back, if it can be before the next shot is made.
 TEST_F(ShotSelfTest, ASwitchDuringAPictureEndsItAndRestoresTheFormat) {
-    const auto retire = [this] { retireShot(); };
+    const auto restored = [&] {
+        switchAway();
+        EXPECT_STREQ(hardware->params.getPictureFormat(), "jpeg");
+    };
+    std::thread switcher;
     const std::tuple<const char*, std::function<void()>, size_t, Lines> cases[] = {
-        {"before its thread begins", retire, 0, {}},
-        {"while the format is changed", [&] { hardware->during["setParameters"] = retire; }, 0, {}},
+        {"before its thread begins", restored, 0, {}},
+        {"while the format is changed", [&] { hardware->during["setParameters"] = [&] { retireShot(); }; }, 0, {}},
+        {"from another thread while it is rendered",
+         [&] {
+             fakeCaps().during = [&](const std::string& name) {
+                 if (name != "render")
+                     return;
+                 ShotGate& gate = shot->gate();
+                 switcher = std::thread(restored);
+                 while (ShotGate::Entry(gate))
+                     std::this_thread::yield();
+             };
+         },
+         0,
+         {}},
         {"in the raw picture's callback", [] {}, 460808, {"app.data 0x80 460808"}},
         {"in the JPEG's callback", [] {}, 9, {"app.data 0x80 460808", "app.data 0x100 9"}},
     };
@@ -260,16 +380,36 @@ TEST_F(ShotSelfTest, ASwitchDuringAPictureEndsItAndRestoresTheFormat) {
         SCOPED_TRACE(name);
         makeReady();
         ask();
-        whileReceiving = [&, size = retiredBy] {
-            if (lastData->size() == size)
-                retireShot();
-        };
+        whileReceiving = [&, size = retiredBy] { lastData->size() == size ? restored() : void(); };
         disturb();
         EXPECT_EQ(runThread("app.data"), delivered);
+        if (switcher.joinable())
+            switcher.join();
         EXPECT_EQ(shot, nullptr);
         EXPECT_STREQ(hardware->params.getPictureFormat(), "jpeg");
+        EXPECT_EQ(fakeCapsObjects(), 0);
         hardware->during.clear();
+        fakeCaps() = {};
     }
+}
+
+TEST_F(ShotSelfTest, ACallbackOfAnOldShotHoldsNoOtherPictureUp) {
+    ask();
+    std::promise<void> stuck, released;
+    whileReceiving = [&] {
+        stuck.set_value();
+        released.get_future().wait();
+    };
+    std::thread old(std::exchange(threads, {}).front());
+    stuck.get_future().wait();
+    whileReceiving = {};
+    switchAway();
+    makeReady();
+    EXPECT_EQ(picture(), pictureLines());
+    ask();
+    released.set_value();
+    old.join();
+    EXPECT_EQ(runThread("E "), kBegun);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The face half of libarccamera.so for unit tests: records its calls and answers from a script.
+// The face half of libarccamera.so for unit tests: records its calls with their handles and answers from a script.
 
 #include "tests/smile/FakeArcFace.h"
 
@@ -16,26 +16,40 @@ FakeArcFace& kov::test::fakeArcFace() {
 
 namespace {
 
-char gManager, gFaceEngine, gSmileEngine;
-
 MRESULT call(const std::string& name, const std::string& arguments = "") {
-    record(name + arguments);
+    record(name + " " + arguments);
     if (fakeArcFace().during)
-        fakeArcFace().during();
+        fakeArcFace().during(name);
     return fakeArcFace().results.contains(name) ? fakeArcFace().results.at(name) : 0;
+}
+
+/// A name for a handle, which is the name of the next one of its kind.
+std::string named(const void* handle) {
+    const auto known = fakeArcFace().alive.find(handle);
+    if (known != fakeArcFace().alive.end())
+        return known->second;
+    const auto number = reinterpret_cast<intptr_t>(handle);
+    return handle ? text("%c%d", static_cast<char>(number & 0x7F), static_cast<int>(number >> 7)) : "none";
+}
+
+MHandle newHandle(char kind) {
+    return reinterpret_cast<MHandle>(static_cast<intptr_t>(++fakeArcFace().made[kind]) << 7 | kind);
 }
 
 }  // namespace
 
 void* MMemAlloc(MHandle, int32_t size) {
-    call("MMemAlloc", text(" %d", size));
-    fakeArcFace().blocksAlive += fakeArcFace().allocates;
-    return fakeArcFace().allocates ? std::malloc(static_cast<size_t>(size)) : nullptr;
+    call("MMemAlloc", text("%d", size));
+    if (!fakeArcFace().allocates)
+        return nullptr;
+    void* const block = std::malloc(static_cast<size_t>(size));
+    fakeArcFace().alive[block] = text("b%d", ++fakeArcFace().made['b']);
+    return block;
 }
 
 void MMemFree(MHandle, void* block) {
-    call("MMemFree");
-    --fakeArcFace().blocksAlive;
+    call("MMemFree", named(block));
+    fakeArcFace().alive.erase(block);
     std::free(block);
 }
 
@@ -43,60 +57,70 @@ void MMemCpy(void* destination, const void* source, int32_t size) {
     std::memcpy(destination, source, static_cast<size_t>(size));
 }
 
-MHandle MMemMgrCreate(void*, int32_t size) {
-    call("MMemMgrCreate", text(" %d", size));
-    fakeArcFace().managersAlive += fakeArcFace().makesManagers;
-    return fakeArcFace().makesManagers ? &gManager : nullptr;
+MHandle MMemMgrCreate(void* block, int32_t size) {
+    call("MMemMgrCreate", named(block) + text(" %d", size));
+    if (!fakeArcFace().makesManagers)
+        return nullptr;
+    const MHandle manager = newHandle('m');
+    fakeArcFace().alive[manager] = named(manager);
+    return manager;
 }
 
-void MMemMgrDestroy(MHandle) {
-    call("MMemMgrDestroy");
-    --fakeArcFace().managersAlive;
+void MMemMgrDestroy(MHandle manager) {
+    call("MMemMgrDestroy", named(manager));
+    fakeArcFace().alive.erase(manager);
 }
 
-MRESULT AMFPAF_InitialFaceEngine(MHandle, AMFPAF_IMAGE_INFO* image, AMFPAF_FACE_RESULT*, MHandle* engine, int32_t mode,
-                                 int32_t scale, int32_t max_faces) {
-    *engine = &gFaceEngine;  // also when it fails: an engine may have got so far
-    return call("AMFPAF_InitialFaceEngine", text(" %dx%d format %d stride %d: %d %d %d", image->width, image->height,
-                                                 image->format, image->stride, mode, scale, max_faces));
+MRESULT AMFPAF_InitialFaceEngine(MHandle manager, AMFPAF_IMAGE_INFO* image, AMFPAF_FACE_RESULT*, MHandle* engine,
+                                 int32_t mode, int32_t scale, int32_t max_faces) {
+    *engine = newHandle('f');  // also when it fails: an engine may have got so far
+    return call("AMFPAF_InitialFaceEngine",
+                named(manager) + text(" %dx%d format %d stride %d: %d %d %d", image->width, image->height,
+                                      image->format, image->stride, mode, scale, max_faces));
 }
 
-MRESULT AMFPAF_SetFaceOutPriority(MHandle, int32_t priority) {
-    return call("AMFPAF_SetFaceOutPriority", text(" %d", priority));
+MRESULT AMFPAF_SetFaceOutPriority(MHandle engine, int32_t priority) {
+    return call("AMFPAF_SetFaceOutPriority", named(engine) + text(" %d", priority));
 }
 
-MRESULT AMFPAF_SetTrackingFrameNumber(MHandle, int32_t frames) {
-    return call("AMFPAF_SetTrackingFrameNumber", text(" %d", frames));
+MRESULT AMFPAF_SetTrackingFrameNumber(MHandle engine, int32_t frames) {
+    return call("AMFPAF_SetTrackingFrameNumber", named(engine) + text(" %d", frames));
 }
 
-MRESULT AMFPAF_FaceFeatureDetect(MHandle, MHandle, uint8_t*, AMFPAF_FACE_RESULT* result, int32_t a, int32_t b,
-                                 int32_t c, int32_t d, int32_t e) {
+MRESULT AMFPAF_FaceFeatureDetect(MHandle manager, MHandle engine, uint8_t* frame, AMFPAF_FACE_RESULT* result, int32_t a,
+                                 int32_t b, int32_t c, int32_t d, int32_t e) {
     auto& fake = fakeArcFace();
-    *result = {fake.faces.data(), fake.faceCount >= 0 ? fake.faceCount : static_cast<int32_t>(fake.faces.size()),
-               fake.faceInfo};
-    return call("AMFPAF_FaceFeatureDetect", a || b || c || d || e ? " odd" : "");
+    *result = {fake.faces.empty() ? nullptr : fake.faces.data(),
+               fake.faceCount >= 0 ? fake.faceCount : static_cast<int32_t>(fake.faces.size()), 7};
+    return call("AMFPAF_FaceFeatureDetect", named(manager) + " " + named(engine) + text(" frame %d", *frame) +
+                                                (a || b || c || d || e ? " odd" : ""));
 }
 
-MRESULT AMFPAF_UninitialFaceEngine(MHandle, MHandle*, AMFPAF_FACE_RESULT*) {
-    return call("AMFPAF_UninitialFaceEngine");
+MRESULT AMFPAF_UninitialFaceEngine(MHandle manager, MHandle* engine, AMFPAF_FACE_RESULT*) {
+    return call("AMFPAF_UninitialFaceEngine", named(manager) + " " + named(*engine));
 }
 
-MRESULT ASSD_InitSmileEngine(MHandle, MHandle* engine, int32_t mode, int32_t height) {
-    *engine = &gSmileEngine;
-    return call("ASSD_InitSmileEngine", text(" %d %d", mode, height));
+MRESULT ASSD_InitSmileEngine(MHandle manager, MHandle* engine, int32_t mode, int32_t height) {
+    *engine = newHandle('s');
+    return call("ASSD_InitSmileEngine", named(manager) + text(" %d %d", mode, height));
 }
 
-MRESULT ASSD_SmileDetect(MHandle, MHandle, ASSD_IMAGE* image, ASSD_FACE_INPUT* faces, ASSD_SMILE_RESULT* result,
-                         int32_t a, int32_t b) {
+MRESULT ASSD_SmileDetect(MHandle manager, MHandle engine, ASSD_IMAGE* image, ASSD_FACE_INPUT* faces,
+                         ASSD_SMILE_RESULT* result, int32_t a, int32_t b) {
     auto& fake = fakeArcFace();
-    fake.lastImage = *image;
-    fake.lastInput = *faces;
     // Also when it fails: an engine may have got so far.
-    *result = {fake.smiles.data(), 0, fake.examined,
+    *result = {fake.smiles.empty() ? nullptr : fake.smiles.data(), 0, fake.examined,
                fake.smileCount >= 0 ? fake.smileCount : static_cast<int32_t>(fake.smiles.size())};
-    return call("ASSD_SmileDetect", text(" %d%s", faces->count, a || b ? " odd" : ""));
+    std::string input = text("%dx%d format %d strides %d %d %d planes", image->width, image->height, image->format,
+                             image->stride[0], image->stride[1], image->stride[2]);
+    for (int i = 1; i < 3; ++i)
+        input += text(" %td", image->plane[i] - image->plane[0]);
+    for (int i = 0; i < faces->count; ++i)
+        input += text(", face %d info %d", faces->faces[i].left, faces->info[i]);
+    return call("ASSD_SmileDetect", named(manager) + " " + named(engine) + text(" frame %d ", *image->plane[0]) +
+                                        input + (a || b ? " odd" : ""));
 }
 
-MRESULT ASSD_UninitSmileEngine(MHandle, MHandle*) {
-    return call("ASSD_UninitSmileEngine");
+MRESULT ASSD_UninitSmileEngine(MHandle manager, MHandle* engine) {
+    return call("ASSD_UninitSmileEngine", named(manager) + " " + named(*engine));
 }

@@ -1,4 +1,4 @@
-// The face half of libarccamera.so for unit tests: records its calls and answers from a script.
+// The face half of libarccamera.so for unit tests: records its calls with their handles and answers from a script.
 #pragma once
 
 #include <arccamera/face.h>
@@ -10,21 +10,21 @@
 
 namespace kov::test {
 
+/// Handles are numbered as they are made: blocks b1, b2, ..., managers m1, ..., face engines f1, ..., smile engines s1,
+/// ...
 struct FakeArcFace {
     std::map<std::string, MRESULT> results;  // by operation; 0 where missing
     bool allocates = true;
     bool makesManagers = true;
-    std::vector<__tag_rect> faces;
-    int32_t faceCount = -1;  // reported in place of the number of faces when it is 0 or more
-    int32_t faceInfo = 7;
+    std::vector<__tag_rect> faces;  // without any, the engine's array is null
+    int32_t faceCount = -1;         // reported in place of the number of faces when it is 0 or more
     std::vector<__tag_rect> smiles;
-    int32_t examined = 0;     // IFaceNumber
-    int32_t smileCount = -1;  // as faceCount
-    int blocksAlive = 0;
-    int managersAlive = 0;
-    ASSD_IMAGE lastImage = {};
-    ASSD_FACE_INPUT lastInput = {};
-    std::function<void()> during;  // run within each call
+    int32_t examined = 0;                            // IFaceNumber
+    int32_t smileCount = -1;                         // as faceCount
+    std::function<void(const std::string&)> during;  // run within each call
+
+    std::map<char, int> made;                  // by kind
+    std::map<const void*, std::string> alive;  // blocks and managers, with their names
 };
 
 FakeArcFace& fakeArcFace();

@@ -3,13 +3,14 @@
 #include "shots/smile/ShotSmile.h"
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
+#include <climits>
+#include <set>
 #include <thread>
 
-#include "shots/Commands.h"
 #include "tests/smile/FakeArcFace.h"
+#include "tests/support/Region.h"
 #include "tests/support/ShotTest.h"
+#include "tests/support/WaitingThread.h"
 
 using namespace android;
 using namespace kov::test;
@@ -18,28 +19,43 @@ namespace {
 
 const __tag_rect kFace = {20, 10, 80, 70};
 const __tag_rect kSmile = {30, 20, 60, 50};
-
-const Lines kLooked = {"AMFPAF_FaceFeatureDetect", "ASSD_SmileDetect 1"};
 const Lines kDelivered = {"app.data 0x10 28800"};
-constexpr char kSuccess[] = "D ShotSmile: Smile Detection Success - m_nFaceNum(1), IFaceNumber(%d), ISmileNumber(%d)";
+const std::string kThick = "I ShotSmile: mPreviewWidth >= PREVEW_WIDTH_THRESHOLD_TO_DRAW_THICK_LINE";
 
-std::string faceEngine(int width, int height, int format, int stride) {
-    return text("AMFPAF_InitialFaceEngine %dx%d format %d stride %d: 1 16 3", width, height, format, stride);
+/// What making the engines does, for the `n`th time.
+Lines initLines(int width, int height, int n = 1, int format = 10) {
+    const int a = 2 * n - 1, b = 2 * n;  // block and manager of the one engine, and of the other
+    return {"MMemAlloc 1572864",
+            text("MMemMgrCreate b%d 1572864", a),
+            text("AMFPAF_InitialFaceEngine m%d %dx%d format %d stride %d: 1 16 3", a, width, height, format,
+                 (width + 3) / 4 * 4),
+            text("AMFPAF_SetFaceOutPriority f%d 2", n),
+            text("AMFPAF_SetTrackingFrameNumber f%d 5", n),
+            "D ShotSmile: InitFaceTracking Success",
+            "MMemAlloc 614400",
+            text("MMemMgrCreate b%d 614400", b),
+            text("ASSD_InitSmileEngine m%d 1 %d", b, height),
+            text("D ShotSmile: InitSmileDetection Success WH[%d %d]", width, height)};
 }
-
-/// All that making the engines does.
-Lines initLines(int width, int height) {
-    const Lines face = {"MMemAlloc 1572864", "MMemMgrCreate 1572864", faceEngine(width, height, 10, (width + 3) & ~3)};
-    const Lines set = {"AMFPAF_SetFaceOutPriority 2", "AMFPAF_SetTrackingFrameNumber 5",
-                       "D ShotSmile: InitFaceTracking Success"};
-    return face + set +
-           Lines{"MMemAlloc 614400", "MMemMgrCreate 614400", text("ASSD_InitSmileEngine 1 %d", height),
-                 text("D ShotSmile: InitSmileDetection Success WH[%d %d]", width, height)};
+Lines freed(int n) {
+    return {text("MMemMgrDestroy m%d", n), text("MMemFree b%d", n)};
 }
-
-const Lines kFreed = {"MMemMgrDestroy", "MMemFree"};
-const Lines kReleased = Lines{"ASSD_UninitSmileEngine"} + kFreed + Lines{"AMFPAF_UninitialFaceEngine"} + kFreed;
-
+Lines released(int n) {
+    return Lines{text("ASSD_UninitSmileEngine m%d s%d", 2 * n, n)} + freed(2 * n) +
+           Lines{text("AMFPAF_UninitialFaceEngine m%d f%d", 2 * n - 1, n)} + freed(2 * n - 1);
+}
+Lines tracked(int fill = 0) {
+    return {text("AMFPAF_FaceFeatureDetect m1 f1 frame %d", fill)};
+}
+/// Faces and smiles looked for in a frame of 160 x 120.
+Lines looked(const std::string& faces = ", face 20 info 7") {
+    return tracked() +
+           Lines{"ASSD_SmileDetect m2 s1 frame 0 160x120 format 10 strides 160 80 80 planes 19200 24000" + faces};
+}
+Lines success(int examined, int smiling) {
+    return {text("D ShotSmile: Smile Detection Success - m_nFaceNum(1), IFaceNumber(%d), ISmileNumber(%d)", examined,
+                 smiling)};
+}
 Lines error(const char* operation, int line) {
     return {text("E ShotSmile: ShotSmile::%s() %d", operation, line)};
 }
@@ -47,13 +63,14 @@ Lines error(const char* operation, int line) {
 class ShotSmileTest : public ShotTest<ShotSmile> {
 protected:
     ~ShotSmileTest() override {
-        EXPECT_EQ(std::pair(fakeArcFace().blocksAlive, fakeArcFace().managersAlive), std::pair(0, 0));
+        EXPECT_TRUE(fakeArcFace().alive.empty());
         fakeArcFace() = {};
     }
 
     /// A shot in place of the one before; what making it does.
     Lines make(int width = 160, int height = 120, const char* format = "yuv420sp") {
         retireShot();
+        fakeArcFace().made.clear();
         hardware->params.setPreviewSize(width, height);
         hardware->params.setPreviewFormat(format);
         makeShot();
@@ -67,14 +84,20 @@ protected:
     /// The engines see a face and a smile, `examined` faces and `smiles` smiling ones from now on.
     static void show(int examined, int smiles = 1) {
         fakeArcFace().faces = {kFace};
-        fakeArcFace().smiles = {kSmile, kSmile, kSmile};
+        fakeArcFace().smiles = {kSmile, kSmile, kSmile, kSmile, kSmile, kSmile};
         fakeArcFace().examined = examined;
         fakeArcFace().smileCount = smiles;
     }
     /// A frame as the application gets it.
     std::vector<uint8_t> frame(uint8_t fill = 0) {
-        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame(fill));
+        int width = 0, height = 0;
+        hardware->params.getPreviewSize(&width, &height);
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeRegion(static_cast<size_t>(width) * height * 3 / 2, fill));
         return bytesOf(lastData);
+    }
+    Lines framed() {
+        frame();
+        return recorder.take();
     }
 };
 
@@ -84,86 +107,124 @@ TEST_F(ShotSmileTest, MakesItsEnginesAndMakesThemAnewForANewSize) {
     hardware->params.setPreviewSize(320, 240);
     hardware->results["startPreview"] = 5;
     EXPECT_EQ(shot->startPreview(), 5);
-    EXPECT_EQ(recorder.take(), kReleased + initLines(320, 240) + Lines{"hw.startPreview"});
-    show(1);
-    frame();  // the detection was stopped
-    EXPECT_EQ(recorder.take(), (Lines{"AMFPAF_FaceFeatureDetect", "app.data 0x10 115200"}));
+    EXPECT_EQ(recorder.take(), released(1) + initLines(320, 240, 2) + Lines{"hw.startPreview"});
+    show(1);  // the detection was stopped
+    EXPECT_EQ(framed(), (Lines{"AMFPAF_FaceFeatureDetect m3 f2 frame 0", "app.data 0x10 115200"}));
     retireShot();
-    EXPECT_EQ(recorder.take(), Lines{"I ShotSmile: ShotSmile destroyed: pid=PID"} + kReleased +
+    EXPECT_EQ(recorder.take(), Lines{"I ShotSmile: ShotSmile destroyed: pid=PID"} + released(2) +
                                    Lines{"I ShotCommon: ShotCommon destroyed: pid=PID"});
 }
 
 TEST_F(ShotSmileTest, TheConditionForEveryNumberOfFacesAndSmiles) {
     make();
-    for (int faces = 0; faces <= 6; ++faces)
+    const std::set<int> met[] = {{0}, {1}, {2}, {3}, {3, 4, 5, 6}, {3, 4, 5, 6}};  // smiles, by faces
+    for (int faces = 0; faces < 6; ++faces)
         for (int smiles = 0; smiles <= 6; ++smiles) {
             SCOPED_TRACE(text("%d faces, %d smiles", faces, smiles));
             start();
             show(faces, smiles);
-            frame();
-            const bool met = faces > 3 ? smiles >= 3 : smiles == faces;
-            const Lines told = {text(kSuccess, faces, smiles), "app.notify 0x2200 0 0"};
-            EXPECT_EQ(recorder.take(), kLooked + (met ? told : Lines{}) + kDelivered);
-            frame();  // goes on detecting only when it was not met
-            EXPECT_EQ(recorder.take(), (met ? Lines{kLooked[0]} : kLooked) + kDelivered);
+            const Lines told = success(faces, smiles) + Lines{"app.notify 0x2200 0 0"};
+            const bool isMet = met[faces].contains(smiles);
+            EXPECT_EQ(framed(), looked() + (isMet ? told : Lines{}) + kDelivered);
+            // Goes on detecting only when it was not met.
+            EXPECT_EQ(framed(), (isMet ? tracked() : looked()) + kDelivered);
         }
 }
 
 TEST_F(ShotSmileTest, FacesAndSmilesAreFramedToTheByte) {
+    const auto onFrame = [](int x, int y, const __tag_rect& at, int thick) {
+        const auto within = [&](int by) {
+            return x >= at.left + by && x <= at.right - by && y >= at.top + by && y <= at.bottom - by;
+        };
+        return within(0) && !within(thick);
+    };
+    const __tag_rect second = {90, 80, 120, 110};  // the third of two smiles is not one
     for (const auto& [width, format] :
          {std::pair(638, "yuv420sp"), {640, "yuv420sp"}, {638, "yuv420p"}, {640, "yuv420p"}, {640, "yuv422i-yuyv"}}) {
         SCOPED_TRACE(text("%d %s", width, format));
-        make(width, 120, format);
-        start();
-        show(2);  // not met
-        const auto bytes = frame(9);
-        // The same marks drawn by the primitives.
         const bool planar = std::string(format) == "yuv420p";
-        const OverlayLayout layout = planar ? OverlayLayout::Planar : OverlayLayout::SemiPlanar;
-        const auto style = width == 640 ? OverlayFrame::Inward4 : OverlayFrame::Inward2;
-        std::vector<uint8_t> expected(bytes.size(), 9);
-        uint8_t* const chroma = expected.data() + width * 120;
-        const OverlayImage image = {width, 120, {expected.data(), chroma, chroma + (planar ? width * 30 : 1)}};
-        drawRectangle(image, layout, 20, 10, 80, 70, {149, 43, 21}, style);
-        drawRectangle(image, layout, 30, 20, 60, 50, {118, 204, 43}, style);
+        const int thick = width == 640 ? 4 : 2;
+        EXPECT_EQ(make(width, 120, format), initLines(width, 120, 1, planar ? 5 : 10) + Lines{"hw.setCallbacks"});
+        start();
+        show(1, 2);  // not met
+        fakeArcFace().smiles = {kSmile, second, {0, 0, 9, 9}};
+        const auto bytes = frame(9);
+        EXPECT_EQ(recorder.take(kThick).size(), !planar && width == 640 ? 3U : 0U);
+        const uint8_t colours[][3] = {{9, 9, 9}, {149, 43, 21}, {118, 204, 43}};
+        std::vector<uint8_t> expected(bytes.size());
+        for (int y = 0; y < 120; ++y) {
+            for (int x = 0; x < width; ++x) {
+                const bool smile = onFrame(x, y, kSmile, thick) || onFrame(x, y, second, thick);
+                const uint8_t* const colour = colours[smile ? 2 : onFrame(x, y, kFace, thick)];
+                expected[y * width + x] = colour[0];
+                if (x % 2 || y % 2)
+                    continue;
+                const int pair = y / 2 * (width / 2) + x / 2, luma = width * 120;
+                expected[luma + (planar ? pair : 2 * pair)] = colour[1];
+                expected[luma + (planar ? luma / 4 + pair : 2 * pair + 1)] = colour[2];
+            }
+        }
         EXPECT_TRUE(bytes == expected);
-        EXPECT_EQ(recorder.take("I ShotSmile: mPreviewWidth >= PREVEW_WIDTH_THRESHOLD_TO_DRAW_THICK_LINE").size(),
-                  !planar && width == 640 ? 2U : 0U);
         shot->sendCommand(1018, 0, 0);
         EXPECT_EQ(frame(9), std::vector<uint8_t>(bytes.size(), 9));
     }
 }
 
-TEST_F(ShotSmileTest, WithoutANotifyCallbackDetectionGoesOn) {
+TEST_F(ShotSmileTest, WithoutANotifyCallbackDetectionGoesOnAndAFailureCountsAsNoSmiles) {
     make();
     shot->setCallbacks(nullptr, onData, onDataTimestamp, this);
     start();
-    show(1);
-    for (int i = 0; i < 2; ++i) {
-        frame();
-        EXPECT_EQ(recorder.take(), kLooked + Lines{text(kSuccess, 1, 1)} + kDelivered);
-    }
+    const Lines failed = looked() + error("SmileDetect", 3);
+    // A failing engine leaves a result that is not looked at: the faces examined are those of the last success.
     fakeArcFace().results["ASSD_SmileDetect"] = 1;
-    frame();  // leaves a result that meets the condition, but does not count
-    EXPECT_EQ(recorder.take(), kLooked + error("SmileDetect", 3) + kDelivered);
+    show(0, 0);
+    EXPECT_EQ(framed(), failed + kDelivered);
+    for (const int examined : {1, 0}) {
+        fakeArcFace().results = {};
+        show(examined, examined);
+        for (int i = 0; i < 2; ++i)
+            EXPECT_EQ(framed(), looked() + success(examined, examined) + kDelivered);
+        fakeArcFace().results["ASSD_SmileDetect"] = 1;
+        show(2, 2);
+        EXPECT_EQ(framed(), failed + (examined ? Lines{} : success(0, 0)) + kDelivered);
+        EXPECT_EQ(bytesOf(lastData)[20 * 160 + 35], 0) << "not framed as a smile";
+    }
     fakeArcFace().results = {{"AMFPAF_FaceFeatureDetect", 1}};
     EXPECT_EQ(frame(3), std::vector<uint8_t>(28800, 3));
-    EXPECT_EQ(recorder.take("E "), error("FaceTrackingDetect", 3));
+    EXPECT_EQ(recorder.take(), tracked(3) + error("FaceTrackingDetect", 3) + kDelivered);
+}
+
+TEST_F(ShotSmileTest, EnginesThatLieAreSurvived) {
+    make();
+    start();
+    show(6, 6);
+    fakeArcFace().smiles = std::vector<__tag_rect>(64, kSmile);
+    fakeArcFace().smileCount = INT_MAX;
+    fakeArcFace().faces = {kFace, kSmile, kFace};
+    fakeArcFace().faceCount = INT_MAX;
+    EXPECT_EQ(framed().size(), 5U);  // both looked for, success, told, delivered
+    start();
+    fakeArcFace().smiles.clear();
+    fakeArcFace().faceCount = 1;
+    EXPECT_EQ(framed(), looked() + error("SmileDetect", 3) + kDelivered);
+    fakeArcFace().faces.clear();
+    EXPECT_EQ(framed(), tracked() + error("FaceTrackingDetect", 3) + kDelivered);
 }
 
 TEST_F(ShotSmileTest, EachStepOfMakingTheEnginesMayFail) {
     const Lines noFace = {"D ShotSmile: InitFaceTracking error"};
-    const Lines noSmile = {"D ShotSmile: InitSmileDetection error", "AMFPAF_UninitialFaceEngine"};
+    const Lines noSmile = {"D ShotSmile: InitSmileDetection error", "AMFPAF_UninitialFaceEngine m1 f1"};
     const struct {
         size_t calls;  // of those that making the engines does
         Lines then;
         std::function<void(FakeArcFace&)> prepare;
     } cases[] = {
         {1, error("InitFaceTracking", 3) + noFace, [](auto& fake) { fake.allocates = false; }},
-        {2, Lines{"MMemFree"} + error("InitFaceTracking", 4) + noFace, [](auto& fake) { fake.makesManagers = false; }},
-        {3, kFreed + error("InitFaceTracking", 5) + noFace,
+        {2, Lines{"MMemFree b1"} + error("InitFaceTracking", 4) + noFace,
+         [](auto& fake) { fake.makesManagers = false; }},
+        {3, freed(1) + error("InitFaceTracking", 5) + noFace,
          [](auto& fake) { fake.results["AMFPAF_InitialFaceEngine"] = 1; }},
-        {9, error("InitSmileDetection", 4) + kFreed + noSmile + kFreed,
+        {9, error("InitSmileDetection", 4) + freed(2) + noSmile + freed(1),
          [](auto& fake) { fake.results["ASSD_InitSmileEngine"] = 1; }},
     };
     const Lines all = initLines(160, 120);
@@ -175,100 +236,141 @@ TEST_F(ShotSmileTest, EachStepOfMakingTheEnginesMayFail) {
         EXPECT_EQ(frame(3), std::vector<uint8_t>(28800, 3));
         EXPECT_EQ(recorder.take(), error("FaceTrackingDetect", 1) + kDelivered);
         retireShot();
+        // Nothing is left of an engine that was not made.
+        EXPECT_EQ(recorder.take("A"),
+                  (Lines{"ASSD_UninitSmileEngine none none", "AMFPAF_UninitialFaceEngine none none"}));
     }
 }
 
 TEST_F(ShotSmileTest, TheBindingChecksWhatItIsGiven) {
-    make(640, 480);
-    const AutoMutex held(shot->engineLock());
-    unsigned char pixels[640 * 480 * 3 / 2];
-    __tag_rect rects[3];
-    int32_t info[3];
-    EXPECT_EQ(shot->FaceTrackingDetect(641, 480, pixels, rects), -1);
-    EXPECT_EQ(shot->FaceTrackingDetect(640, 480, nullptr, rects), -1);
-    EXPECT_EQ(shot->SmileDetect(640, 481, pixels, rects, info, 1), -1);
-    EXPECT_EQ(shot->SmileDetect(640, 480, pixels, nullptr, info, 1), -1);
-    EXPECT_EQ(recorder.take(), error("FaceTrackingDetect", 2) + error("FaceTrackingDetect", 1) +
-                                   error("SmileDetect", 2) + error("SmileDetect", 1));
-    // An engine that reports more faces than there is room for.
-    fakeArcFace().faces = std::vector<__tag_rect>(9, kFace);
-    EXPECT_EQ(shot->FaceTrackingDetect(640, 480, pixels, rects), 3);
-    // The smile engine gets the frame as planar, and every face's value.
-    EXPECT_EQ(shot->SmileDetect(640, 480, pixels, rects, info, 3), 0);
-    const ASSD_IMAGE& image = fakeArcFace().lastImage;
-    EXPECT_EQ(std::vector(image.plane, image.plane + 3), std::vector({pixels, pixels + 307200, pixels + 384000}));
-    EXPECT_EQ(std::vector(image.stride, image.stride + 3), std::vector({640, 320, 320}));
-    EXPECT_EQ(std::vector(info, info + 3), std::vector({7, 7, 7}));
-    fakeArcFace().faceCount = 0;
-    EXPECT_EQ(shot->FaceTrackingDetect(640, 480, pixels, rects), 0);
-
-    for (int i = 0; i < 2; ++i) {
-        shot->UnInitSmile();
-        shot->UnInitFaceTracking();
+    SmileEngines engines;
+    std::vector<unsigned char> bytes(638 * 480 * 3 / 2, 5);
+    unsigned char* const pixels = bytes.data();
+    __tag_rect rects[3] = {};
+    int32_t info[3] = {};
+    const int32_t formats[][4] = {{10, 640, 0, 5}, {11, 640, 0, 5}, {5, 640, 0, 5},
+                                  {2, 1276, 0, 5}, {6, 1276, 1, 0}, {4, 1276, 1, 0}};
+    for (const auto& [format, stride, noTracking, frames] : formats) {
+        fakeArcFace().made.clear();
+        EXPECT_EQ(engines.InitFaceTracking(638, 480, format, noTracking, 2), 1);
+        engines.UnInitFaceTracking();
+        EXPECT_EQ(recorder.take("AMFPAF_"),
+                  (Lines{text("AMFPAF_InitialFaceEngine m1 638x480 format %d stride %d: 1 16 2", format, stride),
+                         "AMFPAF_SetFaceOutPriority f1 2", text("AMFPAF_SetTrackingFrameNumber f1 %d", frames),
+                         "AMFPAF_UninitialFaceEngine m1 f1"}));
+    }
+    // Sizes that cannot be told to the engines, and unknown formats.
+    const int32_t sizes[][4] = {
+        {0, 120, 10, 1},    {160, 0, 10, 1},          {-160, 120, 10, 1},    {160, INT_MIN, 6, 1}, {INT_MAX, 1, 10, 1},
+        {1, INT_MAX, 4, 1}, {INT_MAX, INT_MAX, 2, 1}, {0x3FFFFFFF, 1, 6, 1}, {160, 120, 3, 2},     {160, 120, 0, 2}};
+    for (const auto& [width, height, format, line] : sizes) {
+        EXPECT_EQ(engines.InitFaceTracking(width, height, format, 0, 3), 0);
+        EXPECT_EQ(recorder.take(), error("InitFaceTracking", line));
+        if (line == 2)
+            continue;
+        EXPECT_EQ(engines.InitSmileDetection(width, height), 0);
+        EXPECT_EQ(recorder.take(), error("InitSmileDetection", 1));
+    }
+    // The largest that can, and a frame of which the engines refuse what is not it.
+    for (const auto& [width, height] : {std::pair{0x3FFFFFFE, 1}, {638, 480}}) {
+        engines.UnInitSmile();
+        engines.UnInitFaceTracking();
+        fakeArcFace().made.clear();
+        EXPECT_EQ(engines.InitFaceTracking(width, height, 6, 0, 3), 1);
+        EXPECT_EQ(engines.InitSmileDetection(width, height), 1);
     }
     recorder.take();
-    const int32_t cases[][4] = {{10, 640, 0, 5}, {6, 1276, 1, 0}, {4, 1276, 1, 0}};
-    for (const auto& [format, stride, noTracking, frames] : cases) {
-        EXPECT_EQ(shot->InitFaceTracking(638, 480, format, noTracking, 3), 1);
-        shot->UnInitFaceTracking();
-        EXPECT_EQ(recorder.take("AMFPAF_"),
-                  (Lines{faceEngine(638, 480, format, stride), "AMFPAF_SetFaceOutPriority 2",
-                         text("AMFPAF_SetTrackingFrameNumber %d", frames), "AMFPAF_UninitialFaceEngine"}));
+    const std::vector<int32_t> refused = {
+        engines.FaceTrackingDetect(638, 480, nullptr, rects),   engines.FaceTrackingDetect(638, 480, pixels, nullptr),
+        engines.FaceTrackingDetect(639, 480, pixels, rects),    engines.FaceTrackingDetect(638, 479, pixels, rects),
+        engines.SmileDetect(638, 480, nullptr, rects, info, 1), engines.SmileDetect(638, 480, pixels, nullptr, info, 1),
+        engines.SmileDetect(639, 480, pixels, rects, info, 1),  engines.SmileDetect(638, 479, pixels, rects, info, 1)};
+    EXPECT_EQ(refused, std::vector(8, -1));
+    const auto twice = [](const char* operation, int line) { return error(operation, line) + error(operation, line); };
+    EXPECT_EQ(recorder.take(), twice("FaceTrackingDetect", 1) + twice("FaceTrackingDetect", 2) +
+                                   twice("SmileDetect", 1) + twice("SmileDetect", 2));
+    // More faces than there is room for; then none.
+    fakeArcFace().faces = std::vector<__tag_rect>(9, kFace);
+    EXPECT_EQ(engines.FaceTrackingDetect(638, 480, pixels, rects), 3);
+    fakeArcFace().smileCount = 0;
+    EXPECT_EQ(engines.SmileDetect(638, 480, pixels, rects, info, 3), 0);
+    fakeArcFace().faceCount = 0;
+    EXPECT_EQ(engines.FaceTrackingDetect(638, 480, pixels, rects), 0);
+    const std::string found = ", face 20 info 7";
+    EXPECT_EQ(recorder.take(), tracked(5) +
+                                   Lines{"ASSD_SmileDetect m2 s1 frame 5 638x480 format 6 strides 640 320 320 planes "
+                                         "306240 382800" +
+                                         found + found + found} +
+                                   tracked(5));
+    for (int i = 0; i < 2; ++i) {
+        engines.UnInitSmile();
+        engines.UnInitFaceTracking();
+        const Lines nothing = {"ASSD_UninitSmileEngine none none", "AMFPAF_UninitialFaceEngine none none"};
+        EXPECT_EQ(recorder.take(), i == 0 ? released(1) : nothing);
     }
-    EXPECT_EQ(shot->InitFaceTracking(0, 120, 10, 0, 3), 0);
-    EXPECT_EQ(shot->InitFaceTracking(160, 0, 10, 0, 3), 0);
-    EXPECT_EQ(shot->InitFaceTracking(160, 120, 3, 0, 3), 0);
-    EXPECT_EQ(recorder.take(),
-              error("InitFaceTracking", 1) + error("InitFaceTracking", 1) + error("InitFaceTracking", 2));
-    fakeArcFace().makesManagers = false;
-    EXPECT_EQ(shot->InitSmileDetection(640, 480), 0);
-    fakeArcFace().allocates = false;
-    EXPECT_EQ(shot->InitSmileDetection(640, 480), 0);
-    EXPECT_EQ(shot->InitSmileDetection(0, 480), 0);
-    EXPECT_EQ(recorder.take("E "),
-              error("InitSmileDetection", 3) + error("InitSmileDetection", 2) + error("InitSmileDetection", 1));
+    for (const int line : {3, 2}) {
+        fakeArcFace().makesManagers = false;
+        fakeArcFace().allocates = line == 3;
+        EXPECT_EQ(engines.InitSmileDetection(640, 480), 0);
+        EXPECT_EQ(recorder.take("E "), error("InitSmileDetection", line));
+    }
 }
 
-TEST_F(ShotSmileTest, ThePreviewRestartsWhileFramesCome) {
+TEST_F(ShotSmileTest, OneRunTellsOnceWhicheverThreadsTheFramesComeOn) {
     make();
-    fakeArcFace().faces = {kFace};
-    std::atomic<int> inEngines{0};
-    std::atomic<int> overlaps{0};
-    fakeArcFace().during = [&] {
-        overlaps += inEngines.fetch_add(1) != 0;
-        std::this_thread::yield();
-        --inEngines;
+    start();
+    show(1);
+    std::jthread second;
+    fakeArcFace().during = [&](const std::string& name) {
+        if (name == "ASSD_SmileDetect")
+            second = startUntilItWaits([&] { frame(); });
     };
-    const sp<IMemory> sizes[] = {makeMemory(320 * 240 * 3 / 2), makeMemory(160 * 120 * 3 / 2)};
-    std::jthread frames([&](const std::stop_token& over) {
-        for (int i = 0; !over.stop_requested(); ++i)
-            hardware->data(CAMERA_MSG_PREVIEW_FRAME, sizes[i % 2]);
-    });
-    for (int i = 0; i < 20; ++i) {
-        const ShotGate::Entry inside(shot->gate());
-        hardware->params.setPreviewSize(i % 2 ? 160 : 320, i % 2 ? 120 : 240);
-        EXPECT_EQ(shot->startPreview(), NO_ERROR);
-        EXPECT_EQ(shot->sendCommand(1017, 0, 0), NO_ERROR);
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    retireShot();
-    frames = {};
-    EXPECT_EQ(overlaps, 0);
+    frame();
+    second.join();
+    const Lines lines = recorder.take();
+    for (const Lines& once : {Lines{"app.notify 0x2200 0 0"}, success(1, 1), Lines{looked()[1]}})
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), once[0]), 1);
+}
+
+TEST_F(ShotSmileTest, AFrameInTheEnginesHasTheSizeThatTheyWereMadeFor) {
+    make(640, 120);
+    start();
+    show(2);
+    std::jthread restarting;
+    fakeArcFace().during = [&](const std::string& name) {
+        if (name != "AMFPAF_FaceFeatureDetect" || restarting.joinable())
+            return;
+        restarting = startUntilItWaits([&] {
+            hardware->params.setPreviewSize(160, 120);
+            EXPECT_EQ(shot->startPreview(), NO_ERROR);
+        });
+    };
+    frame();
+    restarting.join();
+    EXPECT_EQ(recorder.take(kThick).size(), 2U);
 }
 
 TEST_F(ShotSmileTest, OtherMessagesAndNoVendorLayer) {
     make();
+    for (int round = 0; round < 2; ++round) {  // one line for each kind of fault
+        for (const auto& data : {makeRegion(28799), makeRegion(0), makeLyingRegion(28800)})
+            hardware->data(CAMERA_MSG_PREVIEW_FRAME, data);
+        const Lines lines = recorder.take();
+        EXPECT_EQ(lines.size(), round == 0 ? 6U : 3U);
+    }
+    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeRegion(30000));  // with something behind it
+    EXPECT_EQ(recorder.take(), tracked() + Lines{"app.data 0x10 30000"});
     hardware->data(CAMERA_MSG_PREVIEW_FRAME, nullptr);
-    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(100));
-    hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(5));
+    hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeRegion(5));
     EXPECT_EQ(shot->sendCommand(1018, 1, 2), NO_ERROR);
+    EXPECT_EQ(shot->sendCommand(1017, 1, 2), NO_ERROR);
     EXPECT_EQ(shot->sendCommand(1019, 1, 2), NO_ERROR);
-    EXPECT_EQ(
-        recorder.take(),
-        (Lines{"E ShotSmile: Null data returned in data callback", "app.notify 0x1 -2147483648 0", "app.data 0x10 null",
-               "app.data 0x10 100", "I ShotSmile: CAMERA_MSG_COMPRESSED_IMAGE", "app.data 0x100 5",
-               "I ShotSmile: ShotSmile::sendCommand 1018, 1, 2", "I ShotSmile: SMILE_SHOT_DETECTION_STOP",
-               "I ShotSmile: ShotSmile::sendCommand 1019, 1, 2", "hw.sendCommand 1019 1 2"}));
+    EXPECT_EQ(recorder.take(),
+              (Lines{"E ShotSmile: Null data returned in data callback", "app.notify 0x1 -2147483648 0",
+                     "app.data 0x10 null", "I ShotSmile: CAMERA_MSG_COMPRESSED_IMAGE", "app.data 0x100 5",
+                     "I ShotSmile: ShotSmile::sendCommand 1018, 1, 2", "I ShotSmile: SMILE_SHOT_DETECTION_STOP",
+                     "I ShotSmile: ShotSmile::sendCommand 1017, 1, 2", "I ShotSmile: SMILE_SHOT_DETECTION_START",
+                     "I ShotSmile: ShotSmile::sendCommand 1019, 1, 2", "hw.sendCommand 1019 1 2"}));
     shot->setCameraHardware(nullptr);
     EXPECT_EQ(shot->startPreview(), INVALID_OPERATION);
     EXPECT_EQ(shot->sendCommand(1017, 0, 0), INVALID_OPERATION);

@@ -2,6 +2,8 @@
 
 #include "tests/support/FakeCaps.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cstring>
 
 #include "tests/support/Recorder.h"
@@ -22,6 +24,8 @@ struct Buffer : caps_data {
 
 caps_result call(const char* name, const std::string& arguments = "") {
     record(std::string("caps.") + name + arguments);
+    if (fakeCaps().during)
+        fakeCaps().during(name);
     const auto result = fakeCaps().results.find(name);
     return result == fakeCaps().results.end() ? CAPS_SUCCESS : result->second;
 }
@@ -30,7 +34,7 @@ caps_result call(const char* name, const std::string& arguments = "") {
 template <typename Object, typename Handle>
 caps_result make(Handle** handle, const char* name, const std::string& arguments) {
     const caps_result result = call(name, arguments);
-    *handle = result == CAPS_SUCCESS ? new Object{} : nullptr;
+    *handle = result == CAPS_SUCCESS && !fakeCaps().makesNothing.contains(name) ? new Object{} : nullptr;
     gObjects += *handle != nullptr;
     return result;
 }
@@ -76,7 +80,7 @@ int fakeCapsObjects() {
 
 int32_t caps_pixelBitSize(int32_t format) {
     call("pixelBitSize", text(" %d", format));
-    return 12;
+    return fakeCaps().bitsPerPixel;
 }
 
 caps_result caps_createImage(const caps_data* pixels, int32_t width, int32_t height, int32_t stride, int32_t format,
@@ -111,8 +115,8 @@ caps_result ctstream_destroy(caps_stream* stream) {
     return destroy(stream, stream->input ? "destroyStream in" : "destroyStream out");
 }
 
-caps_result caps_createSession(caps_stream*, int32_t mode, cips** session) {
-    return make<cips>(session, "createSession", text(" %d", mode));
+caps_result caps_createSession(caps_stream* input, int32_t mode, cips** session) {
+    return make<cips>(session, "createSession", text(" %d%s", mode, input->input ? "" : " of the output"));
 }
 caps_result caps_newSessionWithRaw(caps_image* source, cips** session) {
     const auto [length, bytes] = static_cast<const Image*>(source)->pixels;
@@ -158,7 +162,8 @@ caps_result caps_setJpegQuality(cips*, float quality) {
 
 caps_result caps_render(cips*, caps_stream* output, int32_t width, int32_t height, int32_t flags, int32_t mode,
                         caps_iterator** iterator) {
-    const std::string arguments = text(" %dx%d %d %d%s", width, height, flags, mode, iterator ? "" : " at once");
+    const std::string arguments = text(" %dx%d %d %d%s", width, height, flags, mode, iterator ? "" : " at once") +
+                                  (output->input ? " into the input" : "");
     const caps_result result =
         iterator ? make<caps_iterator>(iterator, "render", arguments) : call("render", arguments);
     if (iterator && *iterator)
@@ -170,7 +175,7 @@ caps_result caps_render(cips*, caps_stream* output, int32_t width, int32_t heigh
 
 caps_result caps_doNextIteration(caps_iterator* iterator) {
     const caps_result result = call("doNextIteration");
-    if (++iterator->step < fakeCaps().counts.size())
+    if (++iterator->step < fakeCaps().counts.size() || fakeCaps().endless)
         return result;
     fill(iterator->output->data);
     return 0;
@@ -182,7 +187,7 @@ caps_result caps_estimateIterationCount(caps_iterator*, int32_t* total) {
 }
 
 caps_result caps_getCurIterationCount(caps_iterator* iterator, int32_t* done) {
-    *done = fakeCaps().counts[iterator->step - 1];
+    *done = fakeCaps().counts[std::min(iterator->step, fakeCaps().counts.size()) - 1];
     return call("getCurIterationCount");
 }
 
@@ -193,7 +198,9 @@ caps_result caps_destroyIterator(caps_iterator* iterator) {
 caps_result caps_renderAsRawToBuffer(cips*, caps_image* destination, int32_t flags, int32_t mode) {
     const caps_data& pixels = static_cast<Image*>(destination)->pixels;
     const caps_result result = call("renderAsRawToBuffer", text(" over %d, %d %d", pixels.data[0], flags, mode));
-    if (result == CAPS_SUCCESS)
+    if (result == CAPS_SUCCESS && fakeCaps().renderRaw)
+        fakeCaps().renderRaw(pixels.data);
+    else if (result == CAPS_SUCCESS)
         std::memset(pixels.data, fakeCaps().look, static_cast<size_t>(pixels.length));
     return result;
 }

@@ -17,12 +17,14 @@
 
 namespace kov::test {
 
-/// Shared memory of `size` bytes, all `fill`.
+/// Shared memory of `size` bytes, all `fill`, within a larger heap.
 inline android::sp<android::IMemory> makeMemory(size_t size, uint8_t fill = 0) {
-    const android::sp<android::IMemoryHeap> heap = new android::MemoryHeapBase(size);
-    if (size)
-        std::memset(heap->base(), fill, size);
-    return new android::MemoryBase(heap, 0, size);
+    constexpr size_t kBefore = 64, kBehind = 32;
+    const android::sp<android::IMemoryHeap> heap = new android::MemoryHeapBase(kBefore + size + kBehind);
+    std::memset(heap->base(), ~fill, heap->getSize());
+    const android::sp<android::IMemory> memory = new android::MemoryBase(heap, kBefore, size);
+    std::memset(memory->pointer(), fill, size);
+    return memory;
 }
 
 /// The bytes of a region.

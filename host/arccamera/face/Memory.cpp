@@ -4,21 +4,15 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 namespace kov::arc {
 
 void* MemoryManager::take(size_t size) {
-    constexpr size_t kAlignment = alignof(std::max_align_t);
-    size = (size + kAlignment - 1) / kAlignment * kAlignment;
-    if (size > mLeft)
+    if (!std::align(alignof(std::max_align_t), size, mNext, mLeft))
         return nullptr;
     mLeft -= size;
-    return std::exchange(mNext, mNext + size);
-}
-
-const char* cascadeFolder() {
-    const char* folder = std::getenv("KOV_CASCADES");
-    return folder && *folder ? folder : KOV_CASCADES;
+    return std::exchange(mNext, static_cast<std::byte*>(mNext) + size);
 }
 
 }  // namespace kov::arc
@@ -37,7 +31,7 @@ void MMemCpy(void* destination, const void* source, int32_t size) {
 }
 
 MHandle MMemMgrCreate(void* block, int32_t size) {
-    return block && size > 0 ? new kov::arc::MemoryManager(block, static_cast<size_t>(size)) : nullptr;
+    return block && size > 0 ? new (std::nothrow) kov::arc::MemoryManager(block, static_cast<size_t>(size)) : nullptr;
 }
 
 void MMemMgrDestroy(MHandle manager) {

@@ -12,9 +12,9 @@ namespace kov::arc {
 /// Hands out a block from its beginning; gives nothing back before it ends. One thread at a time.
 class MemoryManager {
 public:
-    MemoryManager(void* block, size_t size) : mNext(static_cast<std::byte*>(block)), mLeft(size) {}
+    MemoryManager(void* block, size_t size) : mNext(block), mLeft(size) {}
 
-    /// Null when the rest is too small.
+    /// Aligned for every type. Null when the rest is too small.
     void* take(size_t size);
 
     /// Makes an object in the block; null when it does not fit.
@@ -25,11 +25,8 @@ public:
     }
 
 private:
-    std::byte* mNext;
+    void* mNext;
     size_t mLeft;
 };
-
-/// The folder with OpenCV's cascades.
-const char* cascadeFolder();
 
 }  // namespace kov::arc

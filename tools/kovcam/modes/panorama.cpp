@@ -57,6 +57,8 @@ public:
                 ++added;
                 saveNextAdded();
             }
+            if (message.type == CAMERA_MSG_PANORAMA_ERROR && added < 2)
+                throw Error("the camera did not move; sweep it slowly to one side, up or down");
             if (message.type == CAMERA_MSG_PANORAMA_ERROR)
                 throw Error("the frames do not fit together; sweep more slowly, or over something with more detail");
             if (message.type == CAMERA_MSG_PANORAMA_PROGRESS) {

@@ -1,0 +1,88 @@
+// What the picture threads of one self shot share, with each other and with the shot, and what outlives it.
+
+#include "shots/self/PictureThreads.h"
+
+#include <utility>
+
+namespace android {
+
+namespace {
+
+std::string textOf(const char* format) {
+    return format ? format : "";
+}
+
+void setPictureFormat(CameraHardwareInterface& hardware, CameraParameters params, const std::string& format) {
+    if (format.empty())
+        params.remove(CameraParameters::KEY_PICTURE_FORMAT);
+    else
+        params.setPictureFormat(format.c_str());
+    hardware.setParameters(params);
+}
+
+}  // namespace
+
+PictureThreads::Turn::Turn(PictureThreads& threads) : mThreads(threads) {
+    const AutoMutex held(mThreads.mLock);
+    while (mThreads.mTurnTaken)
+        mThreads.mTurnOver.wait(mThreads.mLock);
+    mThreads.mTurnTaken = true;
+}
+
+PictureThreads::Turn::~Turn() {
+    const AutoMutex held(mThreads.mLock);
+    mThreads.mTurnTaken = false;
+    mThreads.mTurnOver.signal();
+}
+
+void PictureThreads::changeFormat(const sp<CameraHardwareInterface>& hardware, CameraParameters params,
+                                  std::string* original) {
+    *original = textOf(params.getPictureFormat());
+    const Change change = {hardware, *original, textOf(params.getPreviewFormat())};
+    {
+        const AutoMutex held(mLock);
+        if (mShotGone)
+            return;
+        if (!mChange.hardware.get())  // else an earlier picture has failed, and what it found is still to be given back
+            mChange = change;
+    }
+    setPictureFormat(*hardware.get(), std::move(params), change.borrowed);
+    bool late = false;
+    {
+        const AutoMutex held(mLock);
+        late = mShotGone;
+    }
+    if (late)  // whoever gave it back may have done so before it was changed
+        change.undo();
+}
+
+void PictureThreads::restoreFormat(const std::string& original) {
+    sp<CameraHardwareInterface> hardware;
+    {
+        const AutoMutex held(mLock);
+        hardware = mChange.hardware;
+        if (mChange.original == original)
+            mChange = {};
+    }
+    if (hardware.get())
+        setPictureFormat(*hardware.get(), hardware->getParameters(), original);
+}
+
+void PictureThreads::restoreFormatOnce() {
+    Change change;
+    {
+        const AutoMutex held(mLock);
+        mShotGone = true;
+        std::swap(change, mChange);
+    }
+    if (change.hardware.get())
+        change.undo();
+}
+
+void PictureThreads::Change::undo() const {
+    const CameraParameters params = hardware->getParameters();
+    if (textOf(params.getPictureFormat()) == borrowed)
+        setPictureFormat(*hardware.get(), params, original);
+}
+
+}  // namespace android
