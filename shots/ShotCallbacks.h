@@ -27,8 +27,10 @@ public:
         const sp<CameraHardwareInterface> hardware = hardwareOrLog();
         if (!hardware.get())
             return;
-        const AutoMutex held(mLock);
-        mCallbacks.store(notify, data, dataTimestamp, user);
+        {
+            const AutoMutex held(mLock);
+            mCallbacks.store(notify, data, dataTimestamp, user);
+        }
         (void)callOut(
             [&, self = this] { hardware->setCallbacks(notifyCallback, dataCallback, dataCallbackTimestamp, self); });
     }

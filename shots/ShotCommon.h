@@ -118,7 +118,7 @@ protected:
     /// Writes one line to `log` for each kind of fault and preview start.
     void tellFault(RegionFault fault, size_t size, const TaggedLog& log);
 
-    Mutex mLock;  // held while callbacks are registered with the vendor layer
+    Mutex mLock;  // held while the callbacks are stored, and not during the call of the vendor layer
 
     // Changed only at construction and by setCameraHardware, when no other thread is inside.
     sp<CameraHardwareInterface> mHardware;

@@ -90,10 +90,13 @@ protected:
     }
     /// A frame as the application gets it.
     std::vector<uint8_t> frame(uint8_t fill = 0) {
+        deliver(fill);
+        return bytesOf(lastData);
+    }
+    void deliver(uint8_t fill = 0) {
         int width = 0, height = 0;
         hardware->params.getPreviewSize(&width, &height);
         hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeRegion(static_cast<size_t>(width) * height * 3 / 2, fill));
-        return bytesOf(lastData);
     }
     Lines framed() {
         frame();
@@ -323,9 +326,9 @@ TEST_F(ShotSmileTest, OneRunTellsOnceWhicheverThreadsTheFramesComeOn) {
     std::jthread second;
     fakeArcFace().during = [&](const std::string& name) {
         if (name == "ASSD_SmileDetect")
-            second = startUntilItWaits([&] { frame(); });
+            second = startUntilItWaits([&] { deliver(); });
     };
-    frame();
+    deliver();
     second.join();
     const Lines lines = recorder.take();
     for (const Lines& once : {Lines{"app.notify 0x2200 0 0"}, success(1, 1), Lines{looked()[1]}})
