@@ -2,43 +2,25 @@
 
 #include "adaptor/KovCameraHardwareInterface.h"
 
-#include <android/log.h>
-
 #include <optional>
+#include <utility>
 
-#include "shots/Commands.h"
+#include "imaging/TaggedLog.h"
 #include "shots/ShotCallbacks.h"
-#include "shots/ShotSingle.h"
-#include "shots/action/ShotAction.h"
-#include "shots/addme/ShotAddMe.h"
-#include "shots/cartoon/ShotCartoon.h"
-#include "shots/continuous/ShotContinuous.h"
-#include "shots/panorama/ShotPanorama.h"
-#include "shots/self/ShotSelf.h"
-#include "shots/smile/ShotSmile.h"
 
 namespace android {
 
 namespace {
-
-constexpr const char* kTag = "KovCameraHardwareInterface";
-
-/// Makes a shot of the mode, for the adaptor's table of switches.
-template <typename Mode>
-ShotCommon* make(const sp<CameraHardwareInterface>& hardware) {
-    return makeShot<Mode>(hardware);
+constexpr TaggedLog kLog("KovCameraHardwareInterface");
 }
 
-}  // namespace
-
-// Storage that is never destroyed: the last reference may be dropped by a thread, or by a static object of the service,
-// that outlives the library's static objects. The same holds for Instance.
-wp<CameraHardwareInterface>& KovCameraHardwareInterface::singleton = *new wp<CameraHardwareInterface>;
-
-/// What guards the making and the destroying of adaptors.
+/// What guards the making and the destroying of adaptors. It is made when it is first asked for and never destroyed, so
+/// that the library can be opened by static initialisers that run before its own, and the last reference dropped by
+/// static objects that outlive its own.
 struct KovCameraHardwareInterface::Instance {
     Mutex lock;
     Condition changed;
+    wp<CameraHardwareInterface> singleton GUARDED_BY(lock);
     bool exists GUARDED_BY(lock) = false;  // from before the constructor until after the destructor
 
     static Instance& get() {
@@ -47,19 +29,11 @@ struct KovCameraHardwareInterface::Instance {
     }
 };
 
-/// Gives up the weak reference when the library is unloaded.
-struct KovCameraHardwareInterface::Unload {
-    ~Unload() {
-        const AutoMutex held(Instance::get().lock);
-        singleton.clear();
-    }
-};
-
 /// The current shot, entered for the length of a block; false when there is none.
 class KovCameraHardwareInterface::CurrentShot {
 public:
     explicit CurrentShot(const KovCameraHardwareInterface& adaptor) {
-        const AutoMutex held(adaptor.mShotLock);
+        const AutoMutex held(adaptor.mLock);
         if (!adaptor.mCurShot)
             return;
         mShot = adaptor.mCurShot;
@@ -77,12 +51,11 @@ private:
 // --- Coming and going
 
 sp<CameraHardwareInterface> KovCameraHardwareInterface::createInstance() {
-    static const Unload atUnload;
     Instance& instance = Instance::get();
     {
         const AutoMutex held(instance.lock);
         for (;;) {
-            sp<CameraHardwareInterface> alive = singleton.promote();
+            sp<CameraHardwareInterface> alive = instance.singleton.promote();
             if (alive.get())
                 return alive;
             if (!instance.exists)
@@ -94,29 +67,26 @@ sp<CameraHardwareInterface> KovCameraHardwareInterface::createInstance() {
     // The vendor layer is opened without the lock: that may take long, and may call anything.
     sp<CameraHardwareInterface> made = new KovCameraHardwareInterface;
     const AutoMutex held(instance.lock);
-    singleton = wp<CameraHardwareInterface>(made);
+    instance.singleton = wp<CameraHardwareInterface>(made);
     instance.changed.broadcast();
     return made;
 }
 
 KovCameraHardwareInterface::KovCameraHardwareInterface()
     : mHardware(openCameraHardware()), mGate(ShotGate::take(this, kind())) {
-    ShotCommon* shot = makeShot<ShotSingle>(mHardware);
+    ShotCommon* shot = makeShotSingle(mHardware);
     setShot(shot, &shot->gate());
     mGate.publish();
 }
 
 KovCameraHardwareInterface::~KovCameraHardwareInterface() {
-    mGate.retire();
-    if (mCurShot) {
-        mCurGate->retire();
+    (void)mGate.retire();  // nobody is in it: those who deliver hold a reference
+    if (mCurShot && mCurGate->retire())
         delete mCurShot;
-        mCurShot = nullptr;
-    }
     Instance& instance = Instance::get();
     {
         const AutoMutex held(instance.lock);
-        singleton.clear();
+        instance.singleton.clear();
     }
     mHardware.clear();
     mGate.giveUp();
@@ -132,7 +102,7 @@ Result KovCameraHardwareInterface::forward(const char* lineWithoutShot, Result m
     if (const CurrentShot shot{*this})
         return operation(*shot);
     if (lineWithoutShot)
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "%s", lineWithoutShot);
+        kLog.error("%s", lineWithoutShot);
     // A local reference: the adaptor may be given up within the operation.
     const sp<CameraHardwareInterface> hardware = mHardware;
     return hardware.get() ? operation(*hardware.get()) : missing;
@@ -250,99 +220,64 @@ status_t KovCameraHardwareInterface::dump(int fd, const Vector<String16>& args) 
 }
 
 status_t KovCameraHardwareInterface::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
-    __android_log_print(ANDROID_LOG_WARN, kTag, "sendCommand : %d %d %d ", cmd, arg1, arg2);
+    kLog.warn("sendCommand : %d %d %d ", cmd, arg1, arg2);
     if (cmd < KOV_MODE_FIRST || cmd > KOV_MODE_LAST) {
         return forward<status_t>("sendCommand : mCurShot is NULL, returning.", INVALID_OPERATION,
                                  [=](auto& target) { return target.sendCommand(cmd, arg1, arg2); });
     }
-    switch (cmd) {
-        case KOV_MODE_SINGLE:
-            changeToSingleShot();
-            break;
-        case KOV_MODE_CONTINUOUS:
-            changeToContinuousShot();
-            break;
-        case KOV_MODE_PANORAMA:
-            changeToPanoramaShot();
-            break;
-        case KOV_MODE_SMILE:
-            changeToSmileShot();
-            break;
-        case KOV_MODE_SELF:
-            changeToSelfShot();
-            break;
-        case KOV_MODE_ADDME:
-            changeToAddMeShot();
-            break;
-        case KOV_MODE_ACTION:
-            changeToActionShot();
-            break;
-        case KOV_MODE_CARTOON:
-            changeToCartoonShot();
-            break;
-        default:
-            releaseCurrentShot();
-    }
+    switchTo(cmd);
     return NO_ERROR;
 }
 
-// --- Switching
+// --- Switching and registering
 
-void KovCameraHardwareInterface::changeToSingleShot() {
-    switchTo(make<ShotSingle>);
+void KovCameraHardwareInterface::switchTo(int32_t code) {
+    carryOut({.switches = true, .maker = shotMakerOf(code)});
 }
-void KovCameraHardwareInterface::changeToContinuousShot() {
-    switchTo(make<ShotContinuous>);
-}
-void KovCameraHardwareInterface::changeToPanoramaShot() {
-    switchTo(make<ShotPanorama>);
-}
-void KovCameraHardwareInterface::changeToSmileShot() {
-    switchTo(make<ShotSmile>);
-}
-void KovCameraHardwareInterface::changeToSelfShot() {
-    switchTo(make<ShotSelf>);
-}
-void KovCameraHardwareInterface::changeToAddMeShot() {
-    switchTo(make<ShotAddMe>);
-}
-void KovCameraHardwareInterface::changeToActionShot() {
-    switchTo(make<ShotAction>);
-}
-void KovCameraHardwareInterface::changeToCartoonShot() {
-    switchTo(make<ShotCartoon>);
-}
+
 void KovCameraHardwareInterface::releaseCurrentShot() {
-    switchTo(nullptr);
+    carryOut({.switches = true});
 }
 
-// One thread switches at a time, so that there are never two shots. A second one must not wait for it: the first may be
-// in the vendor layer, which may be waiting for a callback, which may be where the second one comes from.
-void KovCameraHardwareInterface::switchTo(ShotMaker make) {
+void KovCameraHardwareInterface::setCallbacks(notify_callback notify, data_callback data,
+                                              data_callback_timestamp dataTimestamp, void* user) {
+    mCallbacks.store(notify, data, dataTimestamp, user);
+    if (!CurrentShot(*this))
+        kLog.error("setCallbacks : mCurShot is NULL, return");
+    carryOut({.registers = true});
+}
+
+// One thread at a time switches or registers, so that there are never two shots and that what is registered last is
+// what is current. Others must not wait for it: it may be in the vendor layer, which may be waiting for a callback,
+// which may be where they come from. They leave their wish, and it goes on until no wish is left.
+void KovCameraHardwareInterface::carryOut(const Wish& wish) {
     const sp<CameraHardwareInterface> self(this);  // the service may drop its reference within a callback meanwhile
-    {
-        const AutoMutex held(mShotLock);
-        if (mSwitching) {
-            mSwitchWanted = true;
-            mWantedMaker = make;
-            return;
-        }
-        mSwitching = true;
+    if (leaveToOther(wish))
+        return;
+    while (const std::optional<Wish> next = nextWish()) {
+        if (next->switches)
+            removeShot();
+        registerReceiver();
+        if (next->maker)
+            installShot(next->maker);
     }
-    do {
-        removeShot();
-        if (make)
-            installShot(make);
-    } while (nextSwitch(&make));
 }
 
-/// Takes the last wish that came in meanwhile; false when there is none, which ends the switch.
-bool KovCameraHardwareInterface::nextSwitch(ShotMaker* make) {
-    const AutoMutex held(mShotLock);
-    mSwitching = mSwitchWanted;
-    mSwitchWanted = false;
-    *make = mWantedMaker;
-    return mSwitching;
+/// Adds the wish to what is wished. False when nobody is at it: then the caller is.
+bool KovCameraHardwareInterface::leaveToOther(const Wish& wish) {
+    const AutoMutex held(mLock);
+    if (wish.switches)
+        mWish = wish;
+    mWish.registers = true;  // a switch registers as well
+    return std::exchange(mCarryingOut, true);
+}
+
+/// Takes what is wished; nothing when no wish is left, and then nobody is at it any more.
+std::optional<KovCameraHardwareInterface::Wish> KovCameraHardwareInterface::nextWish() {
+    const AutoMutex held(mLock);
+    mCarryingOut = mWish.registers;
+    const Wish wish = std::exchange(mWish, {});
+    return wish.registers ? std::optional(wish) : std::nullopt;
 }
 
 void KovCameraHardwareInterface::removeShot() {
@@ -351,69 +286,36 @@ void KovCameraHardwareInterface::removeShot() {
     if (const CurrentShot current{*this})
         current->setCallbacks(nullptr, nullptr, nullptr, nullptr);
     {
-        const AutoMutex held(mShotLock);
-        shot = mCurShot;
-        gate = mCurGate;
+        const AutoMutex held(mLock);
+        shot = std::exchange(mCurShot, nullptr);
+        gate = std::exchange(mCurGate, nullptr);
     }
-    const uint32_t epoch = setShot(nullptr, nullptr);
     if (shot)
         retireShot(shot, *gate);
-    registerReceiver(epoch);
 }
 
 void KovCameraHardwareInterface::installShot(ShotMaker make) {
-    ShotCommon* shot = make(mHardware);
-    registerReceiver(setShot(shot, &shot->gate()));
+    ShotCommon* const shot = make(mHardware);
+    setShot(shot, &shot->gate());
+    registerReceiver();
 }
 
-/// Returns the new epoch.
-uint32_t KovCameraHardwareInterface::setShot(ShotInterface* shot, ShotGate* gate) {
-    const AutoMutex held(mShotLock);
+void KovCameraHardwareInterface::setShot(ShotInterface* shot, ShotGate* gate) {
+    const AutoMutex held(mLock);
     mCurShot = shot;
     mCurGate = gate;
-    return ++mReceiverEpoch;
 }
 
 /// Gives the adaptor's trampolines to the current shot, which registers its own with the vendor layer, or to the vendor
-/// layer when there is no shot. `epoch` is the one that the caller saw. A switch on another thread may change the
-/// receiver at any point here and its registration may be overtaken by this one, so this goes on until what was
-/// registered last is what is current.
-void KovCameraHardwareInterface::registerReceiver(uint32_t epoch) {
-    for (;;) {
-        if (const CurrentShot shot{*this})
-            shot->setCallbacks(notifyCallback, dataCallback, dataCallbackTimestamp, this);
-        else if (mHardware.get())
-            mHardware->setCallbacks(notifyCallback, dataCallback, dataCallbackTimestamp, this);
-        const AutoMutex held(mShotLock);
-        if (mReceiverEpoch == epoch)
-            return;
-        epoch = mReceiverEpoch;
-    }
+/// layer when there is no shot.
+void KovCameraHardwareInterface::registerReceiver() {
+    if (const CurrentShot shot{*this})
+        shot->setCallbacks(notifyCallback, dataCallback, dataCallbackTimestamp, this);
+    else if (mHardware.get())
+        mHardware->setCallbacks(notifyCallback, dataCallback, dataCallbackTimestamp, this);
 }
 
 // --- Relay
-
-void KovCameraHardwareInterface::setCallbacks(notify_callback notify, data_callback data,
-                                              data_callback_timestamp dataTimestamp, void* user) {
-    const sp<CameraHardwareInterface> self(this);  // as in switchTo
-    // A thread that finds the lock taken leaves the registration to its holder, which makes the very same one, and so
-    // never waits for the vendor layer.
-    const bool locked = mLock.tryLock() == 0;
-    mCallbacks.store(notify, data, dataTimestamp, user);
-    if (!locked)
-        return;
-    uint32_t epoch = 0;
-    bool haveShot = false;
-    {
-        const AutoMutex held(mShotLock);
-        epoch = mReceiverEpoch;
-        haveShot = mCurShot != nullptr;
-    }
-    if (!haveShot)
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "setCallbacks : mCurShot is NULL, return");
-    registerReceiver(epoch);
-    mLock.unlock();
-}
 
 ShotGate::Kind KovCameraHardwareInterface::kind() {
     static const char here = 0;
@@ -424,7 +326,7 @@ ShotGate::Kind KovCameraHardwareInterface::kind() {
 template <typename Deliver>
 void KovCameraHardwareInterface::deliver(void* user, Deliver deliver) {
     if (!user) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "KovCameraHardwareInterface is NULL, returning.");
+        kLog.error("KovCameraHardwareInterface is NULL, returning.");
         return;
     }
     auto* const adaptor = static_cast<KovCameraHardwareInterface*>(user);
@@ -455,14 +357,14 @@ void KovCameraHardwareInterface::processNotifyCallback(int32_t msgType, int32_t 
     if (const auto service = mCallbacks.notify())
         service.callback(msgType, ext1, ext2, service.cookie);
     else
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "mNotifyCb is NULL, returning.");
+        kLog.error("mNotifyCb is NULL, returning.");
 }
 
 void KovCameraHardwareInterface::processDataCallback(int32_t msgType, const sp<IMemory>& data) {
     if (const auto service = mCallbacks.data())
         service.callback(msgType, data, service.cookie);
     else
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "mDataCb is NULL, returning.");
+        kLog.error("mDataCb is NULL, returning.");
 }
 
 void KovCameraHardwareInterface::processDataCallbackTimestamp(int64_t timestamp, int32_t msgType,
@@ -470,7 +372,7 @@ void KovCameraHardwareInterface::processDataCallbackTimestamp(int64_t timestamp,
     if (const auto service = mCallbacks.dataTimestamp())
         service.callback(timestamp, msgType, data, service.cookie);
     else
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "mDataCbTimestamp is NULL, returning.");
+        kLog.error("mDataCbTimestamp is NULL, returning.");
 }
 
 }  // namespace android

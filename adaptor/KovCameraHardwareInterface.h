@@ -5,7 +5,10 @@
 #include <utils/RefBase.h>
 #include <utils/threads.h>
 
+#include <optional>
+
 #include "shots/CallbackSet.h"
+#include "shots/Modes.h"
 #include "shots/ShotCommon.h"
 #include "shots/ShotGate.h"
 
@@ -48,16 +51,17 @@ public:
     void release() override;
     status_t dump(int fd, const Vector<String16>& args) const override;
 
-    /// Each replaces the current shot, also by one of the same mode. When another switch is under way (on another
-    /// thread, or further up this thread's stack), the call leaves its wish to it and returns; the last wish wins.
-    void changeToSingleShot();
-    void changeToContinuousShot();
-    void changeToPanoramaShot();
-    void changeToSmileShot();
-    void changeToSelfShot();
-    void changeToAddMeShot();
-    void changeToActionShot();
-    void changeToCartoonShot();
+    /// Each replaces the current shot, also by one of the same mode. When a switch or a registration is under way (on
+    /// another thread, or further up this thread's stack), the call leaves its wish to it and returns; the last wish
+    /// wins.
+    void changeToSingleShot() { switchTo(KOV_MODE_SINGLE); }
+    void changeToContinuousShot() { switchTo(KOV_MODE_CONTINUOUS); }
+    void changeToPanoramaShot() { switchTo(KOV_MODE_PANORAMA); }
+    void changeToSmileShot() { switchTo(KOV_MODE_SMILE); }
+    void changeToSelfShot() { switchTo(KOV_MODE_SELF); }
+    void changeToAddMeShot() { switchTo(KOV_MODE_ADDME); }
+    void changeToActionShot() { switchTo(KOV_MODE_ACTION); }
+    void changeToCartoonShot() { switchTo(KOV_MODE_CARTOON); }
     /// Deletes the current shot; messages then go from the vendor layer through the adaptor alone.
     void releaseCurrentShot();
 
@@ -69,12 +73,15 @@ public:
     void processDataCallbackTimestamp(int64_t timestamp, int32_t msgType, const sp<IMemory>& data);
 
 private:
-    /// Makes a mode's shot for a vendor layer; null stands for no shot.
-    using ShotMaker = ShotCommon* (*)(const sp<CameraHardwareInterface>& hardware);
+    /// What is to become of the receiver of the vendor layer's messages.
+    struct Wish {
+        bool registers = false;     // give the receiver its callbacks
+        bool switches = false;      // replace the shot, which registers too
+        ShotMaker maker = nullptr;  // of the new shot; null for none
+    };
 
     class CurrentShot;
     struct Instance;
-    struct Unload;
 
     KovCameraHardwareInterface();
 
@@ -85,30 +92,25 @@ private:
     template <typename Result, typename Operation>
     Result forward(const char* lineWithoutShot, Result missing, Operation operation) const;
 
-    void switchTo(ShotMaker make);
-    bool nextSwitch(ShotMaker* make);
+    /// Switches to a mode by its code; a code that no mode has only releases the current shot.
+    void switchTo(int32_t code);
+    void carryOut(const Wish& wish);
+    bool leaveToOther(const Wish& wish);
+    std::optional<Wish> nextWish();
     void removeShot();
     void installShot(ShotMaker make);
-    uint32_t setShot(ShotInterface* shot, ShotGate* gate);
-    void registerReceiver(uint32_t epoch);
+    void registerReceiver();
+    void setShot(ShotInterface* shot, ShotGate* gate);
 
-    static wp<CameraHardwareInterface>& singleton;  // guarded by Instance::lock
-
-    Mutex mLock;  // held while the service's callbacks are registered
+    mutable Mutex mLock;  // guards who is current and what is wished; a leaf, never held during a call out
     CallbackSet mCallbacks;
     sp<CameraHardwareInterface> mHardware;  // constant between construction and destruction
+    ShotInterface* mCurShot GUARDED_BY(mLock) = nullptr;
 
-    ShotInterface* mCurShot GUARDED_BY(mShotLock) = nullptr;
-    ShotGate* mCurGate GUARDED_BY(mShotLock) = nullptr;
-
-    mutable Mutex mShotLock;  // a leaf: held for a few assignments, never during a call out
-    // Counts the changes of who receives the vendor layer's messages (a shot or the adaptor).
-    uint32_t mReceiverEpoch GUARDED_BY(mShotLock) = 0;
-    bool mSwitching GUARDED_BY(mShotLock) = false;  // a thread is in switchTo's loop
-    bool mSwitchWanted GUARDED_BY(mShotLock) = false;
-    ShotMaker mWantedMaker GUARDED_BY(mShotLock) = nullptr;
-
-    ShotGate& mGate;  // the adaptor's own, for its trampolines
+    ShotGate* mCurGate GUARDED_BY(mLock) = nullptr;
+    Wish mWish GUARDED_BY(mLock);
+    bool mCarryingOut GUARDED_BY(mLock) = false;  // a thread is in carryOut's loop
+    ShotGate& mGate;                              // the adaptor's own, for its trampolines
 };
 
 }  // namespace android

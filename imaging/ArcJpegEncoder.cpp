@@ -2,17 +2,19 @@
 
 #include "imaging/ArcJpegEncoder.h"
 
-#include <arccamera/jpeg.h>
 #include <binder/MemoryBase.h>
 #include <binder/MemoryHeapBase.h>
 
 #include <limits>
+#include <utility>
 
-#include "imaging/TaggedLog.h"
+#include "imaging/System.h"
 
 namespace android {
 
 namespace {
+
+using Lines = ArcJpegUser::Lines;
 
 constexpr uint32_t kEncoderId = 0x81002202;
 constexpr uint32_t kEncoderVersion = 0x2000000;
@@ -20,60 +22,30 @@ constexpr uint32_t kEncoderKind = 2;
 constexpr uint32_t kSaveAsJpeg = 2;
 constexpr int64_t kStreamBytesPerPixel = 3;
 
-/// What distinguishes the users.
-struct UserTraits {
-    uint32_t registeredUse;
-    bool ownQuality;  // passes a quality
-    const char* tag;
-    bool firstAndLastLine;  // logs these
-    bool stepLines;         // logs those in between
-};
-
-UserTraits traitsOf(ArcJpegUser user) {
-    switch (user) {
-        case ArcJpegUser::Panorama:
-            return {5, false, "ShotPanorama", true, true};
-        case ArcJpegUser::Continuous:
-            return {3, true, "ShotContinuous", true, false};
-        case ArcJpegUser::Action:
-            break;
-    }
-    return {3, true, "ShotAction", false, false};
-}
-
 /// The library's numbers for handles and addresses in log lines.
 int asInt(const void* pointer) {
     return static_cast<int>(reinterpret_cast<intptr_t>(pointer));
 }
 
-/// A component manager with the JPEG encoder in it, for one picture. A library without the operation to give it up
-/// keeps it.
-class ComponentManager {
-public:
-    explicit ComponentManager(uint32_t use) {
-        if (AMCM_Create(nullptr, &mHandle) != 0)
-            mHandle = nullptr;
-        else
-            AMCM_RegisterEx(mHandle, kEncoderId, kEncoderVersion, kEncoderKind, use,
-                            reinterpret_cast<void*>(MEncoder_AJL2Create));
-    }
-    ~ComponentManager() {
-        if (mHandle && AMCM_Destroy)
-            AMCM_Destroy(mHandle);
-    }
-    ComponentManager(const ComponentManager&) = delete;
-    ComponentManager& operator=(const ComponentManager&) = delete;
+unsigned asHex(const void* pointer) {
+    return static_cast<unsigned>(asInt(pointer));
+}
 
-    MHandle handle() const { return mHandle; }
+/// A component manager with the JPEG encoder in it, for one picture; null when there is none.
+MHandle newManager(uint32_t use) {
+    MHandle manager = nullptr;
+    if (AMCM_Create(nullptr, &manager) != 0 || !manager)
+        return nullptr;
+    AMCM_RegisterEx(manager, kEncoderId, kEncoderVersion, kEncoderKind, use,
+                    reinterpret_cast<void*>(MEncoder_AJL2Create));
+    return manager;
+}
 
-private:
-    MHandle mHandle = nullptr;
-};
-
+/// As many bytes as the frame's size asks for, as far as the library can be told so many.
 int32_t streamCapacity(const ArcJpegFrame& frame) {
-    const int64_t bytes = kStreamBytesPerPixel * frame.width * frame.height;
-    return bytes <= std::numeric_limits<int32_t>::max() ? static_cast<int32_t>(bytes)
-                                                        : std::numeric_limits<int32_t>::max();
+    constexpr int64_t kMost = std::numeric_limits<int32_t>::max();
+    const int64_t pixels = int64_t{frame.width} * frame.height;
+    return static_cast<int32_t>(pixels <= kMost / kStreamBytesPerPixel ? kStreamBytesPerPixel * pixels : kMost);
 }
 
 MBITMAP bitmapOf(const ArcJpegFrame& frame) {
@@ -83,23 +55,25 @@ MBITMAP bitmapOf(const ArcJpegFrame& frame) {
     bitmap.lHeight = frame.height;
     for (int32_t& pitch : bitmap.lPitch)
         pitch = frame.width;
-    uint8_t* const chroma = frame.pixels + static_cast<size_t>(frame.width) * frame.height;
+    uint8_t* const chroma = frame.pixels + static_cast<size_t>(frame.width) * static_cast<size_t>(frame.height);
     bitmap.pPlane[0] = frame.pixels;
     bitmap.pPlane[1] = chroma + 1;
     bitmap.pPlane[2] = chroma;
     return bitmap;
 }
 
-/// The stream's contents in a heap of their size.
+/// The stream's contents in a heap of their size; a region of no bytes when there is no memory for them.
 sp<IMemory> readStream(MHandle stream) {
     MStreamSeek(stream, 0, 0);
     const int32_t size = MStreamGetSize(stream);
-    const size_t bytes = size > 0 ? static_cast<size_t>(size) : 0;
-    const sp<IMemoryHeap> heap = new MemoryHeapBase(bytes, 0, nullptr);
+    size_t bytes = size > 0 ? static_cast<size_t>(size) : 0;
+    sp<MemoryHeapBase> heap = os::newHeap(bytes);
     MStreamSeek(stream, 0, 0);
-    if (heap->getSize() >= bytes)
+    if (heap.get())
         MStreamRead(stream, heap->base(), static_cast<int32_t>(bytes));
-    return new MemoryBase(heap, 0, heap->getSize() >= bytes ? bytes : 0);
+    else
+        heap = os::newHeap(bytes = 0);
+    return new MemoryBase(heap, 0, bytes);
 }
 
 }  // namespace
@@ -115,45 +89,53 @@ int32_t arcJpegQuality(int32_t jpegQualityParameter) {
     }
 }
 
-bool encodeArcJpeg(ArcJpegUser user, const ArcJpegFrame& frame, int32_t quality,
-                   const std::function<bool(const sp<IMemory>&)>& deliver) {
-    const UserTraits traits = traitsOf(user);
-    const TaggedLog log(traits.tag);
+ArcJpegEncoding::ArcJpegEncoding(const ArcJpegUser& user, const ArcJpegFrame& frame, std::optional<int32_t> quality)
+    : mUser(user), mManager(newManager(user.registeredUse)) {
+    if (writes(Lines::FirstAndLast))
+        mUser.log.error("encode2ArcJpegData() - 1");
+    mStream = MStreamOpenFromMemoryBlock(nullptr, streamCapacity(frame));
+    if (writes(Lines::All))
+        mUser.log.error("encode2ArcJpegData() - 2 - hStreamSave:%d", asInt(mStream));
+    if (mStream)
+        encode(frame, quality);
+}
 
-    const ComponentManager manager(traits.registeredUse);
-    if (traits.firstAndLastLine)
-        log.error("encode2ArcJpegData() - 1");
-    const MHandle stream = MStreamOpenFromMemoryBlock(nullptr, streamCapacity(frame));
-    if (traits.stepLines)
-        log.error("encode2ArcJpegData() - 2 - hStreamSave:%d", asInt(stream));
-    if (!stream)
-        return true;
+void ArcJpegEncoding::encode(const ArcJpegFrame& frame, std::optional<int32_t> quality) {
+    mBitmap = bitmapOf(frame);
+    if (writes(Lines::All))
+        mUser.log.error("encode2ArcJpegData() - 3 - capture.pPlane[0]:%d", asInt(mBitmap.pPlane[0]));
+    const MRESULT saved = quality ? MdBitmapSaveEx(mManager, mStream, kSaveAsJpeg, &mBitmap, *quality, frame.format)
+                                  : MdBitmapSave(mManager, mStream, kSaveAsJpeg, &mBitmap);
+    if (writes(Lines::All))
+        mUser.log.error("encode2ArcJpegData() - 4 - res:%d", saved);
+    mPicture = readStream(mStream);
+}
 
-    MBITMAP bitmap = bitmapOf(frame);
-    if (traits.stepLines)
-        log.error("encode2ArcJpegData() - 3 - capture.pPlane[0]:%d", asInt(bitmap.pPlane[0]));
-    const MRESULT saved = traits.ownQuality
-                              ? MdBitmapSaveEx(manager.handle(), stream, kSaveAsJpeg, &bitmap, quality, frame.format)
-                              : MdBitmapSave(manager.handle(), stream, kSaveAsJpeg, &bitmap);
-    if (traits.stepLines)
-        log.error("encode2ArcJpegData() - 4 - res:%d", saved);
+void ArcJpegEncoding::end() {
+    if (!mStream)
+        return;
+    if (writes(Lines::All))
+        mUser.log.error("encode2ArcJpegData() - 5 - heap->base():%d,lStreamSize:%d", asInt(mPicture->pointer()),
+                        static_cast<int>(mPicture->size()));
+    closeStream();
+    mPicture.clear();
+    if (writes(Lines::All))
+        mUser.log.error("encode2ArcJpegData() - 6 - pPlane[0]:%x,pPlane[1]:%x,pPlane[2]:%x", asHex(mBitmap.pPlane[0]),
+                        asHex(mBitmap.pPlane[1]), asHex(mBitmap.pPlane[2]));
+    if (writes(Lines::FirstAndLast))
+        mUser.log.error("encode2ArcJpegData() - end");
+}
 
-    bool alive = true;
-    {
-        const sp<IMemory> picture = readStream(stream);
-        alive = deliver(picture);
-        if (traits.stepLines)
-            log.error("encode2ArcJpegData() - 5 - heap->base():%d,lStreamSize:%d", asInt(picture->pointer()),
-                      static_cast<int>(picture->size()));
-        MStreamClose(stream);
-    }
-    if (traits.stepLines)
-        log.error("encode2ArcJpegData() - 6 - pPlane[0]:%x,pPlane[1]:%x,pPlane[2]:%x",
-                  static_cast<unsigned>(asInt(bitmap.pPlane[0])), static_cast<unsigned>(asInt(bitmap.pPlane[1])),
-                  static_cast<unsigned>(asInt(bitmap.pPlane[2])));
-    if (traits.firstAndLastLine)
-        log.error("encode2ArcJpegData() - end");
-    return alive;
+ArcJpegEncoding::~ArcJpegEncoding() {
+    closeStream();
+    // A library without the operation to give the manager up keeps it.
+    if (mManager && AMCM_Destroy)
+        AMCM_Destroy(mManager);
+}
+
+void ArcJpegEncoding::closeStream() {
+    if (mStream)
+        MStreamClose(std::exchange(mStream, nullptr));
 }
 
 }  // namespace android

@@ -4,18 +4,19 @@
 
 #include <cstring>
 
+#include "imaging/System.h"
+
 namespace android {
 
 void copyToSharedMemory(const void* data, size_t size, sp<MemoryHeapBase>* heap, sp<MemoryBase>* memory) {
     memory->clear();
     heap->clear();
-    if (!data)
-        size = 0;
-    *heap = new MemoryHeapBase(size, 0, nullptr);
-    if (!(*heap)->base())
-        size = 0;
-    if (size)
+    if (data && size > 0)
+        *heap = os::newHeap(size);
+    if (heap->get())
         std::memcpy((*heap)->base(), data, size);
+    else
+        *heap = os::newHeap(size = 0);
     *memory = new MemoryBase(*heap, 0, size);
 }
 

@@ -21,8 +21,8 @@ struct CallbackAndCookie {
 /// Stores the callbacks and the cookie that a shot or the adaptor was given.
 ///
 /// Any thread may store and any thread may read at any time: a reader never combines the callback of one registration
-/// with the cookie of another. Readers do not block; they retry while a store is half done (a sequence counter, odd
-/// during a store). All values are null after construction.
+/// with the cookie of another. A reader takes no lock unless it meets a store that is half done (a sequence counter,
+/// odd during a store): then it waits for the end of that. All values are null after construction.
 class CallbackSet {
 public:
     void store(notify_callback notify, data_callback data, data_callback_timestamp dataTimestamp, void* cookie) {
@@ -44,13 +44,13 @@ public:
 private:
     template <typename Callback>
     CallbackAndCookie<Callback> read(const std::atomic<Callback>& callback) const {
-        for (;;) {
-            const uint32_t before = mSequence.load(std::memory_order_acquire);
-            const CallbackAndCookie<Callback> copy{callback.load(std::memory_order_acquire),
-                                                   mCallbackCookie.load(std::memory_order_acquire)};
-            if (before % 2 == 0 && mSequence.load(std::memory_order_relaxed) == before)
-                return copy;
-        }
+        const uint32_t before = mSequence.load(std::memory_order_acquire);
+        const CallbackAndCookie<Callback> copy{callback.load(std::memory_order_acquire),
+                                               mCallbackCookie.load(std::memory_order_acquire)};
+        if (before % 2 == 0 && mSequence.load(std::memory_order_relaxed) == before)
+            return copy;
+        const AutoMutex held(mStoreLock);
+        return {callback.load(std::memory_order_relaxed), mCallbackCookie.load(std::memory_order_relaxed)};
     }
 
     std::atomic<notify_callback> mNotifyCb{nullptr};
@@ -58,7 +58,7 @@ private:
     std::atomic<data_callback_timestamp> mDataCbTimestamp{nullptr};
     std::atomic<void*> mCallbackCookie{nullptr};
     std::atomic<uint32_t> mSequence{0};
-    Mutex mStoreLock;  // writers only, held for the six stores
+    mutable Mutex mStoreLock;  // a leaf, held for the six stores
 };
 
 }  // namespace android

@@ -1,4 +1,4 @@
-// Sizes and layouts of preview frames.
+// How a shot looks at the bytes of a message: what is really there, and the preview frame in it.
 
 #include "shots/PreviewFrame.h"
 
@@ -19,7 +19,49 @@ uint64_t frameSize(int32_t width, int32_t height, uint64_t bytesOfTwoPixels) {
     return width > 0 && height > 0 ? uint64_t(width) * uint64_t(height) * bytesOfTwoPixels / 2 : 0;
 }
 
+constexpr struct {
+    const char* name;
+    FrameLayout layout;
+} kLayouts[] = {{"yuv420sp", FrameLayout::SemiPlanar},
+                {"yuv420sp_custom", FrameLayout::SemiPlanar},
+                {"yuv420p", FrameLayout::Planar}};
+
 }  // namespace
+
+RegionBytes regionBytesOf(const sp<IMemory>& memory) {
+    RegionBytes bytes;
+    if (!memory.get())
+        return bytes;
+    ssize_t offset = 0;
+    size_t size = 0;
+    const sp<IMemoryHeap> heap = memory->getMemory(&offset, &size);
+    if (!heap.get() || !heap->base() || size == 0)
+        return bytes;
+    const size_t heapSize = heap->getSize();
+    bytes.fault = RegionFault::BeyondHeap;
+    if (offset < 0 || static_cast<size_t>(offset) > heapSize || size > heapSize - static_cast<size_t>(offset))
+        return bytes;
+    return {static_cast<uint8_t*>(heap->base()) + offset, size, RegionFault::None};
+}
+
+FrameLayout layoutOfFormat(const char* name) {
+    if (!name)
+        return FrameLayout::SemiPlanar;
+    for (const auto& known : kLayouts) {
+        if (std::strcmp(name, known.name) == 0)
+            return known.layout;
+    }
+    return FrameLayout::Other;
+}
+
+std::optional<PreviewFrame> PreviewFrame::in(const RegionBytes& bytes, int32_t width, int32_t height,
+                                             FrameLayout layout) {
+    const uint64_t needed = yuv420FrameSize(width, height);
+    if (!bytes || needed == 0 || bytes.size < needed)
+        return std::nullopt;
+    const size_t luma = static_cast<size_t>(width) * static_cast<size_t>(height);
+    return PreviewFrame{bytes.data, bytes.data + luma, width, height, layout};
+}
 
 size_t previewFrameSize(const CameraParameters& params, const TaggedLog& log) {
     const char* const format = params.getPreviewFormat();

@@ -1,8 +1,7 @@
 // The callback pattern that all modes share.
 #pragma once
 
-#include <android/log.h>
-
+#include <optional>
 #include <utility>
 
 #include "shots/CallbackSet.h"
@@ -14,19 +13,35 @@ namespace android {
 /// trampolines with the vendor layer, and relays.
 ///
 /// `Mode` has a public `static constexpr char kTag[]`, its class name, and hides the `process...` members that it
-/// changes. It is created with `makeShot<Mode>` and, outside the adaptor, deleted with `retireShot`.
+/// changes, `processCommand` among them. It is created with `makeShot<Mode>` and deleted with `retireShot`.
 ///
 /// Threads: the trampolines run on whatever thread the vendor layer calls them, several at once if it does so. They
 /// enter the shot's gate first; a message for a shot that was retired is dropped.
 template <typename Mode>
 class ShotCallbacks : public ShotCommon {
 public:
-    /// Without a vendor layer only writes a line and stores nothing.
+    /// Without a vendor layer only writes a line and stores nothing. Not while the shot is being retired: who owns it
+    /// registers and retires on one thread at a time.
     void setCallbacks(notify_callback notify, data_callback data, data_callback_timestamp dataTimestamp,
                       void* user) override {
         const sp<CameraHardwareInterface> hardware = hardwareOrLog();
-        if (hardware.get())
-            registerCallbacks(hardware, notify, data, dataTimestamp, user);
+        if (!hardware.get())
+            return;
+        const AutoMutex held(mLock);
+        mCallbacks.store(notify, data, dataTimestamp, user);
+        (void)callOut(
+            [&, self = this] { hardware->setCallbacks(notifyCallback, dataCallback, dataCallbackTimestamp, self); });
+    }
+
+    /// Without a vendor layer only writes a line; otherwise the mode's `processCommand` has it.
+    status_t sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) override {
+        if (!hardwareOrLog().get())
+            return INVALID_OPERATION;
+        return static_cast<Mode*>(this)->processCommand(cmd, arg1, arg2);
+    }
+    /// A command that a mode does not know goes to the vendor layer.
+    status_t processCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
+        return ShotCommon::sendCommand(cmd, arg1, arg2);
     }
 
     static void notifyCallback(int32_t msgType, int32_t ext1, int32_t ext2, void* user) {
@@ -52,12 +67,33 @@ protected:
     /// The vendor layer; when there is none, writes the mode's line for that.
     sp<CameraHardwareInterface> hardwareOrLog() const {
         if (!mHardware.get())
-            __android_log_print(ANDROID_LOG_ERROR, Mode::kTag, "mHardware is NULL, returning.");
+            log().error("mHardware is NULL, returning.");
         return mHardware;
     }
 
+    /// The frame of the preview's size in a preview message; nothing, with a line, when it is not really there.
+    std::optional<PreviewFrame> previewFrameOf(const sp<IMemory>& data) {
+        return previewFrameOf(data, mPreviewWidth, mPreviewHeight);
+    }
+    /// The same for a size of the caller's.
+    std::optional<PreviewFrame> previewFrameOf(const sp<IMemory>& data, int32_t width, int32_t height) {
+        const RegionBytes bytes = previewBytesOf(data);
+        const std::optional<PreviewFrame> frame = PreviewFrame::in(bytes, width, height, mPreviewLayout);
+        if (bytes && !frame)
+            tellFault(RegionFault::TooSmall, bytes.size, log());
+        return frame;
+    }
+    /// The bytes of a preview message, for work that does not look into the frame; none, with a line, when they are not
+    /// really there.
+    RegionBytes previewBytesOf(const sp<IMemory>& data) {
+        const RegionBytes bytes = regionBytesOf(data);
+        if (!bytes)
+            tellFault(bytes.fault, bytes.size, log());
+        return bytes;
+    }
+
     /// What most modes do first with a data message: whether they may go on. Otherwise it was dropped for want of a
-    /// callback, or, being without memory, passed on with an error: return then, as after a sender's false.
+    /// callback, or, being without memory, passed on with an error: return then, as when the shot is gone.
     [[nodiscard]] bool admitData(int32_t msgType, const sp<IMemory>& data) {
         if (!haveDataCallbackOrLog())
             return false;
@@ -69,41 +105,43 @@ protected:
     [[nodiscard]] bool haveDataCallbackOrLog() const {
         if (mCallbacks.data())
             return true;
-        __android_log_print(ANDROID_LOG_ERROR, Mode::kTag, "mDataCb is NULL, returning.");
+        log().error("mDataCb is NULL, returning.");
         return false;
     }
     /// Passes a data message on that has no memory, with an error before it. The last thing that its caller does.
     void sendWithoutMemory(int32_t msgType, const sp<IMemory>& data) {
-        __android_log_print(ANDROID_LOG_ERROR, Mode::kTag, "Null data returned in data callback");
-        if (sendNotifyIfSet(CAMERA_MSG_ERROR, UNKNOWN_ERROR, 0))
+        log().error("Null data returned in data callback");
+        if (!gone(sendNotifyIfSet(CAMERA_MSG_ERROR, UNKNOWN_ERROR, 0)))
             (void)sendData(msgType, data);
     }
 
     /// Each sender calls the stored callback from outside the gate, or writes a line and drops the message when there
-    /// is none. False when the shot was retired during the call: return at once then, without touching `this`.
-    [[nodiscard]] bool sendNotify(int32_t msgType, int32_t ext1, int32_t ext2) {
+    /// is none. It passes the gate in either case.
+    AfterCall sendNotify(int32_t msgType, int32_t ext1, int32_t ext2) {
         return send(mCallbacks.notify(), "mNotifyCb is NULL, returning.",
                     [=](auto to) { to.callback(msgType, ext1, ext2, to.cookie); });
     }
-    [[nodiscard]] bool sendData(int32_t msgType, const sp<IMemory>& data) {
+    AfterCall sendData(int32_t msgType, const sp<IMemory>& data) {
         return send(mCallbacks.data(), "mDataCb is NULL, returning.",
                     [&](auto to) { to.callback(msgType, data, to.cookie); });
     }
-    [[nodiscard]] bool sendDataTimestamp(int64_t timestamp, int32_t msgType, const sp<IMemory>& data) {
+    AfterCall sendDataTimestamp(int64_t timestamp, int32_t msgType, const sp<IMemory>& data) {
         return send(mCallbacks.dataTimestamp(), "mDataCbTimestamp is NULL, returning.",
                     [&](auto to) { to.callback(timestamp, msgType, data, to.cookie); });
     }
     /// As the senders above, but without a line when there is no callback.
-    [[nodiscard]] bool sendNotifyIfSet(int32_t msgType, int32_t ext1, int32_t ext2) {
-        return !mCallbacks.notify() || sendNotify(msgType, ext1, ext2);
+    AfterCall sendNotifyIfSet(int32_t msgType, int32_t ext1, int32_t ext2) {
+        return mCallbacks.notify() ? sendNotify(msgType, ext1, ext2) : passGate();
     }
-    [[nodiscard]] bool sendDataIfSet(int32_t msgType, const sp<IMemory>& data) {
-        return !mCallbacks.data() || sendData(msgType, data);
+    AfterCall sendDataIfSet(int32_t msgType, const sp<IMemory>& data) {
+        return mCallbacks.data() ? sendData(msgType, data) : passGate();
     }
 
     CallbackSet mCallbacks;
 
 private:
+    static constexpr TaggedLog log() { return TaggedLog(Mode::kTag); }
+
     static ShotGate::Kind kind() {
         static const char here = 0;
         return &here;
@@ -112,7 +150,7 @@ private:
     template <typename Deliver>
     static void deliver(void* user, Deliver deliver) {
         if (!user) {
-            __android_log_print(ANDROID_LOG_ERROR, Mode::kTag, "%s is NULL, returning.", Mode::kTag);
+            log().error("%s is NULL, returning.", Mode::kTag);
             return;
         }
         if (const ShotGate::Entry inside{user, kind()})
@@ -120,26 +158,11 @@ private:
     }
 
     template <typename Target, typename Send>
-    [[nodiscard]] bool send(Target to, const char* lineWithout, Send send) {
+    AfterCall send(Target to, const char* lineWithout, Send send) {
         if (to)
             return callOut([&] { send(to); });
-        __android_log_print(ANDROID_LOG_ERROR, Mode::kTag, "%s", lineWithout);
-        return true;
-    }
-
-    // A thread that finds the lock taken leaves the registration to its holder, which makes the very same one: waiting
-    // for it would be waiting for the vendor layer, which may be waiting for this thread's callback to end.
-    void registerCallbacks(const sp<CameraHardwareInterface>& hardware, notify_callback notify, data_callback data,
-                           data_callback_timestamp dataTimestamp, void* user) NO_THREAD_SAFETY_ANALYSIS {
-        Mutex& lock = mLock;  // outlives the shot, as the registration may
-        const bool locked = lock.tryLock() == 0;
-        mCallbacks.store(notify, data, dataTimestamp, user);
-        if (!locked)
-            return;
-        void* const self = this;
-        const ShotGate::Outside outside(gate());
-        hardware->setCallbacks(notifyCallback, dataCallback, dataCallbackTimestamp, self);
-        lock.unlock();
+        log().error("%s", lineWithout);
+        return passGate();
     }
 };
 
@@ -152,9 +175,11 @@ Mode* makeShot(const sp<CameraHardwareInterface>& hardware) {
 }
 
 /// Takes a shot out of use and deletes it: lets nobody in any more, waits for the shot's own work in flight, takes the
-/// vendor layer from it. `gate` is the shot's. Not from inside the shot.
+/// vendor layer from it. `gate` is the shot's. From inside the shot, where it would wait for itself, it only closes the
+/// gate, with a line.
 inline void retireShot(ShotInterface* shot, ShotGate& gate) {
-    gate.retire();
+    if (!gate.retire())
+        return;
     shot->setCameraHardware(nullptr);
     delete shot;
 }

@@ -2,7 +2,6 @@
 
 #include "shots/ShotCommon.h"
 
-#include <android/log.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -12,7 +11,7 @@ namespace android {
 
 namespace {
 
-constexpr const char* kTag = "ShotCommon";
+constexpr TaggedLog kLog("ShotCommon");
 
 struct FormatName {
     const char* name;
@@ -36,13 +35,13 @@ int32_t colorFormatFromName(const char* name) {
 }
 
 ShotCommon::ShotCommon(sp<CameraHardwareInterface> hardware, ShotGate& gate)
-    : mGate(gate), mLock(gate.registrationLock()), mHardware(std::move(hardware)) {
-    __android_log_print(ANDROID_LOG_INFO, kTag, "ShotCommon created: pid=%d", getpid());
+    : mHardware(std::move(hardware)), mGate(gate) {
+    kLog.info("ShotCommon created: pid=%d", getpid());
     init();
 }
 
 ShotCommon::~ShotCommon() {
-    __android_log_print(ANDROID_LOG_INFO, kTag, "ShotCommon destroyed: pid=%d", getpid());
+    kLog.info("ShotCommon destroyed: pid=%d", getpid());
     mHardware.clear();
     mGate.close();
     mGate.giveUp();
@@ -60,31 +59,30 @@ void ShotCommon::getInformationFromHardware() {
     const CameraParameters params = mHardware->getParameters();
 
     takePreviewSize(params);
-    __android_log_print(ANDROID_LOG_INFO, kTag, "Preview width(%d), height(%d)", mPreviewWidth.load(),
-                        mPreviewHeight.load());
+    kLog.info("Preview width(%d), height(%d)", mPreviewWidth.load(), mPreviewHeight.load());
     if (const char* format = params.getPreviewFormat()) {
-        __android_log_print(ANDROID_LOG_INFO, kTag, "Preview color format %s", format);
+        kLog.info("Preview color format %s", format);
         mPreviewFormat = colorFormatFromName(format);
+        mPreviewLayout = layoutOfFormat(format);
     }
     int width = 0;
     int height = 0;
     params.getPictureSize(&width, &height);
     mPictureWidth = width;
     mPictureHeight = height;
-    __android_log_print(ANDROID_LOG_INFO, kTag, "Picture width(%d), height(%d)", mPictureWidth.load(),
-                        mPictureHeight.load());
+    kLog.info("Picture width(%d), height(%d)", mPictureWidth.load(), mPictureHeight.load());
     if (const char* format = params.getPictureFormat()) {
-        __android_log_print(ANDROID_LOG_INFO, kTag, "Picture color format %s", format);
+        kLog.info("Picture color format %s", format);
         mPictureFormat = colorFormatFromName(format);
     }
 }
 
 void ShotCommon::logHardwareMissing() {
-    __android_log_print(ANDROID_LOG_ERROR, kTag, "mHardware is NULL, returning.");
+    kLog.error("mHardware is NULL, returning.");
 }
 
 void ShotCommon::setCallbacks(notify_callback, data_callback, data_callback_timestamp, void*) {
-    __android_log_print(ANDROID_LOG_ERROR, kTag, "setCallbacks must be implemented in each shot");
+    kLog.error("setCallbacks must be implemented in each shot");
 }
 
 void ShotCommon::takePreviewSize(const CameraParameters& params) {
@@ -93,6 +91,26 @@ void ShotCommon::takePreviewSize(const CameraParameters& params) {
     params.getPreviewSize(&width, &height);
     mPreviewWidth = width;
     mPreviewHeight = height;
+}
+
+void ShotCommon::tellFault(RegionFault fault, size_t size, const TaggedLog& log) {
+    const uint32_t bit = 1U << static_cast<unsigned>(fault);
+    if (mFaultsTold.fetch_or(bit) & bit)
+        return;
+    switch (fault) {
+        case RegionFault::None:
+            break;
+        case RegionFault::NoMemory:
+            log.error("a preview frame has no memory; such frames are passed on as they are");
+            break;
+        case RegionFault::BeyondHeap:
+            log.error("a preview frame reaches beyond its heap; such frames are passed on as they are");
+            break;
+        case RegionFault::TooSmall:
+            log.error("a preview frame of %zu bytes is smaller than %d x %d; such frames are passed on as they are",
+                      size, mPreviewWidth.load(), mPreviewHeight.load());
+            break;
+    }
 }
 
 status_t ShotCommon::startPreview() {

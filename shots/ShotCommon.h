@@ -2,19 +2,30 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
+#include "shots/PreviewFrame.h"
 #include "shots/ShotGate.h"
 #include "shots/ShotInterface.h"
 
 namespace android {
+
+/// What a call out of a shot came back with. It says nothing of whether the call succeeded.
+enum class [[nodiscard]] AfterCall{
+    GoOn,
+    ShotGone,  // the shot was retired during the call: return at once, without touching `this`
+};
+constexpr bool gone(AfterCall after) {
+    return after == AfterCall::ShotGone;
+}
 
 /// Forwards every operation to the vendor layer and keeps the geometry that the modes need. A mode derives from
 /// `ShotCallbacks<Mode>` and overrides what it changes.
 ///
 /// Threads: any thread may call any operation while it is inside the shot's gate. Every call that leaves the shot, to
 /// the vendor layer or to the stored callbacks, is made through `callOut` (or the senders of `ShotCallbacks`); when
-/// that returns false the shot was retired during the call, and the caller returns without touching `this`.
+/// that comes back with `ShotGone` the caller returns without touching `this`.
 class ShotCommon : public ShotInterface {
 public:
     ~ShotCommon() override;
@@ -57,13 +68,16 @@ protected:
     void init();
     void getInformationFromHardware();
 
-    /// Runs `call` outside the shot's gate. False when the shot was retired during the call: return at once then,
-    /// without touching `this`. What `call` needs of the shot it captures by value beforehand.
+    /// Runs `call` outside the shot's gate. What `call` needs of the shot it captures by value beforehand.
     template <typename Call>
-    [[nodiscard]] bool callOut(Call&& call) const {
+    AfterCall callOut(Call&& call) const {
         ShotGate::Outside outside(mGate);
         call();
-        return outside.comeBack();
+        return outside.comeBack() ? AfterCall::GoOn : AfterCall::ShotGone;
+    }
+    /// Passes the gate without a call, so that long work learns that its shot is gone.
+    AfterCall passGate() const {
+        return callOut([] {});
     }
 
     /// Calls one operation of the vendor layer from outside the gate and returns its result, or writes the line for a
@@ -92,21 +106,19 @@ protected:
     template <typename Prepare>
     status_t startPreviewAfter(const sp<CameraHardwareInterface>& hardware, Prepare prepare) {
         CameraParameters params;
-        if (!callOut([&] { params = hardware->getParameters(); }))
+        if (gone(callOut([&] { params = hardware->getParameters(); })))
             return hardware->startPreview();
+        mFaultsTold = 0;
         prepare(params);
         const ShotGate::Outside outside(mGate);
         return hardware->startPreview();
     }
     void takePreviewSize(const CameraParameters& params);
 
-private:
-    static void logHardwareMissing();
+    /// Writes one line to `log` for each kind of fault and preview start.
+    void tellFault(RegionFault fault, size_t size, const TaggedLog& log);
 
-    ShotGate& mGate;
-
-protected:
-    Mutex& mLock;  // held while callbacks are registered with the vendor layer; kept in the gate
+    Mutex mLock;  // held while callbacks are registered with the vendor layer
 
     // Changed only at construction and by setCameraHardware, when no other thread is inside.
     sp<CameraHardwareInterface> mHardware;
@@ -117,6 +129,13 @@ protected:
     std::atomic<int32_t> mPictureWidth{0};
     std::atomic<int32_t> mPictureHeight{0};
     std::atomic<int32_t> mPictureFormat{0};
+    std::atomic<FrameLayout> mPreviewLayout{FrameLayout::SemiPlanar};  // of the preview format, as `mPreviewFormat`
+
+private:
+    static void logHardwareMissing();
+
+    std::atomic<uint32_t> mFaultsTold{0};  // a bit for each RegionFault
+    ShotGate& mGate;
 };
 
 /// Colour-format codes of the platform's format names.

@@ -28,18 +28,15 @@ public:
     /// Takes a closed block for the object `key` of class `kind`; the caller holds it until `giveUp`. Any thread.
     static ShotGate& take(void* key, Kind kind);
     /// Gives the caller's hold up. The block must be closed. Any thread.
-    void giveUp() { subHold(0); }
+    void giveUp() { subHold(); }
 
     /// Lets threads in. The object must be fully constructed.
     void publish();
     /// Lets nobody in any more. Threads inside go on.
     void close();
-    /// Closes, and waits until nobody is inside. Not from inside.
-    void retire();
-
-    /// Held while the object registers its callbacks with the vendor layer. It lives here and not in the object because
-    /// a registration in flight may outlive the object.
-    Mutex& registrationLock() { return mRegistrationLock; }
+    /// Closes, and waits until nobody is inside; then true. From inside, where it would wait for itself, it is refused
+    /// with a line and false: the block is closed, and the object must not be deleted.
+    [[nodiscard]] bool retire();
 
     /// Keeps the block from being reused, for threads that the object starts itself.
     class Hold {
@@ -70,10 +67,9 @@ public:
 
     private:
         friend class ShotGate;
-        void enter(ShotGate* gate, uint32_t lane);
+        void enter(ShotGate* gate);
 
         ShotGate* mGate = nullptr;
-        uint32_t mLane = 0;
         bool mInside = false;
         Entry* mOuter = nullptr;  // the thread's next outer entry
     };
@@ -101,40 +97,33 @@ public:
     };
 
 private:
-    // A state word: bit 31 closed, bits 16 to 30 threads inside, bits 0 to 15 holds on the block. There are several,
-    // each on a cache line of its own, and a thread always uses the same one, so that threads that deliver at the same
-    // time do not wait for each other's cache lines. `closed` is the same in all of them; the counts add up.
+    // The state word: bit 31 closed, bits 16 to 30 threads inside, bits 0 to 15 holds on the block. A block that is
+    // closed with neither is free.
     static constexpr uint32_t kClosed = 1u << 31;
     static constexpr uint32_t kInsideOne = 1u << 16;
     static constexpr uint32_t kInsideMask = 0x7FFFu << 16;
     static constexpr uint32_t kHoldOne = 1;
-    static constexpr uint32_t kLanes = 4;
-
-    struct alignas(64) Lane {
-        std::atomic<uint32_t> state{kClosed};
-    };
 
     ShotGate() = default;
 
     bool tryReuse(void* key, Kind kind);
     bool isKeyedTo(void* key, Kind kind) const;
-    bool anyInside() const;
-    bool addInside(uint32_t lane, uint32_t alsoHold);
-    void subInside(uint32_t lane, uint32_t alsoHold);
-    void addHold() { mLanes[0].state.fetch_add(kHoldOne, std::memory_order_relaxed); }
-    void subHold(uint32_t lane) { mLanes[lane].state.fetch_sub(kHoldOne, std::memory_order_release); }
+    bool isThisThreadInside() const;
+    bool addInside(uint32_t alsoHold);
+    void subInside(uint32_t alsoHold);
+    void addHold() { mState.fetch_add(kHoldOne, std::memory_order_relaxed); }
+    void subHold() { mState.fetch_sub(kHoldOne, std::memory_order_release); }
 
     static std::atomic<ShotGate*> sFirst;
     static thread_local Entry* sInnermost;
 
-    Lane mLanes[kLanes];
+    std::atomic<uint32_t> mState{kClosed};
     std::atomic<void*> mKey{nullptr};
     std::atomic<Kind> mKind{nullptr};
     ShotGate* mNext = nullptr;  // written before the block is linked, then constant
 
     Mutex mDrainLock;
     Condition mDrained;
-    Mutex mRegistrationLock;
 };
 
 }  // namespace android

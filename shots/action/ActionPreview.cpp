@@ -131,7 +131,7 @@ void ShotAction::DrawOnPreviewAcquisition(OPT_API_ASImage& image) {
 
 /// Tells the application of a frame that was handled. False when the shot was retired meanwhile.
 bool ShotAction::reportAcquisition(uint32_t series, bool accepted) {
-    if (accepted && !sendNotifyIfSet(CAMERA_MSG_ACTION_FRAME_ACCEPTED, 0, 0))
+    if (accepted && gone(sendNotifyIfSet(CAMERA_MSG_ACTION_FRAME_ACCEPTED, 0, 0)))
         return false;
     int progress = 0;
     {
@@ -141,7 +141,7 @@ bool ShotAction::reportAcquisition(uint32_t series, bool accepted) {
         mProgress = ActionShot_AcquisitionProgress(mActionShot);
         progress = mProgress;
     }
-    return sendNotifyIfSet(CAMERA_MSG_ACTION_ACQUISITION_PROGRESS, progress, 0);
+    return !gone(sendNotifyIfSet(CAMERA_MSG_ACTION_ACQUISITION_PROGRESS, progress, 0));
 }
 
 void ShotAction::DrawHorizontalLine(OPT_API_ASImage& image, int y, int x0, int x1, uint8_t Y, uint8_t C1, uint8_t C2) {

@@ -12,13 +12,14 @@
 
 #include "imaging/ArcJpegEncoder.h"
 #include "imaging/TaggedLog.h"
-#include "shots/Commands.h"
+#include "shots/Modes.h"
 
 namespace android {
 
 namespace {
 
 constexpr TaggedLog kLog(ShotAction::kTag);
+constexpr ArcJpegUser kJpegUser = {3, kLog, ArcJpegUser::Lines::None};
 
 constexpr unsigned kInitialBlocks = 8;
 constexpr unsigned kMostBlocks = 25;
@@ -168,9 +169,7 @@ bool ShotAction::releaseTempBuffer() {
 
 // --- Commands
 
-status_t ShotAction::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
-    if (!hardwareOrLog().get())
-        return INVALID_OPERATION;
+status_t ShotAction::processCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
     if (cmd == ACTION_SHOT_START_CAPTURE) {
         const AutoMutex held(mEngineLock);
         if (!mCapturing)
@@ -301,7 +300,7 @@ std::optional<int> ShotAction::StopCapture(bool byItself, uint32_t series) {
             return 0;
         }
     }
-    if (!sendNotifyIfSet(CAMERA_MSG_ACTION_CREATION_BEGIN, 0, 0))
+    if (gone(sendNotifyIfSet(CAMERA_MSG_ACTION_CREATION_BEGIN, 0, 0)))
         return std::nullopt;
     return createResult(series);
 }
@@ -319,11 +318,11 @@ std::optional<int> ShotAction::createResult(uint32_t series) {
             more = mActionShot && ActionShot_CreateResult(mActionShot, &progress, &mResultImage) != 0;
             sound = progress == kDone && resultIsSound();
         }
-        if (!sendNotifyIfSet(CAMERA_MSG_ACTION_CREATION_PROGRESS, progress, 0))
+        if (gone(sendNotifyIfSet(CAMERA_MSG_ACTION_CREATION_PROGRESS, progress, 0)))
             return std::nullopt;
     }
     if (!sound) {
-        if (!sendNotifyIfSet(CAMERA_MSG_ACTION_CREATION_END, 0, 0))
+        if (gone(sendNotifyIfSet(CAMERA_MSG_ACTION_CREATION_END, 0, 0)))
             return std::nullopt;
         const AutoMutex held(mEngineLock);
         if (series == mSeries) {
@@ -332,7 +331,7 @@ std::optional<int> ShotAction::createResult(uint32_t series) {
         }
         return 1;
     }
-    if (!sendNotifyIfSet(CAMERA_MSG_ACTION_CREATION_END, 1, 0))
+    if (gone(sendNotifyIfSet(CAMERA_MSG_ACTION_CREATION_END, 1, 0)))
         return std::nullopt;
     return deliverResult(series);
 }
@@ -347,37 +346,27 @@ std::optional<int> ShotAction::deliverResult(uint32_t series) {
     int quality = kArcJpegQualityWithoutHardware;
     if (hardware.get()) {
         int parameter = 0;
-        if (!callOut([&] { parameter = hardware->getParameters().getInt(CameraParameters::KEY_JPEG_QUALITY); }))
+        if (gone(callOut([&] { parameter = hardware->getParameters().getInt(CameraParameters::KEY_JPEG_QUALITY); })))
             return std::nullopt;
         quality = arcJpegQuality(parameter);
     }
-    mEngineLock.lock();
-    if (series != mSeries) {
-        mEngineLock.unlock();
-        return 0;
+    std::optional<ArcJpegEncoding> encoding;
+    {
+        const AutoMutex held(mEngineLock);  // the image is the library's
+        if (series != mSeries)
+            return 0;
+        mImageReady = true;
+        const ArcJpegFrame frame = {mResultImage.plane[0], mResultImage.width, mResultImage.height,
+                                    ARC_FORMAT_YUV420_SEMIPLANAR};
+        encoding.emplace(kJpegUser, frame, quality);
     }
-    mImageReady = true;
-    if (!encode2ArcJpegData(mResultImage.plane[0], mResultImage.width, mResultImage.height,
-                            ARC_FORMAT_YUV420_SEMIPLANAR, quality))
+    if (encoding->picture().get() && gone(sendDataIfSet(CAMERA_MSG_COMPRESSED_IMAGE, encoding->picture())))
         return std::nullopt;
     return 0;
 }
 
-/// The image is the library's, so the lock is held until the picture is made, and given up before it is delivered.
-bool ShotAction::encode2ArcJpegData(uint8_t* image, long width, long height, unsigned long format,
-                                    int quality) NO_THREAD_SAFETY_ANALYSIS {
-    const ArcJpegFrame frame = {image, static_cast<int32_t>(width), static_cast<int32_t>(height),
-                                static_cast<uint32_t>(format)};
-    bool locked = true;
-    const auto deliver = [&](const sp<IMemory>& picture) NO_THREAD_SAFETY_ANALYSIS {
-        mEngineLock.unlock();
-        locked = false;
-        return sendDataIfSet(CAMERA_MSG_COMPRESSED_IMAGE, picture);
-    };
-    const bool alive = encodeArcJpeg(ArcJpegUser::Action, frame, quality, deliver);
-    if (locked)
-        mEngineLock.unlock();
-    return alive;
+ShotCommon* makeShotAction(const sp<CameraHardwareInterface>& hardware) {
+    return makeShot<ShotAction>(hardware);
 }
 
 }  // namespace android

@@ -32,7 +32,7 @@ public:
 
     sp<IMemoryHeap> getPreviewHeap() override;
     status_t startPreview() override;
-    status_t sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) override;
+    status_t processCommand(int32_t cmd, int32_t arg1, int32_t arg2);
 
     void processDataCallback(int32_t msgType, const sp<IMemory>& data);
 
@@ -77,8 +77,6 @@ private:
     void configure() REQUIRES(mEngineLock);
     std::optional<int> createResult(uint32_t series);
     std::optional<int> deliverResult(uint32_t series);
-    [[nodiscard]] bool encode2ArcJpegData(uint8_t* image, long width, long height, unsigned long format, int quality)
-        RELEASE(mEngineLock);
     bool resultIsSound() const REQUIRES(mEngineLock);
     /// The frame's copy in the next place of the own heap, which is that frame's from then on; empty when it does not
     /// fit there.

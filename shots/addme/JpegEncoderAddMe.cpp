@@ -2,7 +2,6 @@
 
 #include "shots/addme/JpegEncoderAddMe.h"
 
-#include <android/log.h>
 #include <jerror.h>
 
 #include <algorithm>
@@ -11,13 +10,15 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "imaging/TaggedLog.h"
+
 namespace android {
 
 static_assert(JPEG_LIB_VERSION == 62, "written for the 6b interface");
 
 namespace {
 
-constexpr const char* kTag = "JpegEncoderAddMe";
+constexpr TaggedLog kLog("JpegEncoderAddMe");
 constexpr int kQuality = 90;
 constexpr unsigned int kBand = 16;  // luma rows and columns of an MCU
 constexpr unsigned int kBlock = 8;  // rows and columns of a DCT block
@@ -30,8 +31,7 @@ struct ErrorManager {
 };
 
 void logFailure(unsigned int width, unsigned int height, unsigned int capacity, const char* reason) {
-    __android_log_print(ANDROID_LOG_ERROR, kTag, "cannot compress %ux%u into %u bytes: %s", width, height, capacity,
-                        reason);
+    kLog.error("cannot compress %ux%u into %u bytes: %s", width, height, capacity, reason);
 }
 
 [[noreturn]] void errorExit(j_common_ptr cinfo) {

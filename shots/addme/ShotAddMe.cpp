@@ -11,7 +11,7 @@
 
 #include "imaging/SharedPicture.h"
 #include "imaging/TaggedLog.h"
-#include "shots/Commands.h"
+#include "shots/Modes.h"
 #include "shots/PreviewFrame.h"
 #include "shots/addme/JpegEncoderAddMe.h"
 
@@ -51,7 +51,7 @@ unsigned ShotAddMe::nPreviewBufIndex = 0;
 unsigned char* ShotAddMe::pPreviewHeapBase = nullptr;
 
 ShotAddMe::ShotAddMe(sp<CameraHardwareInterface> hardware) : ShotCallbacks(std::move(hardware)) {
-    __android_log_print(ANDROID_LOG_INFO, kTag, "ShotAddMe created: pid=%d", getpid());
+    kLog.info("ShotAddMe created: pid=%d", getpid());
     nPreviewBufIndex = 0;
     pPreviewHeapBase = nullptr;
     Init();
@@ -59,15 +59,13 @@ ShotAddMe::ShotAddMe(sp<CameraHardwareInterface> hardware) : ShotCallbacks(std::
 }
 
 ShotAddMe::~ShotAddMe() {
-    __android_log_print(ANDROID_LOG_INFO, kTag, "ShotAddMe destroyed: pid=%d", getpid());
+    kLog.info("ShotAddMe destroyed: pid=%d", getpid());
     FreeCoreMemory();
     nPreviewBufIndex = 0;
     pPreviewHeapBase = nullptr;
 }
 
-status_t ShotAddMe::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
-    if (!hardwareOrLog().get())
-        return INVALID_OPERATION;
+status_t ShotAddMe::processCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
     switch (cmd) {
         case ADDME_SHOT_INIT:
             Init();
@@ -258,11 +256,11 @@ std::optional<int> ShotAddMe::AddFrameJpeg(void* data, unsigned long size, PME_A
     }
     if (noInstance) {
         kLog.error("PlusMeControl::AddFrameJpeg - mInstance is null");
-        return sendNotifyIfSet(CAMERA_MSG_ADDME_ERROR, 1, 0) ? std::optional(0) : std::nullopt;
+        return !gone(sendNotifyIfSet(CAMERA_MSG_ADDME_ERROR, 1, 0)) ? std::optional(0) : std::nullopt;
     }
     if (status != 0) {
         kLog.error("PlusMe_HandleSnapshotJpeg FAILED %d!!!!!", status);
-        if (!sendNotifyIfSet(CAMERA_MSG_ADDME_ERROR, 0, 0))
+        if (gone(sendNotifyIfSet(CAMERA_MSG_ADDME_ERROR, 0, 0)))
             return std::nullopt;
     }
     if (count == 1) {
@@ -302,7 +300,7 @@ bool ShotAddMe::createResult(uint32_t generation) {
             }
             progress = mProgress;
         }
-        if (!sendNotifyIfSet(CAMERA_MSG_ADDME_PROGRESS, progress, 0))
+        if (gone(sendNotifyIfSet(CAMERA_MSG_ADDME_PROGRESS, progress, 0)))
             return false;
     }
 }
@@ -427,7 +425,7 @@ void ShotAddMe::processPicture(const sp<IMemory>& mem) {
         return;
     if (*result == kResultCreated)
         (void)sendData(CAMERA_MSG_COMPRESSED_IMAGE, copyResult());
-    else if (sendNotifyIfSet(CAMERA_MSG_ADDME_NO_RESULT, 0, 0))
+    else if (!gone(sendNotifyIfSet(CAMERA_MSG_ADDME_NO_RESULT, 0, 0)))
         (void)sendData(CAMERA_MSG_COMPRESSED_IMAGE, mem);
 }
 
@@ -441,6 +439,10 @@ sp<IMemory> ShotAddMe::copyResult() {
     const AutoMutex alsoHeld(mMemoryLock);
     copyToSharedMemory(data, length > 0 ? static_cast<size_t>(length) : 0, &mResultHeap, &mCallbackMemory);
     return mCallbackMemory;
+}
+
+ShotCommon* makeShotAddMe(const sp<CameraHardwareInterface>& hardware) {
+    return makeShot<ShotAddMe>(hardware);
 }
 
 }  // namespace android

@@ -10,7 +10,7 @@
 
 #include "imaging/SharedPicture.h"
 #include "imaging/TaggedLog.h"
-#include "shots/Commands.h"
+#include "shots/Modes.h"
 #include "shots/PreviewFrame.h"
 
 namespace android {
@@ -74,9 +74,7 @@ void ShotCartoon::releaseLocked() {
     mCapsDstImage.reset();
 }
 
-status_t ShotCartoon::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
-    if (!hardwareOrLog().get())
-        return INVALID_OPERATION;
+status_t ShotCartoon::processCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
     kLog.info("sendCommand %d, %d, %d", cmd, arg1, arg2);
     if (cmd == CARTOON_SHOT_SELECT_EFFECT)
         mEffect = arg1;
@@ -246,7 +244,7 @@ bool ShotCartoon::readParameters(Picture& picture) {
     if (!hardware.get())
         return false;
     CameraParameters params;
-    if (!callOut([&] { params = hardware->getParameters(); }))
+    if (gone(callOut([&] { params = hardware->getParameters(); })))
         return false;
     params.getPictureSize(&picture.width, &picture.height);
     caps_setJpegQuality(picture.session.get(), capsJpegQuality(params.getInt(CameraParameters::KEY_JPEG_QUALITY)));
@@ -287,7 +285,7 @@ bool ShotCartoon::iterate(CapsIterator iterator, caps_result* result) {
         if (percent > 100 || percent <= last || percent % kProgressStep != 0)
             continue;
         kLog.debug("For Iteration[%d]", static_cast<int>(percent));
-        if (!sendNotifyIfSet(CAMERA_MSG_CARTOON_PROGRESS, static_cast<int32_t>(percent), 0))
+        if (gone(sendNotifyIfSet(CAMERA_MSG_CARTOON_PROGRESS, static_cast<int32_t>(percent), 0)))
             return false;
         last = percent;
     }
@@ -299,6 +297,10 @@ sp<IMemory> ShotCartoon::copyPicture(const caps_data& jpeg) {
     copyToSharedMemory(jpeg.data, jpeg.length > 0 ? static_cast<size_t>(jpeg.length) : 0, &mPictureHeap,
                        &mPictureMemory);
     return mPictureMemory;
+}
+
+ShotCommon* makeShotCartoon(const sp<CameraHardwareInterface>& hardware) {
+    return makeShot<ShotCartoon>(hardware);
 }
 
 }  // namespace android

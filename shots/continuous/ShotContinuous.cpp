@@ -14,7 +14,7 @@
 
 #include "imaging/ArcJpegEncoder.h"
 #include "imaging/TaggedLog.h"
-#include "shots/Commands.h"
+#include "shots/Modes.h"
 #include "shots/PreviewFrame.h"
 #include "shots/continuous/ContinuousClock.h"
 
@@ -28,6 +28,7 @@ constexpr int64_t kStartDelayUs = 500000;  // before the first picture
 constexpr int64_t kGapUs = 350000;         // after each picture
 
 constexpr TaggedLog kLog(ShotContinuous::kTag);
+constexpr ArcJpegUser kJpegUser = {3, kLog, ArcJpegUser::Lines::FirstAndLast};
 
 /// The library's form of a callback in a log line.
 unsigned asHex(const void* pointer) {
@@ -69,9 +70,11 @@ ShotContinuous::~ShotContinuous() {
 }
 
 status_t ShotContinuous::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
-    const bool special = ShutterPlayer::hasSpecialSalesCode();
-    if (!hardwareOrLog().get())
-        return INVALID_OPERATION;
+    mSpecialSalesCode = ShutterPlayer::hasSpecialSalesCode();  // read before everything else
+    return ShotCallbacks::sendCommand(cmd, arg1, arg2);
+}
+
+status_t ShotContinuous::processCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
     kLog.info("ShotContinuous::sendCommand %d, %d, %d", cmd, arg1, arg2);
     switch (cmd) {
         case CONTINUOUS_SHOT_START_CAPTURE:
@@ -89,7 +92,7 @@ status_t ShotContinuous::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
         case CONTINUOUS_SHOT_SOUND:
             kLog.info("CONTINUOUS_SHOT_SOUND %d", arg1);
             if (arg1 > 0)
-                mShutter->turnOn(special);
+                mShutter->turnOn(mSpecialSalesCode);
             else
                 mShutter->turnOff();
             return NO_ERROR;
@@ -159,7 +162,7 @@ bool ShotContinuous::StopAndEncoding() {
         burst = mBurst;
         frames = mCSFrameCount;
     }
-    return sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_STOPPED, frames, 0) && startEncoder(burst);
+    return !gone(sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_STOPPED, frames, 0)) && startEncoder(burst);
 }
 
 bool ShotContinuous::startEncoder(uint32_t burst) {
@@ -213,7 +216,7 @@ bool ShotContinuous::handlePreview(const sp<IMemory>& frame) {
             return true;
         }
     }
-    if (elapsed < kIntervalMs && !callOut([&] { clock.sleepMicroseconds((kIntervalMs - elapsed) * 1000); }))
+    if (elapsed < kIntervalMs && gone(callOut([&] { clock.sleepMicroseconds((kIntervalMs - elapsed) * 1000); })))
         return false;
     return captureNext(frame, turn);
 }
@@ -233,7 +236,7 @@ bool ShotContinuous::captureNext(const sp<IMemory>& frame, Turn turn) {
         if (!take(frame))
             return true;
     }
-    if (!sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_FRAME_TAKEN, turn.taken + 1, kBurstLimit))
+    if (gone(sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_FRAME_TAKEN, turn.taken + 1, kBurstLimit)))
         return false;
     return turn.taken > 0 || firstTaken(turn.burst);
 }
@@ -259,7 +262,7 @@ bool ShotContinuous::Capture(const sp<IMemory>& frame) {
         taken = take(frame);
         frames = mCSFrameCount;
     }
-    return !taken || sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_FRAME_TAKEN, frames, kBurstLimit);
+    return !taken || !gone(sendNotifyIfSet(CAMERA_MSG_CONTINUOUS_FRAME_TAKEN, frames, kBurstLimit));
 }
 
 /// Copies the frame into the next slot.
@@ -364,7 +367,7 @@ bool ShotContinuous::getJpegQuality(int* quality) const {
         return true;
     int parameter = 0;
     const bool alive =
-        callOut([&] { parameter = hardware->getParameters().getInt(CameraParameters::KEY_JPEG_QUALITY); });
+        !gone(callOut([&] { parameter = hardware->getParameters().getInt(CameraParameters::KEY_JPEG_QUALITY); }));
     *quality = arcJpegQuality(parameter);
     return alive;
 }
@@ -380,14 +383,21 @@ bool ShotContinuous::encode2ArcJpegData(const Slot& slot) {
     }
     const ArcJpegFrame frame = {static_cast<uint8_t*>(slot.heap->base()), slot.width, slot.height,
                                 ARC_FORMAT_YUV420_SEMIPLANAR};
-    return encodeArcJpeg(ArcJpegUser::Continuous, frame, quality, [this](const sp<IMemory>& picture) {
-        const auto to = mCallbacks.data();
-        if (to.callback && to.cookie)
-            return sendData(CAMERA_MSG_COMPRESSED_IMAGE, picture);
-        kLog.error("encode2ArcJpegData() - mDataCb[0x%X] or mCallbackCookie[0x%X] is null",
-                   asHex(reinterpret_cast<const void*>(to.callback)), asHex(to.cookie));
-        return true;
-    });
+    ArcJpegEncoding encoding(kJpegUser, frame, quality);
+    bool alive = true;
+    if (encoding.picture().get())
+        alive = deliver(encoding.picture());
+    encoding.end();
+    return alive;
+}
+
+bool ShotContinuous::deliver(const sp<IMemory>& picture) {
+    const auto to = mCallbacks.data();
+    if (to.callback && to.cookie)
+        return !gone(sendData(CAMERA_MSG_COMPRESSED_IMAGE, picture));
+    kLog.error("encode2ArcJpegData() - mDataCb[0x%X] or mCallbackCookie[0x%X] is null",
+               asHex(reinterpret_cast<const void*>(to.callback)), asHex(to.cookie));
+    return true;
 }
 
 void ShotContinuous::releaseSlot(uint32_t burst, int index) {
@@ -405,6 +415,10 @@ void ShotContinuous::complete() {
     kLog.error("encodeCSPreview2Jpeg - Completed jpegEncodePreview\n");
     mEncoderRunning = false;
     mStatus = CSSHOT_STATE_IDLE;
+}
+
+ShotCommon* makeShotContinuous(const sp<CameraHardwareInterface>& hardware) {
+    return makeShot<ShotContinuous>(hardware);
 }
 
 }  // namespace android

@@ -31,6 +31,7 @@ public:
     ~ShotContinuous() override;
 
     status_t sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) override;
+    status_t processCommand(int32_t cmd, int32_t arg1, int32_t arg2);
 
     void processDataCallback(int32_t msgType, const sp<IMemory>& data);
 
@@ -72,6 +73,7 @@ private:
     static bool encodeNext(const EncoderStart& start, int encoded);
     Next nextFrame(uint32_t burst, const BurstEncoder& encoder, int encoded, Slot* slot);
     bool encode2ArcJpegData(const Slot& slot);
+    bool deliver(const sp<IMemory>& picture);
     void releaseSlot(uint32_t burst, int index);
     void complete() REQUIRES(mBurstLock);
 
@@ -96,7 +98,8 @@ private:
     bool mStopPending GUARDED_BY(mBurstLock) = false;
     uint32_t mBurst GUARDED_BY(mBurstLock) = 0;  // counts starts, and terminates but for those of an encoder
 
-    std::optional<ShutterPlayer> mShutter;  // from construction to destruction; guards itself
+    std::atomic<bool> mSpecialSalesCode{false};  // as of the latest command
+    std::optional<ShutterPlayer> mShutter;       // from construction to destruction; guards itself
 };
 
 }  // namespace android

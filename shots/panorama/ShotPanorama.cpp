@@ -14,7 +14,7 @@
 #include "imaging/ArcJpegEncoder.h"
 #include "imaging/Overlay.h"
 #include "imaging/TaggedLog.h"
-#include "shots/Commands.h"
+#include "shots/Modes.h"
 #include "shots/PreviewFrame.h"
 
 namespace android {
@@ -52,6 +52,7 @@ unsigned long asLong(uint32_t value) {
 }
 
 constexpr TaggedLog kLog(ShotPanorama::kTag);
+constexpr ArcJpegUser kJpegUser = {5, kLog, ArcJpegUser::Lines::All};
 
 }  // namespace
 
@@ -65,9 +66,7 @@ ShotPanorama::~ShotPanorama() {
     Free();
 }
 
-status_t ShotPanorama::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
-    if (!hardwareOrLog().get())
-        return INVALID_OPERATION;
+status_t ShotPanorama::processCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
     kLog.info("ShotPanorama::sendCommand %d, %d, %d", cmd, arg1, arg2);
     switch (cmd) {
         case PANORAMA_SHOT_START:
@@ -235,9 +234,9 @@ bool ShotPanorama::HandlePreview(unsigned char* frame, size_t bytes, bool draw) 
     if (handled == Handled::BufferFull)
         return stitch(generation);
     if (handled == Handled::Added) {
-        if (!sendNotifyIfSet(CAMERA_MSG_PANORAMA_FRAME_ADDED, 0, 0))
+        if (gone(sendNotifyIfSet(CAMERA_MSG_PANORAMA_FRAME_ADDED, 0, 0)))
             return false;
-        if (first && !sendNotifyIfSet(CAMERA_MSG_PANORAMA_FIRST_FRAME, 0, 0))
+        if (first && gone(sendNotifyIfSet(CAMERA_MSG_PANORAMA_FIRST_FRAME, 0, 0)))
             return false;
         kLog.warn("capture duration %lu ms\n", asLong(nowMs() - begin));
     }
@@ -332,8 +331,8 @@ bool ShotPanorama::stitch(uint32_t generation) {
             }
         }
         if (rc != 0)
-            return sendNotifyIfSet(CAMERA_MSG_PANORAMA_ERROR, 0, 0);
-        if (!sendNotifyIfSet(CAMERA_MSG_PANORAMA_PROGRESS, static_cast<int32_t>(progress), 0))
+            return !gone(sendNotifyIfSet(CAMERA_MSG_PANORAMA_ERROR, 0, 0));
+        if (gone(sendNotifyIfSet(CAMERA_MSG_PANORAMA_PROGRESS, static_cast<int32_t>(progress), 0)))
             return false;
         kLog.warn("px_createPanorama at %lu%%, time %lu ms\n", asLong(progress), asLong(nowMs() - begin));
     }
@@ -341,11 +340,22 @@ bool ShotPanorama::stitch(uint32_t generation) {
 }
 
 bool ShotPanorama::deliverPanorama(uint32_t generation) {
-    mEngineLock.lock();
-    if (generation != mGeneration) {
-        mEngineLock.unlock();
+    std::optional<ArcJpegEncoding> encoding;
+    encodePanorama(generation, encoding);
+    if (!encoding)
         return true;
-    }
+    bool alive = true;
+    if (encoding->picture().get())
+        alive = !gone(sendDataIfSet(CAMERA_MSG_COMPRESSED_IMAGE, encoding->picture()));
+    encoding->end();
+    return alive;
+}
+
+/// The image is the library's, so the lock is held until the picture is made.
+void ShotPanorama::encodePanorama(uint32_t generation, std::optional<ArcJpegEncoding>& encoding) {
+    const AutoMutex held(mEngineLock);
+    if (generation != mGeneration)
+        return;
     mStitching = false;
     if (mCancelRequested)
         freeLocked();
@@ -355,9 +365,7 @@ bool ShotPanorama::deliverPanorama(uint32_t generation) {
     unsigned char* const image = panoramaImageLocked(width, height);
     kLog.warn("size is %d %d", width, height);
     if (image)
-        return encode2ArcJpegData(image, width, height, ARC_FORMAT_YUV420_SEMIPLANAR);
-    mEngineLock.unlock();
-    return true;
+        encoding.emplace(kJpegUser, ArcJpegFrame{image, width, height, ARC_FORMAT_YUV420_SEMIPLANAR}, std::nullopt);
 }
 
 unsigned char* ShotPanorama::GetPanoramaImage(int& width, int& height) {
@@ -380,23 +388,6 @@ unsigned char* ShotPanorama::panoramaImageLocked(int& width, int& height) {
     width = image.width;
     height = image.height;
     return image.plane[0];
-}
-
-/// The image is the library's, so the lock is held until the picture is made, and given up before it is delivered.
-bool ShotPanorama::encode2ArcJpegData(unsigned char* image, long width, long height,
-                                      unsigned long format) NO_THREAD_SAFETY_ANALYSIS {
-    const ArcJpegFrame frame = {image, static_cast<int32_t>(width), static_cast<int32_t>(height),
-                                static_cast<uint32_t>(format)};
-    bool locked = true;
-    const bool alive =
-        encodeArcJpeg(ArcJpegUser::Panorama, frame, 0, [&](const sp<IMemory>& picture) NO_THREAD_SAFETY_ANALYSIS {
-            mEngineLock.unlock();
-            locked = false;
-            return sendDataIfSet(CAMERA_MSG_COMPRESSED_IMAGE, picture);
-        });
-    if (locked)
-        mEngineLock.unlock();
-    return alive;
 }
 
 // --- The guide
@@ -449,6 +440,10 @@ void ShotPanorama::DrawRectangle(px_image& image, int left, int top, int right, 
 void ShotPanorama::DrawHorizontalLineMixed(px_image& image, int y, int x0, int length, uint8_t Y, uint8_t C1,
                                            uint8_t C2, int alpha) {
     blendHorizontalSpan(overlayImage(image), y, x0, length, {Y, C1, C2}, alpha);
+}
+
+ShotCommon* makeShotPanorama(const sp<CameraHardwareInterface>& hardware) {
+    return makeShot<ShotPanorama>(hardware);
 }
 
 }  // namespace android

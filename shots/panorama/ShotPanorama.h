@@ -2,7 +2,9 @@
 #pragma once
 
 #include <atomic>
+#include <optional>
 
+#include "imaging/ArcJpegEncoder.h"
 #include "shots/ShotCallbacks.h"
 #include "shots/panorama/PanoramaGuide.h"
 
@@ -21,7 +23,7 @@ public:
     explicit ShotPanorama(sp<CameraHardwareInterface> hardware);
     ~ShotPanorama() override;
 
-    status_t sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) override;
+    status_t processCommand(int32_t cmd, int32_t arg1, int32_t arg2);
 
     void processDataCallback(int32_t msgType, const sp<IMemory>& data);
 
@@ -68,8 +70,7 @@ private:
     unsigned char* panoramaImageLocked(int& width, int& height) REQUIRES(mEngineLock);
     bool stitch(uint32_t generation);
     bool deliverPanorama(uint32_t generation);
-    [[nodiscard]] bool encode2ArcJpegData(unsigned char* image, long width, long height, unsigned long format)
-        RELEASE(mEngineLock);
+    void encodePanorama(uint32_t generation, std::optional<ArcJpegEncoding>& encoding);
 
     bool mAutoStopArmed GUARDED_BY(mEngineLock) = false;
     bool mInstanceReady GUARDED_BY(mEngineLock) = false;

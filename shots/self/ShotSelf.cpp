@@ -14,6 +14,7 @@
 #include "imaging/Caps.h"
 #include "imaging/SharedPicture.h"
 #include "imaging/TaggedLog.h"
+#include "shots/Modes.h"
 #include "shots/PreviewFrame.h"
 
 namespace android {
@@ -149,15 +150,9 @@ bool ShotSelf::getPreviewMemSize(size_t* size) const {
     if (!hardware.get())
         return true;
     CameraParameters params;
-    const bool alive = callOut([&] { params = hardware->getParameters(); });
+    const bool alive = !gone(callOut([&] { params = hardware->getParameters(); }));
     *size = previewFrameSize(params, kLog);
     return alive;
-}
-
-status_t ShotSelf::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
-    if (!hardwareOrLog().get())
-        return INVALID_OPERATION;
-    return ShotCommon::sendCommand(cmd, arg1, arg2);
 }
 
 // --- The preview
@@ -214,7 +209,7 @@ status_t ShotSelf::takePicture() {
     const sp<CameraHardwareInterface> hardware = hardwareOrLog();
     if (!hardware.get())
         return INVALID_OPERATION;
-    if (!callOut([&] { hardware->stopPreview(); }))
+    if (gone(callOut([&] { hardware->stopPreview(); })))
         return kNoThread;
     auto start = std::make_unique<PictureStart>(PictureStart{ShotGate::Hold(gate()), this});
     countPictures(1);
@@ -289,7 +284,7 @@ bool ShotSelf::isReady(Picture& picture) {
 
 /// Gives the vendor layer the preview's format for pictures. False when the shot was retired meanwhile.
 bool ShotSelf::setPreviewFormat(Picture& picture) const {
-    return callOut([&] {
+    return !gone(callOut([&] {
         CameraParameters params = picture.hardware->getParameters();
         picture.quality = capsJpegQuality(params.getInt(CameraParameters::KEY_JPEG_QUALITY));
         const auto orEmpty = [](const char* format) { return std::string(format ? format : ""); };
@@ -299,7 +294,7 @@ bool ShotSelf::setPreviewFormat(Picture& picture) const {
         picture.formatChanged = true;
         params.setPictureFormat(previewFormat.c_str());
         picture.hardware->setParameters(params);
-    });
+    }));
 }
 
 /// Makes the pictures and delivers them; neither when rendering fails. False when the shot was retired meanwhile.
@@ -310,12 +305,12 @@ bool ShotSelf::deliver(Picture& picture) {
         return false;
     if (!render(picture))
         return true;
-    if (!sendDataIfSet(CAMERA_MSG_RAW_IMAGE, raw))
+    if (gone(sendDataIfSet(CAMERA_MSG_RAW_IMAGE, raw)))
         return false;
-    if (!callOut([&] { setPictureFormat(*picture.hardware.get(), picture.pictureFormat); }))
+    if (gone(callOut([&] { setPictureFormat(*picture.hardware.get(), picture.pictureFormat); })))
         return false;
     picture.formatChanged = false;
-    return sendDataIfSet(CAMERA_MSG_COMPRESSED_IMAGE, copyPicture(*picture.rendered));
+    return !gone(sendDataIfSet(CAMERA_MSG_COMPRESSED_IMAGE, copyPicture(*picture.rendered)));
 }
 
 sp<IMemory> ShotSelf::makeRawPicture(const Picture& picture) {
@@ -332,9 +327,9 @@ sp<IMemory> ShotSelf::makeRawPicture(const Picture& picture) {
 /// False when the shot was retired meanwhile.
 bool ShotSelf::notifyShutter(const Picture& picture) {
     bool enabled = false;
-    if (!callOut([&] { enabled = picture.hardware->msgTypeEnabled(CAMERA_MSG_SHUTTER); }))
+    if (gone(callOut([&] { enabled = picture.hardware->msgTypeEnabled(CAMERA_MSG_SHUTTER); })))
         return false;
-    return !enabled || sendNotifyIfSet(CAMERA_MSG_SHUTTER, 0, 0);
+    return !enabled || !gone(sendNotifyIfSet(CAMERA_MSG_SHUTTER, 0, 0));
 }
 
 /// Renders the copy of the frame as a JPEG into `picture.rendered`. The library knows semi-planar frames only: a planar
@@ -376,6 +371,10 @@ sp<IMemory> ShotSelf::copyPicture(const caps_data& jpeg) {
     copyToSharedMemory(jpeg.data, jpeg.length > 0 ? static_cast<size_t>(jpeg.length) : 0, &mPictureHeap,
                        &mPictureMemory);
     return mPictureMemory;
+}
+
+ShotCommon* makeShotSelf(const sp<CameraHardwareInterface>& hardware) {
+    return makeShot<ShotSelf>(hardware);
 }
 
 }  // namespace android

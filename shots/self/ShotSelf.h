@@ -30,7 +30,6 @@ public:
     status_t startPreview() override;
     /// 0 when the picture's thread was started, -1 when it could not be.
     status_t takePicture() override;
-    status_t sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) override;
 
     void processDataCallback(int32_t msgType, const sp<IMemory>& mem);
 

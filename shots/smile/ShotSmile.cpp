@@ -7,12 +7,14 @@
 #include <algorithm>
 #include <utility>
 
-#include "shots/Commands.h"
+#include "shots/Modes.h"
 #include "shots/PreviewFrame.h"
 
 namespace android {
 
 namespace {
+
+constexpr TaggedLog kLog(ShotSmile::kTag);
 
 constexpr sd_color kFaceColor = 0x00FF00;
 constexpr sd_color kSmileColor = 0x0099FF;
@@ -23,13 +25,13 @@ constexpr int32_t kNoFaceNumber = -1;  // meets the condition with no number of 
 }  // namespace
 
 ShotSmile::ShotSmile(sp<CameraHardwareInterface> hardware) : ShotCallbacks(std::move(hardware)) {
-    __android_log_print(ANDROID_LOG_INFO, kTag, "ShotSmile created: pid=%d", getpid());
+    kLog.info("ShotSmile created: pid=%d", getpid());
     const AutoMutex held(mEngineLock);
     Init();
 }
 
 ShotSmile::~ShotSmile() {
-    __android_log_print(ANDROID_LOG_INFO, kTag, "ShotSmile destroyed: pid=%d", getpid());
+    kLog.info("ShotSmile destroyed: pid=%d", getpid());
     const AutoMutex held(mEngineLock);
     UnInitSmile();
     UnInitFaceTracking();
@@ -43,17 +45,16 @@ void ShotSmile::Init() {
     m_nFaceNum = 0;
     decidePreviewColorFormat();
     if (!InitFaceTracking(mPreviewWidth, mPreviewHeight, mEngineColorFormat, 0, kMostFaces)) {
-        __android_log_print(ANDROID_LOG_DEBUG, kTag, "InitFaceTracking error");
+        kLog.debug("InitFaceTracking error");
         return;
     }
-    __android_log_print(ANDROID_LOG_DEBUG, kTag, "InitFaceTracking Success");
+    kLog.debug("InitFaceTracking Success");
     if (!InitSmileDetection(mPreviewWidth, mPreviewHeight)) {
-        __android_log_print(ANDROID_LOG_DEBUG, kTag, "InitSmileDetection error");
+        kLog.debug("InitSmileDetection error");
         UnInitFaceTracking();
         return;
     }
-    __android_log_print(ANDROID_LOG_DEBUG, kTag, "InitSmileDetection Success WH[%d %d]", mPreviewWidth.load(),
-                        mPreviewHeight.load());
+    kLog.debug("InitSmileDetection Success WH[%d %d]", mPreviewWidth.load(), mPreviewHeight.load());
 }
 
 status_t ShotSmile::startPreview() {
@@ -70,17 +71,15 @@ status_t ShotSmile::startPreview() {
     });
 }
 
-status_t ShotSmile::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
-    if (!hardwareOrLog().get())
-        return INVALID_OPERATION;
-    __android_log_print(ANDROID_LOG_INFO, kTag, "ShotSmile::sendCommand %d, %d, %d", cmd, arg1, arg2);
+status_t ShotSmile::processCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
+    kLog.info("ShotSmile::sendCommand %d, %d, %d", cmd, arg1, arg2);
     switch (cmd) {
         case SMILE_SHOT_DETECTION_START:
-            __android_log_print(ANDROID_LOG_INFO, kTag, "SMILE_SHOT_DETECTION_START");
+            kLog.info("SMILE_SHOT_DETECTION_START");
             mDetectionStarted = 1;
             return NO_ERROR;
         case SMILE_SHOT_DETECTION_STOP:
-            __android_log_print(ANDROID_LOG_INFO, kTag, "SMILE_SHOT_DETECTION_STOP");
+            kLog.info("SMILE_SHOT_DETECTION_STOP");
             mDetectionStarted = 0;
             return NO_ERROR;
         default:
@@ -101,7 +100,7 @@ void ShotSmile::processDataCallback(int32_t msgType, const sp<IMemory>& data) {
             return;
     }
     if (msgType == CAMERA_MSG_COMPRESSED_IMAGE)
-        __android_log_print(ANDROID_LOG_INFO, kTag, "CAMERA_MSG_COMPRESSED_IMAGE");
+        kLog.info("CAMERA_MSG_COMPRESSED_IMAGE");
     (void)sendData(msgType, data);
 }
 
@@ -110,14 +109,13 @@ bool ShotSmile::OnPreviewSmileShot(int32_t width, int32_t height, unsigned char*
         const AutoMutex held(mEngineLock);
         if (!analyse(width, height, frame))
             return true;
-        __android_log_print(ANDROID_LOG_DEBUG, kTag,
-                            "Smile Detection Success - m_nFaceNum(%d), IFaceNumber(%d), ISmileNumber(%d)", m_nFaceNum,
-                            mSmileResult.IFaceNumber, mSmileResult.ISmileNumber);
+        kLog.debug("Smile Detection Success - m_nFaceNum(%d), IFaceNumber(%d), ISmileNumber(%d)", m_nFaceNum,
+                   mSmileResult.IFaceNumber, mSmileResult.ISmileNumber);
     }
     if (!mCallbacks.notify())
         return true;
     mDetectionStarted = 0;
-    return sendNotifyIfSet(CAMERA_MSG_SMILE_DETECTED, 0, 0);
+    return !gone(sendNotifyIfSet(CAMERA_MSG_SMILE_DETECTED, 0, 0));
 }
 
 /// Finds faces and, while detection is started, marks them and the smiling ones. True when the condition is met.
@@ -153,6 +151,10 @@ bool ShotSmile::conditionMet() const {
     const int32_t faces = mSmileResult.IFaceNumber;
     const int32_t smiles = mSmileResult.ISmileNumber;
     return faces > kGroupAbove ? smiles >= kGroupSmiles : smiles == faces;
+}
+
+ShotCommon* makeShotSmile(const sp<CameraHardwareInterface>& hardware) {
+    return makeShot<ShotSmile>(hardware);
 }
 
 }  // namespace android

@@ -35,7 +35,7 @@ public:
     ~ShotSmile() override;
 
     status_t startPreview() override;
-    status_t sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) override;
+    status_t processCommand(int32_t cmd, int32_t arg1, int32_t arg2);
 
     void processDataCallback(int32_t msgType, const sp<IMemory>& data);
 

@@ -1,14 +1,14 @@
 // The frames round faces.
 
-#include <android/log.h>
-
 #include "shots/smile/ShotSmile.h"
 
 namespace android {
 
 namespace {
+
+constexpr TaggedLog kLog(ShotSmile::kTag);
 constexpr int32_t kThickFromWidth = 640;  // of the preview
-}
+}  // namespace
 
 void ShotSmile::DrawHorizontalLine_YUV420_P(sd_image& image, int y, int x0, int x1, uint8_t Y, uint8_t Cb, uint8_t Cr) {
     drawHorizontalLine(overlayImage(image), OverlayLayout::Planar, y, x0, x1, {Y, Cb, Cr});
@@ -42,7 +42,7 @@ void ShotSmile::DrawRectangle_YUV420_SP(sd_image& image, int left, int top, int 
                                         sd_color color) const {
     completePlanes(image, OverlayLayout::SemiPlanar);
     if (drawsThick())
-        __android_log_print(ANDROID_LOG_INFO, kTag, "mPreviewWidth >= PREVEW_WIDTH_THRESHOLD_TO_DRAW_THICK_LINE");
+        kLog.info("mPreviewWidth >= PREVEW_WIDTH_THRESHOLD_TO_DRAW_THICK_LINE");
     drawRectangle(overlayImage(image), OverlayLayout::SemiPlanar, left, top, right, bottom, overlayColor(color),
                   drawsThick() ? OverlayFrame::Inward4 : OverlayFrame::Inward2);
 }

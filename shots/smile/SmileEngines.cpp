@@ -1,7 +1,5 @@
 // The binding of the face tracking and the smile detection engines.
 
-#include <android/log.h>
-
 #include <algorithm>
 
 #include "shots/smile/ShotSmile.h"
@@ -9,6 +7,8 @@
 namespace android {
 
 namespace {
+
+constexpr TaggedLog kLog(ShotSmile::kTag);
 
 constexpr int32_t kFaceMemory = 0x180000;  // bytes
 constexpr int32_t kSmileMemory = 0x96000;
@@ -20,7 +20,7 @@ constexpr int32_t kSmileMode = 1;
 
 /// Writes the numbered line of an operation and returns `result`.
 int32_t fail(const char* operation, int line, int32_t result) {
-    __android_log_print(ANDROID_LOG_ERROR, ShotSmile::kTag, "ShotSmile::%s() %d", operation, line);
+    kLog.error("ShotSmile::%s() %d", operation, line);
     return result;
 }
 

@@ -2,6 +2,7 @@
 
 #include "shots/continuous/ShotContinuous.h"
 
+#include <android/log.h>
 #include <algorithm>
 #include <chrono>
 #include <map>

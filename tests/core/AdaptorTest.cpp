@@ -7,9 +7,18 @@
 #include <cstdlib>
 #include <functional>
 #include <map>
+#include <thread>
 #include <tuple>
 
 #include "host/runtime/Log.h"
+#include "shots/action/ShotAction.h"
+#include "shots/addme/ShotAddMe.h"
+#include "shots/cartoon/ShotCartoon.h"
+#include "shots/continuous/ShotContinuous.h"
+#include "shots/panorama/ShotPanorama.h"
+#include "shots/self/ShotSelf.h"
+#include "shots/single/ShotSingle.h"
+#include "shots/smile/ShotSmile.h"
 #include "tests/support/ShotTest.h"
 
 using namespace android;
@@ -61,6 +70,23 @@ protected:
             if (++calls == 1)
                 adaptor->sendCommand(mode, 0, 0);
         };
+    }
+    /// The code of the mode whose shot the vendor layer has as its receiver; 1004 when it has the adaptor.
+    int32_t receiver() {
+        const std::pair<data_callback, int32_t> receivers[] = {{KovCameraHardwareInterface::dataCallback, 1004},
+                                                               {ShotSingle::dataCallback, 1000},
+                                                               {ShotContinuous::dataCallback, 1001},
+                                                               {ShotPanorama::dataCallback, 1002},
+                                                               {ShotSmile::dataCallback, 1003},
+                                                               {ShotSelf::dataCallback, 1006},
+                                                               {ShotAddMe::dataCallback, 1009},
+                                                               {ShotAction::dataCallback, 1010},
+                                                               {ShotCartoon::dataCallback, 1013}};
+        for (const auto& [callback, code] : receivers) {
+            if (hardware->dataCb == callback)
+                return code;
+        }
+        return 0;
     }
     void TearDown() override {
         adaptor.clear();
@@ -253,13 +279,49 @@ TEST_F(AdaptorTest, ASwitchFromWithinACallbackWithinAnOperation) {
               Lines{"E KovCameraHardwareInterface: cancelAutoFocus : mCurShot is NULL, returning."});
 }
 
-TEST_F(AdaptorTest, ARegistrationThatOvertakesASwitchIsMadeAgain) {
-    for (const int32_t mode : {1000, 1004}) {
-        open(new FakeCameraHardware);
-        switchWithinRegistration(mode);
-        setCallbacks();
-        EXPECT_EQ(sendOneOfEach(), kAllReceived) << mode;
-        adaptor.clear();
+// The vendor layer stores a registration late: another thread switches, or registers, while one is on its way. What is
+// registered last must be what is current.
+TEST_F(AdaptorTest, NoRegistrationIsLostHoweverLateTheVendorLayerStoresIt) {
+    const std::pair<int32_t, int32_t> switches[] = {{1000, 1001}, {1001, 1000}, {1004, 1000}, {1000, 1004}};
+    for (const auto& [from, to] : switches) {
+        for (const bool afterStoring : {false, true}) {
+            SCOPED_TRACE(text("%d to %d, %s", from, to, afterStoring ? "after storing" : "before storing"));
+            open(new FakeCameraHardware);
+            adaptor->sendCommand(from, 0, 0);
+            const char* const within = afterStoring ? "setCallbacks stored" : "setCallbacks";
+            hardware->during[within] = [&, calls = 0, to = to]() mutable {
+                if (++calls > 1)
+                    return;
+                std::thread([&] { adaptor->sendCommand(to, 0, 0); }).join();  // nobody waits for the one at work
+                std::thread([&] { setCallbacks(); }).join();
+            };
+            setCallbacks();
+            EXPECT_EQ(sendOneOfEach(), kAllReceived);
+            EXPECT_EQ(receiver(), to);
+            adaptor.clear();
+        }
+    }
+}
+
+TEST_F(AdaptorTest, EveryModeCodeMakesItsShotOrNone) {
+    const std::map<int32_t, std::string> shots = {
+        {1000, "ShotSingle"}, {1001, "ShotContinuous"}, {1002, "ShotPanorama"}, {1003, "ShotSmile"},
+        {1006, "ShotSelf"},   {1009, "ShotAddMe"},      {1010, "ShotAction"},   {1013, "ShotCartoon"}};
+    open(new FakeCameraHardware);
+    for (int32_t code = 999; code <= 1017; ++code) {
+        SCOPED_TRACE(code);
+        adaptor->sendCommand(1000, 0, 0);
+        recorder.take();
+        EXPECT_EQ(adaptor->sendCommand(code, 3, 4), NO_ERROR);
+        Lines made = recorder.take("I Shot");
+        std::erase_if(made, [](const auto& line) {
+            return line.find(" created: ") == std::string::npos || line.starts_with("I ShotCommon");
+        });
+        const auto shot = shots.find(code);
+        EXPECT_EQ(made, shot == shots.end()
+                            ? Lines{}
+                            : Lines{text("I %s: %s created: pid=PID", shot->second.c_str(), shot->second.c_str())});
+        EXPECT_EQ(receiver(), shot != shots.end() ? code : code < 1000 || code > 1016 ? 1000 : 1004);
     }
 }
 

@@ -4,9 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <optional>
+#include <thread>
+#include <utility>
+
+#include "tests/support/Recorder.h"
 
 using android::ShotGate;
 
@@ -39,7 +44,7 @@ TEST(ShotGateTest, LetsInByAddressAndClassWhileOpen) {
 TEST(ShotGateTest, RetiringWaitsForThoseInside) {
     Fenced fenced;
     std::optional<ShotGate::Entry> inside(std::in_place, fenced.gate);
-    std::future<void> retired = std::async(std::launch::async, [&] { fenced.gate.retire(); });
+    std::future<void> retired = std::async(std::launch::async, [&] { EXPECT_TRUE(fenced.gate.retire()); });
     EXPECT_EQ(retired.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
     inside.reset();
     EXPECT_EQ(retired.wait_for(std::chrono::seconds(20)), std::future_status::ready);
@@ -51,9 +56,53 @@ TEST(ShotGateTest, RetiringDoesNotWaitForThoseOutsideAndTheyDoNotComeBack) {
     ShotGate::Outside outside(fenced.gate);
     const ShotGate::Entry nested(fenced.gate);  // a command from within a callback
     ShotGate::Outside again(fenced.gate);
-    fenced.gate.retire();
+    EXPECT_TRUE(fenced.gate.retire());
     EXPECT_FALSE(again.comeBack());
     EXPECT_FALSE(outside.comeBack());
+}
+
+TEST(ShotGateTest, RetiringFromInsideIsRefused) {
+    kov::test::Recorder recorder;
+    Fenced fenced;
+    const ShotGate::Entry outer(fenced.gate);
+    ShotGate::Outside outside(fenced.gate);
+    {
+        const ShotGate::Entry inner(fenced.gate);
+        EXPECT_FALSE(fenced.gate.retire());
+    }
+    EXPECT_EQ(
+        recorder.take(),
+        kov::test::Lines{"E ShotGate: retired from inside, where it would wait for itself; the shot is left as it is"});
+    EXPECT_TRUE(fenced.gate.retire());
+}
+
+// Two objects of different classes use the same block in turn, while a stale callback looks for the first all the time.
+TEST(ShotGateTest, WhoLooksForTheOldObjectDoesNotGetIntoTheNext) {
+    static constexpr int kRounds = 100000;
+    char first = 0, second = 0;
+    std::atomic<const char*> owner{nullptr};
+    std::atomic<int> entered{0}, mistaken{0};
+    std::atomic<bool> over{false};
+    std::thread stale([&] {
+        while (!over) {
+            if (const ShotGate::Entry inside{&first, &kKind}) {
+                ++entered;
+                mistaken += owner != &first;
+            }
+        }
+    });
+    for (int round = 0; round < kRounds || entered == 0; ++round) {
+        for (const auto& [object, kind] : {std::pair{&first, &kKind}, {&second, &kOtherKind}}) {
+            ShotGate& gate = ShotGate::take(object, kind);
+            owner = object;
+            gate.publish();
+            EXPECT_TRUE(gate.retire());
+            gate.giveUp();
+        }
+    }
+    over = true;
+    stale.join();
+    EXPECT_EQ(mistaken, 0);
 }
 
 TEST(ShotGateTest, ABlockThatSomebodyHoldsIsNotUsedAgain) {

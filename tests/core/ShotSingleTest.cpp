@@ -1,6 +1,6 @@
 // The single shot and the callback pattern that it shares with all modes.
 
-#include "shots/ShotSingle.h"
+#include "shots/single/ShotSingle.h"
 
 #include "tests/support/ShotTest.h"
 

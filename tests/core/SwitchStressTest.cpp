@@ -1,5 +1,6 @@
 // Switching, registering, opening and dropping while a vendor layer delivers without pause.
 
+#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include <atomic>

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <optional>
+#include <tuple>
 #include <vector>
 
 #include "tests/support/FakeArcJpeg.h"
@@ -22,17 +24,24 @@ const Lines kRegistered({"AMCM_Create", "AMCM_RegisterEx 0x81002202 0x2000000 2 
 const Lines kSaved({"MStreamOpenFromMemoryBlock null 384", "MdBitmapSaveEx 2 quality 90 0x70000002", "MStreamSeek 0 0",
                     "MStreamGetSize", "MStreamSeek 0 0", "MStreamRead 4", "deliver JPEG", "MStreamClose"});
 
+constexpr ArcJpegUser kAll = {5, TaggedLog("ShotPanorama"), ArcJpegUser::Lines::All};
+constexpr ArcJpegUser kFirstAndLast = {3, TaggedLog("ShotContinuous"), ArcJpegUser::Lines::FirstAndLast};
+constexpr ArcJpegUser kNone = {3, TaggedLog("ShotAction"), ArcJpegUser::Lines::None};
+
 class ArcJpegEncoderTest : public ::testing::Test {
 protected:
     ~ArcJpegEncoderTest() override { kov::test::resetFakeArcJpeg(); }
 
-    bool encode(ArcJpegUser user, bool alive = true) {
-        return encodeArcJpeg(user, {pixels.data(), 16, 8, kFormat}, 90, [&](const sp<IMemory>& picture) {
+    /// Makes a picture, delivers it and ends.
+    void encode(const ArcJpegUser& user, std::optional<int32_t> quality = 90) {
+        ArcJpegEncoding encoding(user, {pixels.data(), 16, 8, kFormat}, quality);
+        if (const sp<IMemory>& picture = encoding.picture(); picture.get()) {
             const auto bytes = kov::test::bytesOf(picture);
             kov::test::record("deliver " + std::string(bytes.begin(), bytes.end()));
             EXPECT_EQ(picture->offset(), 0);
-            return alive;
-        });
+        }
+        encoding.end();
+        EXPECT_EQ(encoding.picture(), nullptr);
     }
 
     std::vector<uint8_t> pixels = std::vector<uint8_t>(16 * 8 * 3 / 2);
@@ -40,7 +49,7 @@ protected:
 };
 
 TEST_F(ArcJpegEncoderTest, EachUserHasItsOwnCallsAndLines) {
-    EXPECT_TRUE(encode(ArcJpegUser::Panorama));
+    encode(kAll, std::nullopt);
     Lines lines = recorder.take();
     for (std::string& line : lines) {
         for (const char* address : {"hStreamSave:", "pPlane[0]:", "heap->base():"})
@@ -55,15 +64,15 @@ TEST_F(ArcJpegEncoderTest, EachUserHasItsOwnCallsAndLines) {
                      "MStreamSeek 0 0", "MStreamRead 4", "deliver JPEG", "E ShotPanorama: encode2ArcJpegData() - 5 - ",
                      "MStreamClose", "E ShotPanorama: encode2ArcJpegData() - 6 - ",
                      "E ShotPanorama: encode2ArcJpegData() - end", "AMCM_Destroy"}));
-    EXPECT_TRUE(encode(ArcJpegUser::Action));
+    encode(kNone);
     EXPECT_EQ(recorder.take(), kRegistered + kSaved + Lines{"AMCM_Destroy"});
-    EXPECT_FALSE(encode(ArcJpegUser::Continuous, false));  // retired during the delivery
+    encode(kFirstAndLast);
     EXPECT_EQ(recorder.take(), kRegistered + Lines{"E ShotContinuous: encode2ArcJpegData() - 1"} + kSaved +
                                    Lines({"E ShotContinuous: encode2ArcJpegData() - end", "AMCM_Destroy"}));
 }
 
 TEST_F(ArcJpegEncoderTest, DescribesTheFrameWithVFirst) {
-    EXPECT_TRUE(encode(ArcJpegUser::Action));
+    encode(kNone);
     const MBITMAP& bitmap = fakeArcJpeg().lastBitmap;
     EXPECT_EQ(bitmap.dwPixelArrayFormat, kFormat);
     EXPECT_EQ(std::vector({bitmap.lWidth, bitmap.lHeight, bitmap.lPitch[0], bitmap.lPitch[1], bitmap.lPitch[2]}),
@@ -75,18 +84,33 @@ TEST_F(ArcJpegEncoderTest, DescribesTheFrameWithVFirst) {
 TEST_F(ArcJpegEncoderTest, GoesOnWithoutAManagerAndStopsWithoutAStream) {
     fakeArcJpeg().createResult = 3;
     fakeArcJpeg().jpeg = "";  // nothing fitted: an empty picture is delivered all the same
-    EXPECT_TRUE(encode(ArcJpegUser::Action));
+    encode(kNone);
     EXPECT_EQ(recorder.take(),
               (Lines{"AMCM_Create", "MStreamOpenFromMemoryBlock null 384",
                      "without manager: MdBitmapSaveEx 2 quality 90 0x70000002", "MStreamSeek 0 0", "MStreamGetSize",
                      "MStreamSeek 0 0", "MStreamRead 0", "deliver ", "MStreamClose"}));
     kov::test::resetFakeArcJpeg();
     fakeArcJpeg().streamOpens = false;
-    EXPECT_TRUE(encode(ArcJpegUser::Panorama));
-    EXPECT_TRUE(encode(ArcJpegUser::Continuous));
+    encode(kAll, std::nullopt);
+    encode(kFirstAndLast);
     EXPECT_EQ(recorder.take("E "), (Lines{"E ShotPanorama: encode2ArcJpegData() - 1",
                                           "E ShotPanorama: encode2ArcJpegData() - 2 - hStreamSave:0",
                                           "E ShotContinuous: encode2ArcJpegData() - 1"}));
+}
+
+TEST_F(ArcJpegEncoderTest, AnEncodingThatIsNotEndedClosesItsStreamAllTheSame) {
+    { const ArcJpegEncoding encoding(kAll, {pixels.data(), 16, 8, kFormat}, std::nullopt); }
+    const Lines lines = recorder.take();
+    EXPECT_EQ(Lines(lines.end() - 2, lines.end()), (Lines{"MStreamClose", "AMCM_Destroy"}));
+}
+
+TEST_F(ArcJpegEncoderTest, NoSizeAsksForMoreThanTheLibraryCanBeTold) {
+    for (const auto& [width, height, capacity] :
+         {std::tuple{26754, 26755, 2147409810}, {26755, 26755, INT32_MAX}, {INT32_MAX, INT32_MAX, INT32_MAX}}) {
+        fakeArcJpeg().streamOpens = false;
+        const ArcJpegEncoding encoding(kNone, {pixels.data(), width, height, kFormat}, 90);
+        EXPECT_EQ(recorder.take("MStreamOpen"), Lines{kov::test::text("MStreamOpenFromMemoryBlock null %d", capacity)});
+    }
 }
 
 TEST_F(ArcJpegEncoderTest, QualityFollowsTheCameraParameter) {

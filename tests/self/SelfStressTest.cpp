@@ -1,5 +1,6 @@
 // Pictures of the self shot while modes are switched and the adaptor is dropped.
 
+#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include <atomic>

@@ -67,6 +67,8 @@ void FakeCameraHardware::setCallbacks(notify_callback notify_cb, data_callback d
     dataCb = data_cb;
     dataCbTimestamp = data_cb_timestamp;
     user = newUser;
+    if (const auto action = during.find("setCallbacks stored"); action != during.end())
+        action->second();
 }
 
 void FakeCameraHardware::enableMsgType(int32_t msgType) {

@@ -24,9 +24,10 @@ public:
     /// Calls of `openCameraHardware` so far.
     static size_t timesOpened();
 
-    android::CameraParameters params;                     // what getParameters returns
-    std::map<std::string, android::status_t> results;     // by operation name; 0 where missing
-    std::map<std::string, std::function<void()>> during;  // by operation name; run within the operation
+    android::CameraParameters params;                  // what getParameters returns
+    std::map<std::string, android::status_t> results;  // by operation name; 0 where missing
+    // By operation name; run within the operation. "setCallbacks stored" runs when a registration has taken effect.
+    std::map<std::string, std::function<void()>> during;
     android::sp<android::IMemoryHeap> previewHeap, rawHeap;
     int32_t enabledTypes = android::CAMERA_MSG_ALL_MSGS;
     bool flag = false;  // answer of previewEnabled, recordingEnabled
