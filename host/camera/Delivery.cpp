@@ -2,11 +2,11 @@
 
 #include "host/camera/Delivery.h"
 
-#include <android/log.h>
-
 #include <cstring>
 #include <sstream>
 #include <thread>
+
+#include "host/camera/Failure.h"
 
 namespace kov::camera {
 
@@ -14,16 +14,10 @@ using namespace android;
 
 namespace {
 
-constexpr char kTag[] = "VendorCamera";
 constexpr nsecs_t kSecond = 1000000000;
 constexpr nsecs_t kFocusTime = 200000000;  // in the stream's time
 // A frame that is later than this many frame times moves the whole schedule, instead of being made up for.
 constexpr int kMostCatchUp = 2;
-
-status_t refuse(const char* what) {
-    __android_log_print(ANDROID_LOG_ERROR, kTag, "%s", what);
-    return INVALID_OPERATION;
-}
 
 constexpr char kReleased[] = "the camera was released; open it again";
 
@@ -100,7 +94,7 @@ status_t Delivery::setParameters(const CameraParameters& parameters) {
     CameraSettings settings;
     std::string error;
     if (!readSettings(parameters, &settings, &error)) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "setParameters: %s", error.c_str());
+        fail(error, "setParameters: ");
         return BAD_VALUE;
     }
     CameraParameters accepted = parameters;
@@ -254,7 +248,7 @@ cv::Mat Delivery::view(int64_t index, int frameRate, FrameSize size) {
     const AutoMutex guard(mSourceLock);
     cv::Mat picture = mSource->frame(static_cast<double>(index) / frameRate, {size.width, size.height});
     if (picture.empty())
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "the source broke: %s", mSource->error().c_str());
+        fail(mSource->error(), "the source broke: ");
     return picture;
 }
 
@@ -422,7 +416,7 @@ sp<IMemory> Delivery::makeRaw(const PictureJob& job, const cv::Mat& picture, Fra
     auto* frame = static_cast<uint8_t*>(job.rawHeap->base());
     if (frame && writer.write(picture, job.settings.pictureLayout, frame))
         return new MemoryBase(job.rawHeap, 0, job.settings.picture.frameBytes());
-    __android_log_print(ANDROID_LOG_ERROR, kTag, "no memory for the raw picture");
+    fail("no memory for the raw picture");
     notifyIfEnabled(CAMERA_MSG_ERROR, UNKNOWN_ERROR, 0);
     return {};
 }
@@ -434,7 +428,7 @@ sp<IMemory> Delivery::makeJpeg(const PictureJob& job, const cv::Mat& picture, Fr
         std::memcpy(heap->base(), bytes.data(), bytes.size());
         return new MemoryBase(heap, 0, bytes.size());
     }
-    __android_log_print(ANDROID_LOG_ERROR, kTag, "the picture could not be compressed");
+    fail("the picture could not be compressed");
     notifyIfEnabled(CAMERA_MSG_ERROR, UNKNOWN_ERROR, 0);
     return {};
 }

@@ -11,6 +11,7 @@
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
 
+#include "host/camera/Views.h"
 #include "host/camera/scenes/Hand.h"
 
 namespace kov::camera {
@@ -32,18 +33,6 @@ public:
 private:
     const cv::utils::logging::LogLevel mBefore;
 };
-
-/// The largest part of `picture` with the shape of `size` around its centre, scaled to `size`.
-cv::Mat fill(const cv::Mat& picture, cv::Size size) {
-    const double scale =
-        std::min(static_cast<double>(picture.cols) / size.width, static_cast<double>(picture.rows) / size.height);
-    const cv::Size part(std::max(1, static_cast<int>(size.width * scale)),
-                        std::max(1, static_cast<int>(size.height * scale)));
-    const cv::Rect box((picture.cols - part.width) / 2, (picture.rows - part.height) / 2, part.width, part.height);
-    cv::Mat filled;
-    cv::resize(picture(box), filled, size, 0, 0, scale > 1 ? cv::INTER_AREA : cv::INTER_CUBIC);
-    return filled;
-}
 
 /// A camera that moves over a still picture.
 class StillSource : public FrameSource {

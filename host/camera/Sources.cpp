@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/camera/FileSources.h"
+#include "host/camera/PushSource.h"
 #include "host/camera/SourceOptions.h"
 #include "host/camera/scenes/AddMe.h"
 #include "host/camera/scenes/Crossing.h"
@@ -21,6 +22,7 @@ namespace {
 
 constexpr char kScenePrefix[] = "scene:";
 constexpr char kTurnsPrefix[] = "turns:";
+constexpr char kPush[] = "push:";
 
 struct Builtin {
     SceneInfo info;
@@ -103,6 +105,8 @@ const std::vector<SceneInfo>& builtinScenes() {
 std::unique_ptr<FrameSource> openSource(const std::string& text, std::string* error) {
     if (text.starts_with(kTurnsPrefix))
         return openInTurn(text.substr(sizeof kTurnsPrefix - 1), error);
+    if (text == kPush)
+        return std::make_unique<PushSource>();
     const size_t mark = text.find('?');
     const std::string name = text.substr(0, mark);
     SourceOptions options(mark == std::string::npos ? "" : text.substr(mark + 1));

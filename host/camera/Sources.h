@@ -45,6 +45,7 @@ const std::vector<SceneInfo>& builtinScenes();
 ///   FILE.mp4                        a video, which starts over at its end
 ///   FOLDER[?seconds=N]              the pictures of a folder in the order of their names, N seconds each
 ///   /dev/videoN                     a webcam
+///   push:                           what the program itself pushes (host/control/Control.h)
 ///   turns:SOURCE|SOURCE[|...]       these sources in turn, each until a picture was taken
 /// Returns null after filling `error` with one line that says what to do.
 std::unique_ptr<FrameSource> openSource(const std::string& text, std::string* error);

@@ -5,9 +5,12 @@
 #include <android/log.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 
 #include "host/camera/Delivery.h"
+#include "host/camera/Failure.h"
+#include "host/control/Control.h"
 
 namespace kov::camera {
 
@@ -29,8 +32,10 @@ bool readSpeed(double* speed) {
     *speed = std::strtod(text, &end);
     if (*end == '\0' && *speed >= kLeastSpeed && *speed <= kMostSpeed)
         return true;
-    __android_log_print(ANDROID_LOG_ERROR, kTag, "KOV_CAMERA_SPEED must be a number from %g to %g, not \"%s\"",
-                        kLeastSpeed, kMostSpeed, text);
+    char reason[128];
+    std::snprintf(reason, sizeof reason, "KOV_CAMERA_SPEED must be a number from %g to %g, not \"%.40s\"", kLeastSpeed,
+                  kMostSpeed, text);
+    fail(reason);
     return false;
 }
 
@@ -134,12 +139,13 @@ extern "C" __attribute__((visibility("default"))) android::sp<android::CameraHar
     double speed = 1;
     if (!readSpeed(&speed))
         return {};
-    const char* text = std::getenv("KOV_CAMERA_SOURCE");
-    const std::string name = text && *text ? text : "scene:" + builtinScenes().front().name;
+    std::string name = kov::host::chosenSource();
+    if (name.empty())
+        name = "scene:" + builtinScenes().front().name;
     std::string error;
     std::unique_ptr<FrameSource> source = openSource(name, &error);
     if (!source) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "no camera: %s", error.c_str());
+        fail(error, "no camera: ");
         return {};
     }
     return new VendorCamera(std::move(source), name, speed);

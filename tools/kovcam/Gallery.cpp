@@ -14,7 +14,7 @@
 #include <sstream>
 #include <vector>
 
-#include "tools/kovcam/Error.h"
+#include "tools/session/Error.h"
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/PictureWriter.h"
 

@@ -3,8 +3,8 @@
 //     class Panorama : public Mode {
 //     public:
 //         Panorama() : Mode("panorama", KOV_MODE_PANORAMA, "stitches a sweep into one wide picture") {}
-//         void addOptions(CLI::App& app) override { app.add_option(...); }
-//         void run(Session& session) override { session.startPreview(); ... }
+//         void addOptions(Options& options) override { options.number(...); }
+//         void run(Camera& camera) override { camera.session().startPreview(); ... }
 //         std::vector<Demo> demos() const override { return {{"A sweep", {"-i", "scene:landscape"}}}; }
 //     };
 //     const RegisterMode<Panorama> registered;
@@ -17,13 +17,10 @@
 #include <string>
 #include <vector>
 
-namespace CLI {
-class App;
-}
-
 namespace kov::cam {
 
-class Session;
+class Camera;
+class Options;
 
 /// One item of the demonstration: `kovcam shoot MODE` with these arguments.
 struct Demo {
@@ -41,12 +38,12 @@ public:
     const std::string summary;
 
     /// Adds the mode's own options; the common ones are there already.
-    virtual void addOptions(CLI::App&) {}
+    virtual void addOptions(Options&) {}
     /// May change the source text before the camera is opened, for a mode that takes several (-i may be given as often
     /// as `mostSources` says). Throws Error.
     virtual size_t mostSources() const { return 1; }
     virtual std::string source(const std::vector<std::string>& sources) const { return sources.front(); }
-    virtual void run(Session& session) = 0;
+    virtual void run(Camera& camera) = 0;
     virtual std::vector<Demo> demos() const = 0;
 
 protected:

@@ -6,39 +6,15 @@
 #include <filesystem>
 #include <fstream>
 #include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
 #include <utility>
 
-#include "tools/kovcam/Error.h"
+#include "tools/session/Error.h"
+#include "tools/session/Pictures.h"
 
 namespace kov::cam {
 
 namespace {
 constexpr size_t kMostFramesWaiting = 24;
-
-/// A full-range 4:2:0 frame as BGR.
-cv::Mat toBgr(const uint8_t* frame, cv::Size size, bool planar) {
-    auto* bytes = const_cast<uint8_t*>(frame);
-    const cv::Mat luma(size, CV_8U, bytes);
-    const cv::Size half = size / 2;
-    uint8_t* const chroma = bytes + size.area();
-    cv::Mat v;
-    cv::Mat u;
-    if (planar) {
-        u = cv::Mat(half, CV_8U, chroma);
-        v = cv::Mat(half, CV_8U, chroma + half.area());
-    } else {
-        const cv::Mat pairs(half, CV_8UC2, chroma);
-        cv::extractChannel(pairs, v, 0);
-        cv::extractChannel(pairs, u, 1);
-    }
-    cv::resize(v, v, size);
-    cv::resize(u, u, size);
-    cv::Mat picture;
-    cv::merge(std::vector<cv::Mat>{luma, v, u}, picture);
-    cv::cvtColor(picture, picture, cv::COLOR_YCrCb2BGR);
-    return picture;
-}
 }  // namespace
 
 void prepareFolder(const std::string& folder) {
@@ -64,16 +40,16 @@ PictureWriter::~PictureWriter() {
 }
 
 void PictureWriter::addFile(const std::string& path, std::vector<uint8_t> bytes) {
-    add({path, std::move(bytes), {}, false});
+    add({path, std::move(bytes), {}});
 }
 
-bool PictureWriter::addFrame(const std::string& path, std::vector<uint8_t> bytes, cv::Size size, bool planar) {
+bool PictureWriter::addFrame(const std::string& path, const Frame& frame) {
     {
         const std::lock_guard held(mLock);
         if (mJobs.size() >= kMostFramesWaiting)
             return false;
     }
-    add({path, std::move(bytes), size, planar});
+    add({path, {frame.bytes, frame.bytes + frame.size}, frame});
     return true;
 }
 
@@ -112,14 +88,15 @@ void PictureWriter::run() {
 }
 
 bool PictureWriter::write(const Job& job) {
-    if (job.frameSize.empty()) {
+    if (!job.frame) {
         std::ofstream file(job.path, std::ios::binary);
         file.write(reinterpret_cast<const char*>(job.bytes.data()), static_cast<std::streamsize>(job.bytes.size()));
         file.close();
         return file.good();
     }
-    const cv::Mat bgr = toBgr(job.bytes.data(), job.frameSize, job.planar);
-    return cv::imwrite(job.path, bgr, {cv::IMWRITE_JPEG_QUALITY, 92});
+    Frame frame = *job.frame;
+    frame.bytes = job.bytes.data();
+    return cv::imwrite(job.path, toBgr(frame), {cv::IMWRITE_JPEG_QUALITY, 92});
 }
 
 }  // namespace kov::cam

@@ -5,10 +5,12 @@
 #include <cstdint>
 #include <deque>
 #include <mutex>
-#include <opencv2/core.hpp>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "tools/session/Listener.h"
 
 namespace kov::cam {
 
@@ -26,9 +28,8 @@ public:
 
     /// Adds a finished file.
     void addFile(const std::string& path, std::vector<uint8_t> bytes);
-    /// Adds a 4:2:0 frame, `planar` or with interleaved chroma (V first), which is written as JPEG. False when too many
-    /// frames wait already; the frame is left out then.
-    bool addFrame(const std::string& path, std::vector<uint8_t> bytes, cv::Size size, bool planar);
+    /// Adds a frame, which is written as JPEG. False when too many frames wait already; the frame is left out then.
+    bool addFrame(const std::string& path, const Frame& frame);
     /// Waits until all is written. Throws Error when something could not be.
     void flush();
 
@@ -36,8 +37,7 @@ private:
     struct Job {
         std::string path;
         std::vector<uint8_t> bytes;
-        cv::Size frameSize;  // empty for a finished file
-        bool planar = false;
+        std::optional<Frame> frame;  // what the bytes are, but for a finished file
     };
 
     void add(Job job);

@@ -10,9 +10,9 @@
 #include <sstream>
 #include <thread>
 
-#include "tools/kovcam/Error.h"
+#include "tools/session/Error.h"
 #include "tools/kovcam/Mode.h"
-#include "tools/kovcam/Session.h"
+#include "tools/kovcam/Camera.h"
 
 namespace kov::cam {
 
@@ -90,34 +90,34 @@ struct Verb {
     const char* name;
     const char* usage;
     std::function<bool(const Arguments&)> valid;
-    std::function<void(const Arguments&, Session&)> run;
+    std::function<void(const Arguments&, Camera&)> run;
 };
 
 const std::vector<Verb>& verbs() {
     const auto none = [](const Arguments& arguments) { return arguments.empty(); };
     static const std::vector<Verb> all = {
-        {"start-preview", "start-preview", none, [](const Arguments&, Session& session) { session.startPreview(); }},
-        {"stop-preview", "stop-preview", none, [](const Arguments&, Session& session) { session.stopPreview(); }},
-        {"picture", "picture", none, [](const Arguments&, Session& session) { session.takePicture(); }},
-        {"autofocus", "autofocus", none, [](const Arguments&, Session& session) { session.autoFocus(); }},
+        {"start-preview", "start-preview", none, [](const Arguments&, Camera& camera) { camera.session().startPreview(); }},
+        {"stop-preview", "stop-preview", none, [](const Arguments&, Camera& camera) { camera.session().stopPreview(); }},
+        {"picture", "picture", none, [](const Arguments&, Camera& camera) { camera.session().takePicture(); }},
+        {"autofocus", "autofocus", none, [](const Arguments&, Camera& camera) { camera.session().autoFocus(); }},
         {"mode", "mode NAME, one of those that kovcam modes lists",
          [](const Arguments& arguments) { return arguments.size() == 1 && findMode(arguments[0]); },
-         [](const Arguments& arguments, Session& session) { session.selectMode(findMode(arguments[0])->code); }},
+         [](const Arguments& arguments, Camera& camera) { camera.session().selectMode(findMode(arguments[0])->code); }},
         {"command", "command CODE [ARG1 [ARG2]]",
          [](const Arguments& arguments) {
              return !arguments.empty() && arguments.size() <= 3 && allNumbers(arguments);
          },
-         [](const Arguments& arguments, Session& session) {
+         [](const Arguments& arguments, Camera& camera) {
              const auto argument = [&](size_t i) { return i < arguments.size() ? *toNumber(arguments[i]) : 0; };
-             session.command(argument(0), argument(1), argument(2));
+             camera.session().sendCommand(argument(0), argument(1), argument(2));
          }},
         {"set", "set KEY VALUE", [](const Arguments& arguments) { return arguments.size() == 2; },
-         [](const Arguments& arguments, Session& session) { session.setParameter(arguments[0], arguments[1]); }},
+         [](const Arguments& arguments, Camera& camera) { camera.session().setParameter(arguments[0], arguments[1]); }},
         {"wait", "wait TYPE [EXT1] [timeout SECONDS]",
          [](const Arguments& arguments) { return parseWait(arguments).has_value(); },
-         [](const Arguments& arguments, Session& session) {
+         [](const Arguments& arguments, Camera& camera) {
              const Wait wait = *parseWait(arguments);
-             session.wait("message " + arguments[0], wait.seconds, [&](const Message& message) {
+             camera.wait("message " + arguments[0], wait.seconds, [&](const Message& message) {
                  return message.type == wait.type && (!wait.ext1 || *wait.ext1 == message.ext1);
              });
          }},
@@ -182,13 +182,13 @@ std::vector<ScriptStep> readScript(const std::string& path) {
     return steps;
 }
 
-void runScript(const std::vector<ScriptStep>& steps, Session& session) {
+void runScript(const std::vector<ScriptStep>& steps, Camera& camera) {
     const Clock::time_point begin = Clock::now();
     Clock::time_point last = begin;
     for (const ScriptStep& step : steps) {
         const auto offset = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(step.seconds));
         std::this_thread::sleep_until((step.relative ? last : begin) + offset);
-        findVerb(step.what)->run(step.arguments, session);
+        findVerb(step.what)->run(step.arguments, camera);
         last = Clock::now();
     }
 }

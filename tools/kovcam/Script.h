@@ -6,7 +6,7 @@
 
 namespace kov::cam {
 
-class Session;
+class Camera;
 
 /// One step: what to do, and when.
 struct ScriptStep {
@@ -19,6 +19,6 @@ struct ScriptStep {
 
 /// Reads and checks the whole file. Throws Error with the number of the first line that does not parse.
 std::vector<ScriptStep> readScript(const std::string& path);
-void runScript(const std::vector<ScriptStep>& steps, Session& session);
+void runScript(const std::vector<ScriptStep>& steps, Camera& camera);
 
 }  // namespace kov::cam

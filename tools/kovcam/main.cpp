@@ -6,13 +6,14 @@
 #include <memory>
 #include <opencv2/core/utils/logger.hpp>
 
-#include "host/camera/Sources.h"
-#include "host/runtime/Log.h"
-#include "tools/kovcam/Error.h"
+#include "tools/session/Error.h"
 #include "tools/kovcam/Gallery.h"
 #include "tools/kovcam/Mode.h"
+#include "tools/kovcam/Options.h"
 #include "tools/kovcam/Script.h"
-#include "tools/kovcam/Session.h"
+#include "tools/kovcam/live/Serve.h"
+#include "tools/session/Sources.h"
+#include "tools/kovcam/Camera.h"
 
 namespace kov::cam {
 
@@ -27,6 +28,7 @@ const char* const kExamples = R"(Examples:
   kovcam shoot single -i walk.avi -o out --save-preview 10 --trace out/trace.jsonl
   kovcam script session.kov -i scene:portrait -o out
   kovcam demo -o gallery
+  kovcam serve -i scene:portrait --open
 )";
 
 const char* const kShootHelp =
@@ -49,22 +51,37 @@ Example:
 
 /// Options that every session has.
 struct CommonOptions {
-    SessionOptions session;
+    CameraOptions camera;
     std::vector<std::string> sources;
     std::string previewSize;
     std::string pictureSize;
+    std::string previewFormat;
+    std::string framesPerSecond;
+    std::string quality;
 };
 
-/// "640x480".
-cv::Size toSize(const std::string& text) {
+/// Throws Error for what is not of the form 640x480.
+void requireSize(const std::string& text) {
     int width = 0;
     int height = 0;
     char rest = 0;
-    if (text.empty())
-        return {};
     if (std::sscanf(text.c_str(), "%dx%d%c", &width, &height, &rest) != 2 || width <= 0 || height <= 0)
         throw Error("\"" + text + "\" is no size; write it as 640x480");
-    return {width, height};
+}
+
+/// The parameters that the options set; those that are not given leave the camera's own.
+std::map<std::string, std::string> parameters(const CommonOptions& options) {
+    std::map<std::string, std::string> values = {{"preview-size", options.previewSize},
+                                                 {"picture-size", options.pictureSize},
+                                                 {"preview-format", options.previewFormat},
+                                                 {"preview-frame-rate", options.framesPerSecond},
+                                                 {"jpeg-quality", options.quality}};
+    std::erase_if(values, [](const auto& entry) { return entry.second.empty(); });
+    for (const char* key : {"preview-size", "picture-size"}) {
+        if (values.contains(key))
+            requireSize(values[key]);
+    }
+    return values;
 }
 
 /// What the options are where they may be left out.
@@ -75,7 +92,7 @@ void addCommonOptions(CLI::App& app, CommonOptions& options, bool sourceAndFolde
     auto* const input =
         app.add_option("-i,--input", options.sources, "What the camera sees: scene:NAME, a file, a folder, a device")
             ->take_all();
-    auto* const output = app.add_option("-o,--output", options.session.folder, "Folder for the pictures");
+    auto* const output = app.add_option("-o,--output", options.camera.saving.folder, "Folder for the pictures");
     if (sourceAndFolderRequired) {
         input->required();
         output->required();
@@ -85,12 +102,12 @@ void addCommonOptions(CLI::App& app, CommonOptions& options, bool sourceAndFolde
     }
     app.add_option("--preview-size", options.previewSize, "WxH of preview frames");
     app.add_option("--picture-size", options.pictureSize, "WxH of pictures");
-    app.add_option("--preview-format", options.session.previewFormat, "yuv420sp or yuv420p");
-    app.add_option("--fps", options.session.framesPerSecond, "Preview frames a second")->check(CLI::PositiveNumber);
-    app.add_option("--quality", options.session.quality, "JPEG quality")->check(CLI::Range(1, 100));
-    app.add_option("--save-preview", options.session.savePreviewEvery, "Save every Nth preview frame")
+    app.add_option("--preview-format", options.previewFormat, "yuv420sp or yuv420p");
+    app.add_option("--fps", options.framesPerSecond, "Preview frames a second")->check(CLI::PositiveNumber);
+    app.add_option("--quality", options.quality, "JPEG quality")->check(CLI::Range(1, 100));
+    app.add_option("--save-preview", options.camera.saving.previewEvery, "Save every Nth preview frame")
         ->check(CLI::NonNegativeNumber);
-    app.add_option("--trace", options.session.trace,
+    app.add_option("--trace", options.camera.trace,
                    "Write everything that happens to this file, a JSON object a line");
 }
 
@@ -110,7 +127,7 @@ void printModes() {
 }
 
 void printScenes() {
-    for (const auto& scene : kov::camera::builtinScenes()) {
+    for (const auto& scene : scenes()) {
         std::printf("scene:%-14s %s\n", scene.name.c_str(), scene.summary.c_str());
         if (!scene.options.empty())
             std::printf("%20s options: %s\n", "", scene.options.c_str());
@@ -120,28 +137,27 @@ void printScenes() {
 /// Opens a session, runs `work` in it, and closes it also when that fails: what was saved stays.
 template <typename Work>
 void inSession(CommonOptions& options, const std::string& source, const std::string& prefix, Work work) {
-    options.session.source = source;
-    options.session.prefix = prefix;
-    options.session.previewSize = toSize(options.previewSize);
-    options.session.pictureSize = toSize(options.pictureSize);
-    auto* session = new Session(options.session);  // lives until the process ends; see its class
+    options.camera.source = source;
+    options.camera.saving.prefix = prefix;
+    options.camera.parameters = parameters(options);
+    Camera camera(options.camera);
     try {
-        work(*session);
+        work(camera);
     } catch (...) {
-        session->close();
+        camera.close();
         throw;
     }
-    session->close();
-    for (const std::string& picture : session->pictures())
+    camera.close();
+    for (const std::string& picture : camera.saver().pictures())
         std::printf("%s\n", picture.c_str());
 }
 
 void shoot(Mode& mode, CommonOptions& options) {
     if (options.sources.size() > mode.mostSources())
         throw Error("too many sources; " + mode.name + " takes " + std::to_string(mode.mostSources()));
-    inSession(options, mode.source(options.sources), mode.name, [&](Session& session) {
-        session.selectMode(mode.code);
-        mode.run(session);
+    inSession(options, mode.source(options.sources), mode.name, [&](Camera& camera) {
+        camera.session().selectMode(mode.code);
+        mode.run(camera);
     });
 }
 
@@ -149,10 +165,10 @@ void script(const std::string& path, CommonOptions& options) {
     if (options.sources.size() > 1)
         throw Error("too many sources; a script takes one, which may be turns:SOURCE|SOURCE");
     const std::vector<ScriptStep> steps = readScript(path);
-    if (options.session.folder.empty())
-        options.session.folder = kUsualFolder;
+    if (options.camera.saving.folder.empty())
+        options.camera.saving.folder = kUsualFolder;
     inSession(options, options.sources.empty() ? kUsualSource : options.sources.front(), "picture",
-              [&](Session& session) { runScript(steps, session); });
+              [&](Camera& camera) { runScript(steps, camera); });
 }
 
 void demo(const std::string& folder) {
@@ -189,7 +205,8 @@ int run(int argc, char** argv) {
     for (const auto& mode : allModes()) {
         auto* command = shooting->add_subcommand(mode->name, mode->summary)->footer(kShootHelp + example(*mode));
         addCommonOptions(*command, options, true);
-        mode->addOptions(*command);
+        Options own(*command);
+        mode->addOptions(own);
         command->callback([&options, &mode] { shoot(*mode, options); });
     }
 
@@ -205,8 +222,10 @@ int run(int argc, char** argv) {
     demonstrating->add_option("-o,--output", folder, "Folder for the gallery")->capture_default_str();
     demonstrating->callback([&] { demo(folder); });
 
+    live::addServe(app);
+
     app.parse_complete_callback(
-        [&] { kov::host::setLogLevel(kov::host::logLevelFromName(level.empty() ? "silent" : level)); });
+        [&] { setLogLevel(level.empty() ? "silent" : level); });
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -1,10 +1,12 @@
 // Names of message types and command codes, for people.
 
-#include "tools/kovcam/Names.h"
+#include "tools/session/Names.h"
 
 #include <camera/Camera.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <span>
 
 #include "shots/Commands.h"
 
@@ -16,10 +18,10 @@ using namespace android;
 
 struct Named {
     int32_t value;
-    const char* name;
+    std::string name;
 };
 
-constexpr Named kMessages[] = {
+const Named kMessages[] = {
     {CAMERA_MSG_ERROR, "ERROR"},
     {CAMERA_MSG_SHUTTER, "SHUTTER"},
     {CAMERA_MSG_FOCUS, "FOCUS"},
@@ -48,7 +50,7 @@ constexpr Named kMessages[] = {
     {CAMERA_MSG_CARTOON_PROGRESS, "CARTOON_PROGRESS"},
 };
 
-constexpr Named kCommands[] = {
+const Named kCommands[] = {
     {KOV_MODE_SINGLE, "MODE_SINGLE"},
     {KOV_MODE_CONTINUOUS, "MODE_CONTINUOUS"},
     {KOV_MODE_PANORAMA, "MODE_PANORAMA"},
@@ -77,13 +79,22 @@ constexpr Named kCommands[] = {
     {CARTOON_SHOT_SELECT_EFFECT, "CARTOON_SHOT_SELECT_EFFECT"},
 };
 
-template <size_t Count>
-std::string nameIn(const Named (&table)[Count], int32_t value) {
-    for (const Named& named : table) {
-        if (named.value == value)
-            return named.name;
-    }
-    return {};
+std::string nameIn(std::span<const Named> table, int32_t value) {
+    const auto found = std::ranges::find(table, value, &Named::value);
+    return found == table.end() ? std::string() : found->name;
+}
+
+std::optional<int32_t> valueIn(std::span<const Named> table, const std::string& name) {
+    const auto found = std::ranges::find(table, name, &Named::name);
+    return found == table.end() ? std::nullopt : std::optional(found->value);
+}
+
+std::vector<NamedCode> allOf(std::span<const Named> table) {
+    std::vector<NamedCode> all;
+    for (const Named& named : table)
+        all.push_back({named.value, named.name});
+    std::ranges::sort(all, {}, &NamedCode::code);
+    return all;
 }
 
 }  // namespace
@@ -94,6 +105,22 @@ std::string messageName(int32_t type) {
 
 std::string commandName(int32_t code) {
     return nameIn(kCommands, code);
+}
+
+std::optional<int32_t> messageType(const std::string& name) {
+    return valueIn(kMessages, name);
+}
+
+std::optional<int32_t> commandCode(const std::string& name) {
+    return valueIn(kCommands, name);
+}
+
+std::vector<NamedCode> allMessages() {
+    return allOf(kMessages);
+}
+
+std::vector<NamedCode> allCommands() {
+    return allOf(kCommands);
 }
 
 std::string hex(int32_t value) {

@@ -2,7 +2,7 @@
 //
 //     class Saver : public kov::cam::Listener { void onPicture(const Picture& picture) override { ... } };
 //     auto session = kov::cam::Session::open({.source = "scene:landscape", .listeners = {std::make_shared<Saver>()}});
-//     session->selectMode(kov::cam::modeCode("single"));
+//     session->selectMode(android::KOV_MODE_SINGLE);
 //     session->startPreview();
 //     session->takePicture();
 //     ...
@@ -47,8 +47,9 @@ class Session {
 public:
     /// Opens the camera. Throws Error: while another session of this process is open (a process has one camera), when
     /// the library is missing, and with the vendor camera's own reason when the source or a parameter is refused.
+    /// When the last reference that came from here is dropped, the session is closed; a listener may do so on the
+    /// camera's own thread.
     static std::shared_ptr<Session> open(SessionOptions options);
-    /// As `close`. May run on the camera's own thread, when a listener drops the last reference.
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -57,7 +58,7 @@ public:
     void addListener(std::shared_ptr<Listener> listener);
     void removeListener(const std::shared_ptr<Listener>& listener);
 
-    /// Selects a mode by its command code (Names.h knows them by name). A mode that has no shot leaves plain forwarding.
+    /// Selects a mode by its command code (shots/Commands.h; Names.h knows them by name). A mode that has no shot leaves plain forwarding.
     void selectMode(int32_t code);
     void startPreview();
     void stopPreview();
@@ -88,9 +89,48 @@ public:
     bool isOpen() const;
 
 private:
-    class Callbacks;
+    struct Place;      // this process's one session
+    struct Callbacks;  // what the adaptor calls
+    struct Geometry {
+        int previewWidth = 0;
+        int previewHeight = 0;
+        int pictureWidth = 0;
+        int pictureHeight = 0;
+        PixelLayout previewLayout = PixelLayout::Yuv420sp;
+        PixelLayout pictureLayout = PixelLayout::Yuv420sp;
+    };
+    using Listeners = std::vector<std::shared_ptr<Listener>>;
+    using Hardware = android::sp<android::CameraHardwareInterface>;
 
-    explicit Session(SessionOptions options);
+    Session();
+    void start(const std::shared_ptr<Session>& self, SessionOptions options);
+    /// The open camera. Throws Error when the session is closed.
+    Hardware camera() const;
+
+    template <typename Event>
+    void tell(void (Listener::*receiver)(const Event&), const Event& event) const;
+    /// Tells of an operation, makes it, tells its result. Throws Error when it failed.
+    void call(const char* name, const std::function<android::status_t(Hardware&)>& make, const std::string& text = {});
+    /// The same for one that has no status.
+    void callVoid(const char* name, const std::function<void(Hardware&)>& make, const std::string& text = {}) const;
+    android::CameraParameters getParameters() const;
+    void apply(const android::CameraParameters& parameters, const std::string& text) REQUIRES(mParametersLock);
+
+    Frame frame(int32_t type, const android::sp<android::IMemory>& memory, int64_t timestamp);
+    void received(int32_t type, const android::sp<android::IMemory>& memory);
+    void receivedRecording(int64_t timestamp, int32_t type, const android::sp<android::IMemory>& memory);
+
+    android::Mutex mParametersLock;  // held from reading parameters until they are set again; before mLock
+    mutable android::Mutex mLock;    // a leaf
+    Hardware mCamera GUARDED_BY(mLock);
+    std::unique_ptr<Place> mPlace GUARDED_BY(mLock);
+    std::shared_ptr<const Listeners> mListeners GUARDED_BY(mLock);
+    Geometry mGeometry GUARDED_BY(mLock);
+
+    std::atomic<uint64_t> mFrames{0};
+    std::atomic<uint64_t> mRecordingFrames{0};
+    std::atomic<uint64_t> mRawPictures{0};
+    std::atomic<uint64_t> mPictures{0};
 };
 
 /// Shows a picture in front of the camera of a session whose source is push:. It stays until the next one comes; the

@@ -1,14 +1,14 @@
 // Action: a moving subject, at several moments, in one picture.
 
-#include <CLI/CLI.hpp>
 #include <optional>
 #include <string>
 
 #include "shots/Commands.h"
-#include "tools/kovcam/Error.h"
+#include "tools/session/Error.h"
 #include "tools/kovcam/Mode.h"
+#include "tools/kovcam/Options.h"
 #include "tools/kovcam/Progress.h"
-#include "tools/kovcam/Session.h"
+#include "tools/kovcam/Camera.h"
 
 namespace kov::cam {
 
@@ -22,16 +22,14 @@ class Action : public Mode {
 public:
     Action() : Mode("action", KOV_MODE_ACTION, "shows a moving subject at several moments in one picture") {}
 
-    void addOptions(CLI::App& app) override {
-        app.add_option("--stop-after", mSeconds, "End the series after so many seconds; it may end by itself earlier")
-            ->check(CLI::Range(0.5, 120.0))
-            ->capture_default_str();
+    void addOptions(Options& options) override {
+        options.number("--stop-after", mSeconds, "End the series after so many seconds; it may end by itself earlier", 0.5, 120.0);
     }
 
-    void run(Session& session) override {
-        session.startPreview();
-        session.waitForFrames(1);
-        session.command(ACTION_SHOT_START_CAPTURE);
+    void run(Camera& camera) override {
+        camera.session().startPreview();
+        camera.waitForFrames(1);
+        camera.session().sendCommand(ACTION_SHOT_START_CAPTURE);
         std::optional<Progress> progress(std::in_place, "following");
         int accepted = 0;
         int shown = -1;  // percent
@@ -53,11 +51,11 @@ public:
             finished = finished || message.type == CAMERA_MSG_COMPRESSED_IMAGE;
             return finished;
         };
-        session.runFor(mSeconds, look);
+        camera.runFor(mSeconds, look);
         if (!creating)
-            session.command(ACTION_SHOT_STOP_CAPTURE);
+            camera.session().sendCommand(ACTION_SHOT_STOP_CAPTURE);
         if (!finished)
-            session.wait("picture", kCreateSeconds, look);
+            camera.wait("picture", kCreateSeconds, look);
     }
 
     std::vector<Demo> demos() const override {

@@ -1,12 +1,11 @@
 // Add-me: two pictures of a scene become one with both people in it.
 
-#include <CLI/CLI.hpp>
-
 #include "shots/Commands.h"
-#include "tools/kovcam/Error.h"
+#include "tools/session/Error.h"
 #include "tools/kovcam/Mode.h"
+#include "tools/kovcam/Options.h"
 #include "tools/kovcam/Progress.h"
-#include "tools/kovcam/Session.h"
+#include "tools/kovcam/Camera.h"
 
 namespace kov::cam {
 
@@ -28,16 +27,15 @@ public:
         return sources.size() == 1 ? sources[0] : "turns:" + sources[0] + "|" + sources[1];
     }
 
-    void addOptions(CLI::App& app) override {
-        app.add_option("--position", mPosition, "Who is in front where both stand: 1 the first, 0 the second person")
-            ->check(CLI::Range(0, 1));
+    void addOptions(Options& options) override {
+        options.number("--position", mPosition, "Who is in front where both stand: 1 the first, 0 the second person", 0, 1);
     }
 
-    void run(Session& session) override {
+    void run(Camera& camera) override {
         if (mPosition >= 0)
-            session.command(ADDME_SHOT_SWITCH_FIRST_PERSON, mPosition);
-        takeFirst(session);
-        takeSecond(session);
+            camera.session().sendCommand(ADDME_SHOT_SWITCH_FIRST_PERSON, mPosition);
+        takeFirst(camera);
+        takeSecond(camera);
     }
 
     std::vector<Demo> demos() const override {
@@ -45,16 +43,16 @@ public:
     }
 
 private:
-    static void askForPicture(Session& session) {
-        session.startPreview();  // a picture stops it
-        session.waitForFrames(kFramesBefore);
-        session.takePicture();
+    static void askForPicture(Camera& camera) {
+        camera.session().startPreview();  // a picture stops it
+        camera.waitForFrames(kFramesBefore);
+        camera.session().takePicture();
     }
 
-    static void takeFirst(Session& session) {
-        askForPicture(session);
+    static void takeFirst(Camera& camera) {
+        askForPicture(camera);
         bool refused = false;
-        session.wait("first picture", kPictureSeconds, [&](const Message& message) {
+        camera.wait("first picture", kPictureSeconds, [&](const Message& message) {
             refused = refused || message.type == CAMERA_MSG_ADDME_ERROR;
             return message.type == CAMERA_MSG_COMPRESSED_IMAGE;
         });
@@ -62,11 +60,11 @@ private:
             throw Error("the first picture was refused, and saved as it is; use an even size of at most 2560x1920");
     }
 
-    static void takeSecond(Session& session) {
-        askForPicture(session);
+    static void takeSecond(Camera& camera) {
+        askForPicture(camera);
         Progress progress("merging");
         bool refused = false;
-        session.wait("merged picture", kMergeSeconds, [&](const Message& message) {
+        camera.wait("merged picture", kMergeSeconds, [&](const Message& message) {
             refused = refused || message.type == CAMERA_MSG_ADDME_ERROR;
             if (message.type == CAMERA_MSG_ADDME_PROGRESS)
                 progress.show(message.ext1);

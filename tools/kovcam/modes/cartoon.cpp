@@ -1,12 +1,12 @@
 // Cartoon: pictures with a drawn look.
 
-#include <CLI/CLI.hpp>
 #include <map>
 
 #include "shots/Commands.h"
 #include "tools/kovcam/Mode.h"
+#include "tools/kovcam/Options.h"
 #include "tools/kovcam/Progress.h"
-#include "tools/kovcam/Session.h"
+#include "tools/kovcam/Camera.h"
 
 namespace kov::cam {
 
@@ -24,21 +24,19 @@ class Cartoon : public Mode {
 public:
     Cartoon() : Mode("cartoon", KOV_MODE_CARTOON, "draws preview and pictures as a cartoon, sketch or stamp") {}
 
-    void addOptions(CLI::App& app) override {
-        app.add_option("--effect", mEffects, "How to draw; a picture for each effect that is given")
-            ->check(CLI::IsMember({"cartoon", "sketch", "sketch-gray", "stamp", "none"}))
-            ->capture_default_str();
+    void addOptions(Options& options) override {
+        options.choices("--effect", mEffects, "How to draw; a picture for each effect that is given", {"cartoon", "sketch", "sketch-gray", "stamp", "none"});
     }
 
-    void run(Session& session) override {
+    void run(Camera& camera) override {
         for (const std::string& effect : mEffects) {
-            session.command(CARTOON_SHOT_SELECT_EFFECT, kEffects.at(effect));
-            session.startPreview();  // a picture stops it
-            session.waitForFrames(kFramesBefore);
-            session.nameNextPicture(effect);
-            session.takePicture();
+            camera.session().sendCommand(CARTOON_SHOT_SELECT_EFFECT, kEffects.at(effect));
+            camera.session().startPreview();  // a picture stops it
+            camera.waitForFrames(kFramesBefore);
+            camera.saver().nameNextPicture(effect);
+            camera.session().takePicture();
             Progress progress(effect);
-            session.wait("picture", kPictureSeconds, [&](const Message& message) {
+            camera.wait("picture", kPictureSeconds, [&](const Message& message) {
                 if (message.type == CAMERA_MSG_CARTOON_PROGRESS)
                     progress.show(message.ext1);
                 return message.type == CAMERA_MSG_COMPRESSED_IMAGE;

@@ -1,12 +1,12 @@
 // Continuous: a burst of up to nine pictures.
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 
 #include "shots/Commands.h"
 #include "tools/kovcam/Mode.h"
+#include "tools/kovcam/Options.h"
 #include "tools/kovcam/Progress.h"
-#include "tools/kovcam/Session.h"
+#include "tools/kovcam/Camera.h"
 
 namespace kov::cam {
 
@@ -23,26 +23,26 @@ class Continuous : public Mode {
 public:
     Continuous() : Mode("continuous", KOV_MODE_CONTINUOUS, "takes a burst of up to nine pictures, with clicks") {}
 
-    void addOptions(CLI::App& app) override {
-        app.add_option("--count", mCount, "Frames to take")->check(CLI::Range(1, kMostFrames))->capture_default_str();
-        app.add_flag("--mute", mMute, "Take them without the click");
+    void addOptions(Options& options) override {
+        options.number("--count", mCount, "Frames to take", 1, kMostFrames);
+        options.flag("--mute", mMute, "Take them without the click");
     }
 
-    void run(Session& session) override {
-        session.startPreview();
-        session.waitForFrames(kFramesBefore);
-        session.command(CONTINUOUS_SHOT_SOUND, mMute ? 0 : 1);
-        session.command(CONTINUOUS_SHOT_START_CAPTURE);
-        session.wait("frame of the burst", kTakeSeconds, [&](const Message& message) {
+    void run(Camera& camera) override {
+        camera.session().startPreview();
+        camera.waitForFrames(kFramesBefore);
+        camera.session().sendCommand(CONTINUOUS_SHOT_SOUND, mMute ? 0 : 1);
+        camera.session().sendCommand(CONTINUOUS_SHOT_START_CAPTURE);
+        camera.wait("frame of the burst", kTakeSeconds, [&](const Message& message) {
             if (message.type != CAMERA_MSG_CONTINUOUS_FRAME_TAKEN)
                 return false;
             std::fprintf(stderr, "frame %d of %d taken\n", message.ext1, mCount);
             return message.ext1 >= mCount;
         });
-        session.command(CONTINUOUS_SHOT_STOP_CAPTURE);
+        camera.session().sendCommand(CONTINUOUS_SHOT_STOP_CAPTURE);
         Progress progress("encoding");
         int pictures = 0;
-        session.wait("picture of the burst", kEncodeSeconds, [&](const Message& message) {
+        camera.wait("picture of the burst", kEncodeSeconds, [&](const Message& message) {
             if (message.type == CAMERA_MSG_COMPRESSED_IMAGE)
                 progress.show(100 * ++pictures / mCount);
             return message.type == CAMERA_MSG_CONTINUOUS_DELIVERED;

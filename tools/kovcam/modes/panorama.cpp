@@ -1,13 +1,13 @@
 // Panorama: a sweep of the camera becomes one wide picture.
 
-#include <CLI/CLI.hpp>
 #include <string>
 
 #include "shots/Commands.h"
-#include "tools/kovcam/Error.h"
+#include "tools/session/Error.h"
 #include "tools/kovcam/Mode.h"
+#include "tools/kovcam/Options.h"
 #include "tools/kovcam/Progress.h"
-#include "tools/kovcam/Session.h"
+#include "tools/kovcam/Camera.h"
 
 namespace kov::cam {
 
@@ -22,12 +22,11 @@ class Panorama : public Mode {
 public:
     Panorama() : Mode("panorama", KOV_MODE_PANORAMA, "stitches a sweep of the camera into one wide picture") {}
 
-    void addOptions(CLI::App& app) override {
-        app.add_option("--direction", mDirection, "Way of the sweep, for scene:landscape and still pictures")
-            ->check(CLI::IsMember({"right", "left", "up", "down"}));
-        app.add_option("--seconds", mSeconds, "Stop the sweep after this long; a full buffer stops it earlier")
-            ->check(CLI::Range(0.5, 120.0))
-            ->capture_default_str();
+    void addOptions(Options& options) override {
+        options.choice("--direction", mDirection, "Way of the sweep, for scene:landscape and still pictures",
+                       {"right", "left", "up", "down"});
+        options.number("--seconds", mSeconds, "Stop the sweep after this long; a full buffer stops it earlier", 0.5,
+                       120.0);
     }
 
     std::string source(const std::vector<std::string>& sources) const override {
@@ -38,15 +37,15 @@ public:
         return source + (source.find('?') == std::string::npos ? "?" : "&") + option;
     }
 
-    void run(Session& session) override {
-        session.startPreview();
-        session.waitForFrames(kFramesBefore);
+    void run(Camera& camera) override {
+        camera.session().startPreview();
+        camera.waitForFrames(kFramesBefore);
         int added = 0;
         const auto saveNextAdded = [&] {
-            session.saveFrameOf(CAMERA_MSG_PANORAMA_FRAME_ADDED, "preview-added-" + std::to_string(added + 1));
+            camera.saver().saveFrameOf(CAMERA_MSG_PANORAMA_FRAME_ADDED, "preview-added-" + std::to_string(added + 1));
         };
         saveNextAdded();
-        session.command(PANORAMA_SHOT_START);
+        camera.session().sendCommand(PANORAMA_SHOT_START);
         Progress progress("stitching");
         bool stitching = false;
         bool finished = false;
@@ -64,11 +63,11 @@ public:
             finished = finished || message.type == CAMERA_MSG_COMPRESSED_IMAGE;
             return finished;
         };
-        session.runFor(mSeconds, look);
+        camera.runFor(mSeconds, look);
         if (!stitching)
-            session.command(PANORAMA_SHOT_STOP);
+            camera.session().sendCommand(PANORAMA_SHOT_STOP);
         if (!finished)
-            session.wait("panorama", kStitchSeconds, look);
+            camera.wait("panorama", kStitchSeconds, look);
     }
 
     std::vector<Demo> demos() const override {

@@ -2,7 +2,7 @@
 
 #include "shots/Commands.h"
 #include "tools/kovcam/Mode.h"
-#include "tools/kovcam/Session.h"
+#include "tools/kovcam/Camera.h"
 
 namespace kov::cam {
 
@@ -17,11 +17,11 @@ class Self : public Mode {
 public:
     Self() : Mode("self", KOV_MODE_SELF, "takes the picture from the preview, at its size") {}
 
-    void run(Session& session) override {
-        session.startPreview();
-        session.waitForFrames(kFramesBefore);
-        session.takePicture();
-        session.waitFor(CAMERA_MSG_COMPRESSED_IMAGE, kPictureSeconds);
+    void run(Camera& camera) override {
+        camera.session().startPreview();
+        camera.waitForFrames(kFramesBefore);
+        camera.session().takePicture();
+        camera.waitFor(CAMERA_MSG_COMPRESSED_IMAGE, kPictureSeconds);
     }
 
     std::vector<Demo> demos() const override {

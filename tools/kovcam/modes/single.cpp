@@ -1,10 +1,9 @@
 // Single: ordinary still pictures.
 
-#include <CLI/CLI.hpp>
-
 #include "shots/Commands.h"
 #include "tools/kovcam/Mode.h"
-#include "tools/kovcam/Session.h"
+#include "tools/kovcam/Options.h"
+#include "tools/kovcam/Camera.h"
 
 namespace kov::cam {
 
@@ -17,16 +16,16 @@ class Single : public Mode {
 public:
     Single() : Mode("single", android::KOV_MODE_SINGLE, "takes ordinary still pictures") {}
 
-    void addOptions(CLI::App& app) override {
-        app.add_option("--count", mCount, "Pictures to take")->check(CLI::Range(1, 999))->capture_default_str();
+    void addOptions(Options& options) override {
+        options.number("--count", mCount, "Pictures to take", 1, 999);
     }
 
-    void run(Session& session) override {
+    void run(Camera& camera) override {
         for (int i = 0; i < mCount; ++i) {
-            session.startPreview();  // a picture stops it
-            session.waitForFrames(kFramesBefore);
-            session.takePicture();
-            session.waitFor(android::CAMERA_MSG_COMPRESSED_IMAGE, kPictureSeconds);
+            camera.session().startPreview();  // a picture stops it
+            camera.waitForFrames(kFramesBefore);
+            camera.session().takePicture();
+            camera.waitFor(android::CAMERA_MSG_COMPRESSED_IMAGE, kPictureSeconds);
         }
     }
 

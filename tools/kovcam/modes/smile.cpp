@@ -1,11 +1,11 @@
 // Smile: the picture is taken when the faces smile.
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 
 #include "shots/Commands.h"
 #include "tools/kovcam/Mode.h"
-#include "tools/kovcam/Session.h"
+#include "tools/kovcam/Options.h"
+#include "tools/kovcam/Camera.h"
 
 namespace kov::cam {
 
@@ -20,24 +20,22 @@ class Smile : public Mode {
 public:
     Smile() : Mode("smile", KOV_MODE_SMILE, "frames faces in the preview and takes the picture when they smile") {}
 
-    void addOptions(CLI::App& app) override {
-        app.add_option("--timeout", mTimeout, "Give up after so many seconds without a smile")
-            ->check(CLI::PositiveNumber)
-            ->capture_default_str();
+    void addOptions(Options& options) override {
+        options.number("--timeout", mTimeout, "Seconds to wait for a smile", 1.0, 86400.0);
     }
 
-    void run(Session& session) override {
-        session.startPreview();
-        session.waitForFrames(kFramesBefore);
-        session.saveFrameOf(CAMERA_MSG_SMILE_DETECTED, "preview-smile");
-        session.command(SMILE_SHOT_DETECTION_START);
-        session.saveNextFrame("preview-begin");
-        session.wait("smile", mTimeout, [&](const Message& message) {
+    void run(Camera& camera) override {
+        camera.session().startPreview();
+        camera.waitForFrames(kFramesBefore);
+        camera.saver().saveFrameOf(CAMERA_MSG_SMILE_DETECTED, "preview-smile");
+        camera.session().sendCommand(SMILE_SHOT_DETECTION_START);
+        camera.saver().saveNextFrame("preview-begin");
+        camera.wait("smile", mTimeout, [&](const Message& message) {
             return message.kind == Message::Kind::Notify && message.type == CAMERA_MSG_SMILE_DETECTED;
         });
         std::fprintf(stderr, "a smile: taking the picture\n");
-        session.takePicture();
-        session.waitFor(CAMERA_MSG_COMPRESSED_IMAGE, kPictureSeconds);
+        camera.session().takePicture();
+        camera.waitFor(CAMERA_MSG_COMPRESSED_IMAGE, kPictureSeconds);
     }
 
     std::vector<Demo> demos() const override {
