@@ -40,7 +40,8 @@ Text thumbnail(const std::string& jpeg, cv::Size* size) {
     if (picture.empty())
         return nullptr;
     *size = picture.size();
-    const double scale = std::min({1.0, double{kThumbnailHeight} / picture.rows, double{kWidestThumbnail} / picture.cols});
+    const double scale =
+        std::min({1.0, double{kThumbnailHeight} / picture.rows, double{kWidestThumbnail} / picture.cols});
     cv::resize(picture, picture, {}, scale, scale, cv::INTER_AREA);
     std::vector<uint8_t> small;
     cv::imencode(".jpg", picture, small, {cv::IMWRITE_JPEG_QUALITY, 82});
@@ -68,8 +69,8 @@ Json Album::Item::json() const {
     Json events = Json::array();
     for (const std::string& line : story)
         events.push_back(Json::parse(line, nullptr, false));
-    return {{"id", id},         {"type", type},     {"file", file},   {"mode", mode},   {"time", time},
-            {"width", width},   {"height", height}, {"bytes", bytes}, {"events", events}};
+    return {{"id", id},       {"type", type},     {"file", file},   {"mode", mode},    {"time", time},
+            {"width", width}, {"height", height}, {"bytes", bytes}, {"events", events}};
 }
 
 Album::Album(std::string folder, Hooks hooks) : mFolder(std::move(folder)), mHooks(std::move(hooks)) {

@@ -14,8 +14,8 @@
 
 namespace kov::live {
 
-/// Files are written on a thread of the album's own, to a temporary name first, under a name of our own that no file has
-/// yet: MODE-001.jpg. The list keeps the newest `kMostItems`; older files stay in the folder.
+/// Files are written on a thread of the album's own, to a temporary name first, under a name of our own that no file
+/// has yet: MODE-001.jpg. The list keeps the newest `kMostItems`; older files stay in the folder.
 class Album {
 public:
     static constexpr size_t kMostItems = 500;
@@ -25,7 +25,7 @@ public:
         std::string type;  // "image/jpeg" or "video/mp4"
         std::string file;  // name within the folder
         std::string mode;
-        double time = 0;   // seconds since 1970
+        double time = 0;  // seconds since 1970
         int width = 0;
         int height = 0;
         size_t bytes = 0;

@@ -161,9 +161,8 @@ void Api::end() {
 // --- Requests
 
 std::optional<Response> Api::refuse(const Request& head) {
-    const bool page = head.method == "GET" && std::ranges::any_of(webFiles(), [&](const WebFile& file) {
-        return file.path == head.path;
-    });
+    const bool page = head.method == "GET" &&
+                      std::ranges::any_of(webFiles(), [&](const WebFile& file) { return file.path == head.path; });
     if (auto refusal = mGuard->refuse(head, page))
         return refusal;
     if (mEnding)
@@ -242,10 +241,9 @@ void Api::work(Lane& lane, const Reply& reply, std::function<Json()> operation) 
 
 void Api::handlePost(const Request& request, const Reply& reply) {
     static const std::map<std::string_view, Operation> operations = {
-        {"/api/mode", &Api::selectMode},        {"/api/command", &Api::command},
-        {"/api/picture", &Api::takePicture},    {"/api/focus", &Api::focus},
-        {"/api/preview", &Api::preview},        {"/api/parameters", &Api::parameters},
-        {"/api/recording", &Api::recording},    {"/api/source", &Api::source},
+        {"/api/mode", &Api::selectMode},     {"/api/command", &Api::command}, {"/api/picture", &Api::takePicture},
+        {"/api/focus", &Api::focus},         {"/api/preview", &Api::preview}, {"/api/parameters", &Api::parameters},
+        {"/api/recording", &Api::recording}, {"/api/source", &Api::source},
     };
     if (request.path == "/api/frame")
         return work(*mPushLane, reply, [this, jpeg = request.body] {
@@ -442,7 +440,8 @@ void Api::answerWaiters(const std::vector<Journal::LinePtr>&) {
         }
         if (found.empty() && mCamera->journal().nowUs() < waiter.deadlineUs)
             return false;
-        waiter.reply(json(200, "{\"last\":" + std::to_string(mCamera->journal().lastId()) + ",\"events\":[" + found + "]}"));
+        waiter.reply(
+            json(200, "{\"last\":" + std::to_string(mCamera->journal().lastId()) + ",\"events\":[" + found + "]}"));
         return true;
     });
 }
@@ -461,7 +460,8 @@ void Api::opened(std::shared_ptr<Socket> socket, const Request& request) {
     for (const Journal::LinePtr& line : mCamera->journal().story())
         story += (story.empty() ? "" : ",") + line->text;
     mClients[id] = {socket};
-    std::string hello = Json{{"client", id}, {"about", description()}, {"state", state()}, {"pictures", pictures()}}.dump();
+    std::string hello =
+        Json{{"client", id}, {"about", description()}, {"state", state()}, {"pictures", pictures()}}.dump();
     hello.pop_back();
     socket->send(std::make_shared<std::string>(hello + ",\"story\":[" + story + "]}"));
 }
@@ -474,8 +474,8 @@ void Api::fromClient(int id, const std::string& text) {
     if (message.contains("ready") && message["ready"].is_number_unsigned())
         client->second.socket->grant(message["ready"].get<unsigned>());
     if (message.contains("ping"))
-        client->second.socket->send(std::make_shared<std::string>(
-            Json{{"pong", message["ping"]}, {"us", mCamera->journal().nowUs()}}.dump()));
+        client->second.socket->send(
+            std::make_shared<std::string>(Json{{"pong", message["ping"]}, {"us", mCamera->journal().nowUs()}}.dump()));
     if (message.contains("everything"))
         client->second.everything = message["everything"] == true;
 }

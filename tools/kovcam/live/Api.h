@@ -17,13 +17,13 @@
 
 namespace kov::live {
 
-/// Answers requests and keeps the web sockets. Its members belong to the server's thread; operations of the camera run on
-/// lanes of their own, so that no request waits for another's but those that use the camera.
+/// Answers requests and keeps the web sockets. Its members belong to the server's thread; operations of the camera run
+/// on lanes of their own, so that no request waits for another's but those that use the camera.
 class Api : public Handler {
 public:
     struct Options {
         Camera::Options camera;
-        std::string source;  // the one of the command line, which is opened first
+        std::string source;   // the one of the command line, which is opened first
         bool secure = false;  // https or this machine only, where browsers give their webcam
     };
 
@@ -100,9 +100,9 @@ private:
     std::atomic<int> mPusher{0};  // the client whose camera is the source
 
     std::unique_ptr<Camera> mCamera;
-    std::unique_ptr<Lane> mCameraLane;   // operations, one after another
-    std::unique_ptr<Lane> mAtOnceLane;   // commands that do not wait for those
-    std::unique_ptr<Lane> mPushLane;     // frames of clients
+    std::unique_ptr<Lane> mCameraLane;  // operations, one after another
+    std::unique_ptr<Lane> mAtOnceLane;  // commands that do not wait for those
+    std::unique_ptr<Lane> mPushLane;    // frames of clients
 };
 
 }  // namespace kov::live

@@ -260,7 +260,8 @@ void Camera::setRecording(bool on) {
         const std::string rate = session()->parameter("preview-frame-rate");
         name = mAlbum.newName("video", ".mp4");
         if (name.empty())
-            throw Error("the recording cannot be written; make room on the disk or choose another folder with --output");
+            throw Error(
+                "the recording cannot be written; make room on the disk or choose another folder with --output");
         mRecorder->start(mAlbum.path(name), std::max(1.0, std::atof(rate.c_str())));
         since = now();
     } else {

@@ -22,11 +22,11 @@
 namespace kov::live {
 
 /// Does everything through a session of the adaptor. Beyond what it is told it does three things by itself, as an
-/// application would: it starts the preview again when a picture has stopped it, it takes the picture when the smile mode
-/// says that it is time, and it sends the command that a client left for the case that it goes away.
+/// application would: it starts the preview again when a picture has stopped it, it takes the picture when the smile
+/// mode says that it is time, and it sends the command that a client left for the case that it goes away.
 ///
-/// Operations wait for the adaptor and throw kov::cam::Error; they belong to one thread, but for `sendCommand`, which any
-/// thread may use while another operation is under way. Messages arrive on the camera's threads.
+/// Operations wait for the adaptor and throw kov::cam::Error; they belong to one thread, but for `sendCommand`, which
+/// any thread may use while another operation is under way. Messages arrive on the camera's threads.
 class Camera {
 public:
     struct Options {
@@ -104,9 +104,9 @@ private:
     nlohmann::ordered_json mDescription GUARDED_BY(mLock);
     std::string mClosedBecause GUARDED_BY(mLock);
     int32_t mMode GUARDED_BY(mLock);
-    bool mPreview GUARDED_BY(mLock) = true;   // wanted; a picture stops it for a while
-    bool mPicture GUARDED_BY(mLock) = false;  // asked for and not come
-    int64_t mNewsUs GUARDED_BY(mLock) = 0;    // when the mode was last heard of
+    bool mPreview GUARDED_BY(mLock) = true;                            // wanted; a picture stops it for a while
+    bool mPicture GUARDED_BY(mLock) = false;                           // asked for and not come
+    int64_t mNewsUs GUARDED_BY(mLock) = 0;                             // when the mode was last heard of
     std::map<std::string, std::string> mChosen GUARDED_BY(mLock);      // parameters for the next session too
     std::map<std::string, std::string> mParameters GUARDED_BY(mLock);  // as the camera told them last
     std::string mRecording GUARDED_BY(mLock);                          // name of the file, empty without one

@@ -35,8 +35,7 @@ std::string_view cookie(std::string_view all, std::string_view name) {
 
 }  // namespace
 
-Guard::Guard(Options options)
-    : mOptions(std::move(options)), mCookieName("kovcam-" + std::to_string(mOptions.port)) {}
+Guard::Guard(Options options) : mOptions(std::move(options)), mCookieName("kovcam-" + std::to_string(mOptions.port)) {}
 
 bool Guard::isOurHost(const std::string& host) const {
     const std::string name = lowered(host);
@@ -65,8 +64,9 @@ std::optional<Response> Guard::refuse(const Request& head, bool open) const {
     if (foreign && !opensPage)
         return problem(403, "pages of other sites may not use this camera");
     if (!open && !hasToken(head))
-        return problem(401, "the token is missing; open the address that kovcam printed, or send it as "
-                            "\"Authorization: Bearer TOKEN\"");
+        return problem(401,
+                       "the token is missing; open the address that kovcam printed, or send it as "
+                       "\"Authorization: Bearer TOKEN\"");
     return std::nullopt;
 }
 
@@ -74,7 +74,8 @@ std::optional<std::string> Guard::cookieFor(const Request& head) const {
     const auto token = head.query.find("token");
     if (mOptions.token.empty() || token == head.query.end() || !sameSecret(token->second, mOptions.token))
         return std::nullopt;
-    return mCookieName + "=" + mOptions.token + "; Path=/; HttpOnly; SameSite=Strict" + (mOptions.tls ? "; Secure" : "");
+    return mCookieName + "=" + mOptions.token + "; Path=/; HttpOnly; SameSite=Strict" +
+           (mOptions.tls ? "; Secure" : "");
 }
 
 std::string makeToken() {

@@ -1,8 +1,8 @@
 // Who may talk to the camera.
 //
-// A browser shows pages of strangers, and those can send requests to this machine. So a request must name us as its host
-// (a stranger's name that is made to lead here is not ours), and if it tells where it comes from, that must be our own
-// page. Requests of programs tell no origin. Away from this machine alone a token is asked for too.
+// A browser shows pages of strangers, and those can send requests to this machine. So a request must name us as its
+// host (a stranger's name that is made to lead here is not ours), and if it tells where it comes from, that must be our
+// own page. Requests of programs tell no origin. Away from this machine alone a token is asked for too.
 #pragma once
 
 #include <cstdint>

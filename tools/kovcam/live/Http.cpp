@@ -12,15 +12,14 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
-#include <boost/beast/ssl.hpp>
 #include <boost/beast/websocket.hpp>
-#include <boost/beast/websocket/ssl.hpp>
 #include <chrono>
 #include <deque>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
 
+#include "tools/kovcam/live/Wire.h"
 #include "tools/session/Error.h"
 
 namespace kov::live {
@@ -30,7 +29,6 @@ namespace beast = boost::beast;
 namespace http = beast::http;
 namespace websocket = beast::websocket;
 using Tcp = asio::ip::tcp;
-using Failure = beast::error_code;
 using kov::cam::Error;
 
 namespace {
@@ -38,7 +36,7 @@ namespace {
 constexpr const char* kBoundary = "kovcam-frame";
 constexpr size_t kMostHeadBytes = 16 << 10;
 constexpr size_t kMostSocketMessage = 2 << 20;  // of a client: a pushed frame
-constexpr int kSendBuffer = 256 << 10;  // what the kernel may hold back of a moving picture
+constexpr int kSendBuffer = 256 << 10;          // what the kernel may hold back of a moving picture
 constexpr unsigned kMostGranted = 4;
 constexpr int kFrameSeconds = 5;  // the longest wait for one frame
 
@@ -181,14 +179,14 @@ public:
 
 // --- A web socket
 
-template <class Core, class Stream>
-class SocketConnection : public Socket, public Viewer, public std::enable_shared_from_this<SocketConnection<Core, Stream>> {
+template <class Core>
+class SocketConnection : public Socket, public Viewer, public std::enable_shared_from_this<SocketConnection<Core>> {
 public:
-    SocketConnection(std::shared_ptr<Counted<Core>> counted, Stream stream)
-        : mCounted(std::move(counted)), mStream(std::move(stream)) {}
+    SocketConnection(std::shared_ptr<Counted<Core>> counted, Wire wire)
+        : mCounted(std::move(counted)), mStream(std::move(wire)) {}
 
     void start(Request head, const http::request<http::string_body>& message) {
-        beast::get_lowest_layer(mStream).expires_never();
+        mStream.next_layer().tcp().expires_never();
         websocket::stream_base::timeout timeout{std::chrono::seconds(core().options.headSeconds),
                                                 std::chrono::seconds(core().options.writeSeconds), true};
         mStream.set_option(timeout);
@@ -241,16 +239,16 @@ private:
     Core& core() { return *mCounted->core; }
 
     void read() {
-        mStream.async_read(mBuffer, [self = this->shared_from_this()](Failure failure, size_t) {
-            if (failure)
-                return self->ended();
-            const std::string message = beast::buffers_to_string(self->mBuffer.data());
-            self->mBuffer.consume(self->mBuffer.size());
-            const auto& take = self->mStream.got_text() ? self->onText : self->onBinary;
-            if (take)
-                take(message);
-            self->read();
-        });
+        mStream.async_read(mBuffer, Done([self = this->shared_from_this()](Failure failure, size_t) {
+                               if (failure)
+                                   return self->ended();
+                               const std::string message = beast::buffers_to_string(self->mBuffer.data());
+                               self->mBuffer.consume(self->mBuffer.size());
+                               const auto& take = self->mStream.got_text() ? self->onText : self->onBinary;
+                               if (take)
+                                   take(message);
+                               self->read();
+                           }));
     }
 
     /// Texts go before frames: they are small, and what they tell comes before what is seen.
@@ -274,14 +272,14 @@ private:
 
     void writeBytes(const std::string& bytes) {
         mWriting = true;
-        mStream.async_write(asio::buffer(bytes), [self = this->shared_from_this()](Failure failure, size_t) {
-            self->mWriting = false;
-            if (failure)
-                return self->ended();
-            if (self->mClosing)
-                return self->closeNow();
-            self->write();
-        });
+        mStream.async_write(asio::buffer(bytes), Done([self = this->shared_from_this()](Failure failure, size_t) {
+                                self->mWriting = false;
+                                if (failure)
+                                    return self->ended();
+                                if (self->mClosing)
+                                    return self->closeNow();
+                                self->write();
+                            }));
     }
 
     void closeNow() {
@@ -291,8 +289,7 @@ private:
 
     /// A client that does not read what it asked for.
     void drop() {
-        Failure ignored;
-        beast::get_lowest_layer(mStream).socket().close(ignored);
+        mStream.next_layer().close();
         ended();
     }
 
@@ -310,7 +307,7 @@ private:
     }
 
     const std::shared_ptr<Counted<Core>> mCounted;
-    websocket::stream<Stream> mStream;
+    websocket::stream<Wire, false> mStream;
     beast::flat_buffer mBuffer;
     std::deque<Text> mTexts;
     size_t mWaitingBytes = 0;
@@ -326,22 +323,18 @@ private:
 
 // --- A connection of requests and answers
 
-template <class Core, class Stream>
-class Connection : public Viewer, public std::enable_shared_from_this<Connection<Core, Stream>> {
+template <class Core>
+class Connection : public Viewer, public std::enable_shared_from_this<Connection<Core>> {
 public:
-    Connection(std::shared_ptr<Counted<Core>> counted, Stream stream)
-        : mCounted(std::move(counted)), mStream(std::move(stream)) {}
+    Connection(std::shared_ptr<Counted<Core>> counted, Wire wire)
+        : mCounted(std::move(counted)), mWire(std::move(wire)) {}
 
     void start() {
-        if constexpr (requires { mStream.async_handshake(asio::ssl::stream_base::server, [](Failure) {}); }) {
-            setTimeout(core().options.headSeconds);
-            mStream.async_handshake(asio::ssl::stream_base::server, [self = this->shared_from_this()](Failure failure) {
-                if (!failure)
-                    self->read();
-            });
-        } else {
-            read();
-        }
+        setTimeout(core().options.headSeconds);
+        mWire.shakeHands([self = this->shared_from_this()](Failure failure, size_t) {
+            if (!failure)
+                self->read();
+        });
     }
 
     void offer(const LiveFramePtr& frame) override {
@@ -352,28 +345,26 @@ public:
             writeFrame();
     }
 
-    void leave() override {
-        Failure ignored;
-        beast::get_lowest_layer(mStream).socket().close(ignored);
-    }
+    void leave() override { mWire.close(); }
 
 private:
     Core& core() { return *mCounted->core; }
-    void setTimeout(int seconds) { beast::get_lowest_layer(mStream).expires_after(std::chrono::seconds(seconds)); }
+    void setTimeout(int seconds) { mWire.tcp().expires_after(std::chrono::seconds(seconds)); }
 
     void read() {
         mParser.emplace();
         mParser->header_limit(kMostHeadBytes);
         mParser->body_limit(boost::none);
         setTimeout(core().options.headSeconds);
-        http::async_read_header(mStream, mBuffer, *mParser, [self = this->shared_from_this()](Failure failure, size_t) {
-            if (failure == http::error::end_of_stream)
-                return self->finish();
-            if (failure == http::error::header_limit)
-                return self->refuse(problem(431, "the head of the request is too long"));
-            if (!failure)
-                self->readBody();
-        });
+        http::async_read_header(mWire, mBuffer, *mParser,
+                                Done([self = this->shared_from_this()](Failure failure, size_t) {
+                                    if (failure == http::error::end_of_stream)
+                                        return self->finish();
+                                    if (failure == http::error::header_limit)
+                                        return self->refuse(problem(431, "the head of the request is too long"));
+                                    if (!failure)
+                                        self->readBody();
+                                }));
     }
 
     void readBody() {
@@ -392,26 +383,25 @@ private:
             return upgrade();
         mParser->body_limit(most);
         setTimeout(core().options.writeSeconds);
-        http::async_read(mStream, mBuffer, *mParser, [self = this->shared_from_this()](Failure failure, size_t) {
-            if (failure)
-                return;
-            self->mHead.body = std::move(self->mParser->get().body());
-            self->answerLater();
-        });
+        http::async_read(mWire, mBuffer, *mParser, Done([self = this->shared_from_this()](Failure failure, size_t) {
+                             if (failure)
+                                 return;
+                             self->mHead.body = std::move(self->mParser->get().body());
+                             self->answerLater();
+                         }));
     }
 
     void answerLater() {
         // While the handler thinks no time is counted: a command may stitch for seconds.
-        beast::get_lowest_layer(mStream).expires_never();
+        mWire.tcp().expires_never();
         core().handler.handle(std::move(mHead), [self = this->shared_from_this()](Response response) {
-            asio::post(self->core().io, [self, response = std::move(response)]() mutable {
-                self->answer(std::move(response));
-            });
+            asio::post(self->core().io,
+                       [self, response = std::move(response)]() mutable { self->answer(std::move(response)); });
         });
     }
 
     void upgrade() {
-        auto socket = std::make_shared<SocketConnection<Core, Stream>>(mCounted, std::move(mStream));
+        auto socket = std::make_shared<SocketConnection<Core>>(mCounted, std::move(mWire));
         socket->start(std::move(mHead), mParser->release());
     }
 
@@ -465,7 +455,7 @@ private:
     template <class Message, class Serializer>
     void writeParts(std::shared_ptr<Message> message, std::shared_ptr<Serializer> serializer) {
         setTimeout(core().options.writeSeconds);
-        http::async_write_some(mStream, *serializer,
+        http::async_write_some(mWire, *serializer,
                                [self = this->shared_from_this(), message, serializer](Failure failure, size_t) {
                                    if (failure)
                                        return;
@@ -477,10 +467,10 @@ private:
 
     template <class Message>
     void write(std::shared_ptr<Message> message) {
-        http::async_write(mStream, *message, [self = this->shared_from_this(), message](Failure failure, size_t) {
-            if (!failure)
-                self->next();
-        });
+        http::async_write(mWire, *message, Done([self = this->shared_from_this(), message](Failure failure, size_t) {
+                              if (!failure)
+                                  self->next();
+                          }));
     }
 
     void next() {
@@ -493,7 +483,7 @@ private:
     /// Says goodbye so that the last answer arrives: what the client still sends is read away for a moment.
     void finish() {
         Failure ignored;
-        beast::get_lowest_layer(mStream).socket().shutdown(Tcp::socket::shutdown_send, ignored);
+        mWire.tcp().socket().shutdown(Tcp::socket::shutdown_send, ignored);
         setTimeout(1);
         readAway(0);
     }
@@ -502,11 +492,11 @@ private:
         if (read > kMostHeadBytes * 64)
             return;
         auto bytes = std::make_shared<std::array<char, 4096>>();
-        beast::get_lowest_layer(mStream).async_read_some(
-            asio::buffer(*bytes), [self = this->shared_from_this(), bytes, read](Failure failure, size_t size) {
-                if (!failure)
-                    self->readAway(read + size);
-            });
+        mWire.tcp().async_read_some(asio::buffer(*bytes),
+                                    Done([self = this->shared_from_this(), bytes, read](Failure failure, size_t size) {
+                                        if (!failure)
+                                            self->readAway(read + size);
+                                    }));
     }
 
     // --- The moving picture
@@ -535,14 +525,14 @@ private:
 
     void beginMoving(const Response& response) {
         Failure ignored;
-        beast::get_lowest_layer(mStream).socket().set_option(asio::socket_base::send_buffer_size(kSendBuffer), ignored);
+        mWire.tcp().socket().set_option(asio::socket_base::send_buffer_size(kSendBuffer), ignored);
         mKeepAlive = false;
         auto message = std::make_shared<http::response<http::empty_body>>();
         fill(*message, response);
         message->set(http::field::content_type, std::string("multipart/x-mixed-replace; boundary=") + kBoundary);
         auto serializer = std::make_shared<http::response_serializer<http::empty_body>>(*message);
         mWriting = true;
-        http::async_write_header(mStream, *serializer,
+        http::async_write_header(mWire, *serializer,
                                  [self = this->shared_from_this(), message, serializer](Failure failure, size_t) {
                                      self->mWriting = false;
                                      if (failure)
@@ -561,27 +551,27 @@ private:
         mWriting = true;
         mShown = std::exchange(mFrame, nullptr);
         const std::string_view jpeg = mShown->jpeg();
-        mPart = std::string("--") + kBoundary + "\r\nContent-Type: image/jpeg\r\nContent-Length: " +
-                std::to_string(jpeg.size()) + "\r\n\r\n";
+        mPart = std::string("--") + kBoundary +
+                "\r\nContent-Type: image/jpeg\r\nContent-Length: " + std::to_string(jpeg.size()) + "\r\n\r\n";
         setTimeout(core().options.writeSeconds);
         const std::array<asio::const_buffer, 3> buffers = {asio::buffer(mPart), asio::buffer(jpeg.data(), jpeg.size()),
                                                            asio::buffer("\r\n", 2)};
-        asio::async_write(mStream, buffers, [self = this->shared_from_this()](Failure failure, size_t) {
-            self->mWriting = false;
-            if (failure)
-                return self->left();
-            self->writeFrame();
-        });
+        asio::async_write(mWire, buffers, Done([self = this->shared_from_this()](Failure failure, size_t) {
+                              self->mWriting = false;
+                              if (failure)
+                                  return self->left();
+                              self->writeFrame();
+                          }));
     }
 
     /// Notices a client that goes away between two frames.
     void watch() {
-        beast::get_lowest_layer(mStream).expires_never();  // a viewer has nothing to say
-        mStream.async_read_some(mBuffer.prepare(1024), [self = this->shared_from_this()](Failure failure, size_t) {
-            if (failure)
-                return self->left();
-            self->watch();
-        });
+        mWire.tcp().expires_never();  // a viewer has nothing to say
+        mWire.async_read_some(mBuffer.prepare(1024), Done([self = this->shared_from_this()](Failure failure, size_t) {
+                                  if (failure)
+                                      return self->left();
+                                  self->watch();
+                              }));
     }
 
     void left() {
@@ -593,7 +583,7 @@ private:
     }
 
     const std::shared_ptr<Counted<Core>> mCounted;
-    Stream mStream;
+    Wire mWire;
     beast::flat_buffer mBuffer;
     std::optional<http::request_parser<http::string_body>> mParser;
     Request mHead;
@@ -645,8 +635,8 @@ Server::Core::Core(const ServerOptions& serverOptions, Handler& serverHandler)
             throw Error("the certificate " + options.certificate + " cannot be read: " + failure.message());
         tls->use_private_key_file(options.key, asio::ssl::context::pem, failure);
         if (failure)
-            throw Error("the key " + options.key + " cannot be read or is not that of the certificate: " +
-                        failure.message());
+            throw Error("the key " + options.key +
+                        " cannot be read or is not that of the certificate: " + failure.message());
     }
     const Tcp::endpoint endpoint(address, options.port);
     acceptor.open(endpoint.protocol(), failure);
@@ -672,13 +662,8 @@ void Server::Core::accept() {
         if (self->connections < self->options.mostConnections) {
             socket.set_option(Tcp::no_delay(true), failure);
             auto counted = std::make_shared<Counted<Core>>(self);
-            if (self->tls) {
-                using Stream = beast::ssl_stream<beast::tcp_stream>;
-                std::make_shared<Connection<Core, Stream>>(counted, Stream(std::move(socket), *self->tls))->start();
-            } else {
-                std::make_shared<Connection<Core, beast::tcp_stream>>(counted, beast::tcp_stream(std::move(socket)))
-                    ->start();
-            }
+            Wire wire(std::move(socket), self->tls ? &*self->tls : nullptr);
+            std::make_shared<Connection<Core>>(std::move(counted), std::move(wire))->start();
         }
         self->accept();
     });

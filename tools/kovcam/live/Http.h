@@ -1,8 +1,8 @@
 // A small web server: requests with JSON in and out, files, web sockets, and one moving picture for all who look.
 //
-// One thread, the one that calls `Server::run`, does all network work; nothing here waits. A client that reads slowly or
-// not at all costs its own buffers only: of the moving picture it is sent the newest frame when it is ready for one, and
-// its web socket is closed when more than `kMostWaiting` bytes of text wait for it.
+// One thread, the one that calls `Server::run`, does all network work; nothing here waits. A client that reads slowly
+// or not at all costs its own buffers only: of the moving picture it is sent the newest frame when it is ready for one,
+// and its web socket is closed when more than `kMostWaiting` bytes of text wait for it.
 #pragma once
 
 #include <cstdint>
@@ -40,7 +40,7 @@ struct Response {
     int status = 200;
     std::string type = "application/json";
     Text body;
-    std::string file;     // sent instead of `body`; a path of our own making
+    std::string file;  // sent instead of `body`; a path of our own making
     enum class Live { No, Frame, Stream };
     Live live = Live::No;  // instead of a body: the next frame as a JPEG, or all as multipart/x-mixed-replace
     std::vector<std::pair<std::string, std::string>> headers;
@@ -97,7 +97,7 @@ public:
 
 struct ServerOptions {
     std::string address = "127.0.0.1";
-    uint16_t port = 0;  // 0 takes any free one
+    uint16_t port = 0;        // 0 takes any free one
     std::string certificate;  // PEM files; with both, https
     std::string key;
     unsigned mostConnections = 128;

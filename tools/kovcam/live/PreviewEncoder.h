@@ -16,13 +16,13 @@
 namespace kov::live {
 
 /// Takes each frame on the camera's thread as a copy in a place that is used again, and compresses the newest on a
-/// thread of its own: a frame that comes while one is being compressed takes the place of the one that waits. Nothing is
-/// copied while nobody looks. Frames have the full range of values, as JPEG has, and are compressed as they are.
+/// thread of its own: a frame that comes while one is being compressed takes the place of the one that waits. Nothing
+/// is copied while nobody looks. Frames have the full range of values, as JPEG has, and are compressed as they are.
 class PreviewEncoder : public cam::Listener {
 public:
     struct Hooks {
-        std::function<int64_t()> nowUs;         // the clock of a frame's times
-        std::function<bool()> wanted;           // whether anybody looks; any thread
+        std::function<int64_t()> nowUs;          // the clock of a frame's times
+        std::function<bool()> wanted;            // whether anybody looks; any thread
         std::function<void(LiveFramePtr)> show;  // on the encoder's thread
     };
 
@@ -53,8 +53,8 @@ private:
 
     const Hooks mHooks;
     const int mQuality;
-    void* const mCompressor;                // of TurboJPEG; the thread's own, as are the next two
-    std::vector<uint8_t> mChroma;           // U and V apart, where they come in pairs
+    void* const mCompressor;       // of TurboJPEG; the thread's own, as are the next two
+    std::vector<uint8_t> mChroma;  // U and V apart, where they come in pairs
     std::vector<uint8_t> mJpeg;
     std::atomic<uint64_t> mDelivered{0};
     std::atomic<uint64_t> mEncoded{0};

@@ -196,10 +196,12 @@ void addServe(CLI::App& app) {
     command->add_option("-o,--output", options->folder, "Folder for the pictures")->capture_default_str();
     command->add_option("--mode", options->mode, "The mode that is on first")->capture_default_str();
     command->add_option("--port", options->port, "Port of the page; 0 takes any that is free")->capture_default_str();
-    command->add_option("--address", options->address, "Address to listen on; other than this machine's own needs a token")
+    command
+        ->add_option("--address", options->address, "Address to listen on; other than this machine's own needs a token")
         ->capture_default_str();
     command->add_option("--host-name", options->hostNames, "A further name under which this machine is reached");
-    command->add_option("--tls-cert", options->certificate, "Certificate chain (PEM), for https")->check(CLI::ExistingFile);
+    command->add_option("--tls-cert", options->certificate, "Certificate chain (PEM), for https")
+        ->check(CLI::ExistingFile);
     command->add_option("--tls-key", options->key, "Its key (PEM)")->check(CLI::ExistingFile);
     command->add_option("--preview-size", options->previewSize, "WxH of preview frames");
     command->add_option("--picture-size", options->pictureSize, "WxH of pictures");

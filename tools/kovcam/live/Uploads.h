@@ -10,8 +10,8 @@
 
 namespace kov::live {
 
-/// Keeps the newest few in a folder of its own, which goes with it, under names of its own: what a client calls a file is
-/// for people only. One thread.
+/// Keeps the newest few in a folder of its own, which goes with it, under names of its own: what a client calls a file
+/// is for people only. One thread.
 class Uploads {
 public:
     ~Uploads();
