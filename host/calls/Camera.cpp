@@ -20,12 +20,18 @@ std::string hex(int32_t value) {
     return text;
 }
 
-std::string asText(status_t status) { return std::to_string(status); }
-std::string asText(bool value) { return value ? "true" : "false"; }
+std::string asText(status_t status) {
+    return std::to_string(status);
+}
+std::string asText(bool value) {
+    return value ? "true" : "false";
+}
 std::string asText(const sp<IMemoryHeap>& heap) {
     return heap.get() ? std::to_string(heap->getSize()) + " bytes" : "none";
 }
-std::string asText(const CameraParameters&) { return {}; }
+std::string asText(const CameraParameters&) {
+    return {};
+}
 
 /// Makes the call. Not a CallUnderWay: a call of the vendor camera may run into a shot's callback, whose calls of
 /// closed libraries are told as well.
@@ -113,10 +119,10 @@ public:
         return told("getParameters", {}, [&] { return mCamera->getParameters(); });
     }
     status_t sendCommand(int32_t code, int32_t arg1, int32_t arg2) override {
-        return told("sendCommand",
-                    "code=" + std::to_string(code) + ", arg1=" + std::to_string(arg1) +
-                        ", arg2=" + std::to_string(arg2),
-                    [&] { return mCamera->sendCommand(code, arg1, arg2); });
+        return told(
+            "sendCommand",
+            "code=" + std::to_string(code) + ", arg1=" + std::to_string(arg1) + ", arg2=" + std::to_string(arg2),
+            [&] { return mCamera->sendCommand(code, arg1, arg2); });
     }
     void release() override {
         told("release", {}, [&] { mCamera->release(); });

@@ -26,7 +26,8 @@ static std::string shown(const px_status* status) {
 }
 
 KOV_RELAY_4(px_init, ",,buffer_size,")
-KOV_RELAY_11(px_setParams, ",width,height,rotation,out_width,out_height,mode,max_frames,frame_rate,quality,memory_budget")
+KOV_RELAY_11(px_setParams,
+             ",width,height,rotation,out_width,out_height,mode,max_frames,frame_rate,quality,memory_budget")
 KOV_RELAY_1(px_start, "")
 KOV_RELAY_2(px_beginCapture, ",mode")
 KOV_RELAY_4(px_handleFrame, ",frame,time_ms,status")

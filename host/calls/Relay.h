@@ -1,14 +1,14 @@
 // Telling of calls on their way from the adaptor to a closed library.
 //
-// libkovcalls.so defines the libraries' functions once more. Loaded into the global scope before the adaptor, it is what
-// the adaptor's calls find first; each is handed on to the library itself and then told to whoever listens
+// libkovcalls.so defines the libraries' functions once more. Loaded into the global scope before the adaptor, it is
+// what the adaptor's calls find first; each is handed on to the library itself and then told to whoever listens
 // (host/control/Control.h). Without it nothing changes. A file here lists the functions of one library:
 //
 //     KOV_RELAY_3(px_setSize, "instance,width,height")
 //
-// with the names of the arguments as they are shown. An empty name leaves one out. Numbers are shown as they were before
-// the call, and what a pointer leads to as it is after the call, by an overload of `shown` for its type; what `shown`
-// does not know is left out. A name must be empty where the call frees what the pointer leads to.
+// with the names of the arguments as they are shown. An empty name leaves one out. Numbers are shown as they were
+// before the call, and what a pointer leads to as it is after the call, by an overload of `shown` for its type; what
+// `shown` does not know is left out. A name must be empty where the call frees what the pointer leads to.
 #pragma once
 
 #include <string>
@@ -126,12 +126,12 @@ auto relay(const char* library, const char* name, std::string_view names, Origin
 
 // The file defines kLibrary.
 #define KOV_ARGUMENT(function, i) kov::host::Signature<decltype(function)>::Argument<i> a##i
-#define KOV_RELAY(function, names, parameters, ...)                                                              \
-    extern "C" __attribute__((visibility("default"))) kov::host::Signature<decltype(function)>::Result function  \
-        parameters {                                                                                             \
-        static auto* const original =                                                                            \
-            reinterpret_cast<decltype(&function)>(kov::host::findOriginal(kLibrary, #function));                 \
-        return kov::host::relay(kLibrary, #function, names, original __VA_OPT__(, ) __VA_ARGS__);                \
+#define KOV_RELAY(function, names, parameters, ...)                                               \
+    extern "C" __attribute__((visibility("default")))                                             \
+    kov::host::Signature<decltype(function)>::Result function parameters {                        \
+        static auto* const original =                                                             \
+            reinterpret_cast<decltype(&function)>(kov::host::findOriginal(kLibrary, #function));  \
+        return kov::host::relay(kLibrary, #function, names, original __VA_OPT__(, ) __VA_ARGS__); \
     }
 #define KOV_PARAMETERS_1(f) KOV_ARGUMENT(f, 0)
 #define KOV_PARAMETERS_2(f) KOV_PARAMETERS_1(f), KOV_ARGUMENT(f, 1)

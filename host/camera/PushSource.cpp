@@ -16,8 +16,7 @@ cv::Mat toBgr(const PushedFrame& frame) {
     const cv::Size size(frame.width, frame.height);
     if (frame.format == PushedFrame::Format::Bgr)
         return {size, CV_8UC3, const_cast<uint8_t*>(frame.bytes.data())};  // only read; mFrame keeps the bytes
-    const auto layout =
-        frame.format == PushedFrame::Format::Yuv420sp ? PixelLayout::Yuv420sp : PixelLayout::Yuv420p;
+    const auto layout = frame.format == PushedFrame::Format::Yuv420sp ? PixelLayout::Yuv420sp : PixelLayout::Yuv420p;
     return frameToBgr(frame.bytes.data(), size, layout);
 }
 

@@ -77,14 +77,16 @@ TEST_F(KovcamTest, TheTraceShowsAStillCaptureInItsOrder) {
         const std::string what = event.value("name", event.value("text", ""));  // a log line has a text
         const bool again = what == "PREVIEW_FRAME" && !seen.empty() && seen.back() == what;
         if (std::regex_match(what, wanted) && !again)
-            seen.push_back((kind == "call" || kind == "result" ? kind + " " : "") + what);
+            seen.push_back((kind == "call" || kind == "result" || kind == "inner" ? kind + " " : "") + what);
     }
     // The camera's own thread sends the shutter while takePicture returns, or after.
     ASSERT_EQ(std::erase(seen, "SHUTTER"), 1U);
-    const std::vector<std::string> expected = {
-        "call startPreview",  "result startPreview",           "PREVIEW_FRAME",
-        "call takePicture",   "ShotSingle::takePicture start", "ShotSingle::takePicture end",
-        "result takePicture", "CAMERA_MSG_COMPRESSED_IMAGE",   "COMPRESSED_IMAGE"};
+    const std::vector<std::string> expected = {"call startPreview",   "inner startPreview",
+                                               "result startPreview", "PREVIEW_FRAME",
+                                               "call takePicture",    "ShotSingle::takePicture start",
+                                               "inner takePicture",   "ShotSingle::takePicture end",
+                                               "result takePicture",  "CAMERA_MSG_COMPRESSED_IMAGE",
+                                               "COMPRESSED_IMAGE"};
     EXPECT_EQ(seen, expected);
 }
 

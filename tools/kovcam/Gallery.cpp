@@ -14,9 +14,9 @@
 #include <sstream>
 #include <vector>
 
-#include "tools/session/Error.h"
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/PictureWriter.h"
+#include "tools/session/Error.h"
 
 extern char** environ;
 

@@ -10,9 +10,9 @@
 #include <sstream>
 #include <thread>
 
-#include "tools/session/Error.h"
-#include "tools/kovcam/Mode.h"
 #include "tools/kovcam/Camera.h"
+#include "tools/kovcam/Mode.h"
+#include "tools/session/Error.h"
 
 namespace kov::cam {
 
@@ -96,8 +96,10 @@ struct Verb {
 const std::vector<Verb>& verbs() {
     const auto none = [](const Arguments& arguments) { return arguments.empty(); };
     static const std::vector<Verb> all = {
-        {"start-preview", "start-preview", none, [](const Arguments&, Camera& camera) { camera.session().startPreview(); }},
-        {"stop-preview", "stop-preview", none, [](const Arguments&, Camera& camera) { camera.session().stopPreview(); }},
+        {"start-preview", "start-preview", none,
+         [](const Arguments&, Camera& camera) { camera.session().startPreview(); }},
+        {"stop-preview", "stop-preview", none,
+         [](const Arguments&, Camera& camera) { camera.session().stopPreview(); }},
         {"picture", "picture", none, [](const Arguments&, Camera& camera) { camera.session().takePicture(); }},
         {"autofocus", "autofocus", none, [](const Arguments&, Camera& camera) { camera.session().autoFocus(); }},
         {"mode", "mode NAME, one of those that kovcam modes lists",

@@ -6,14 +6,17 @@
 #include <memory>
 #include <opencv2/core/utils/logger.hpp>
 
-#include "tools/session/Error.h"
+#include "tools/kovcam/Camera.h"
 #include "tools/kovcam/Gallery.h"
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/Options.h"
 #include "tools/kovcam/Script.h"
+<<<<<<< HEAD
 #include "tools/kovcam/live/Serve.h"
+=======
+#include "tools/session/Error.h"
+>>>>>>> session-A
 #include "tools/session/Sources.h"
-#include "tools/kovcam/Camera.h"
 
 namespace kov::cam {
 
@@ -107,8 +110,7 @@ void addCommonOptions(CLI::App& app, CommonOptions& options, bool sourceAndFolde
     app.add_option("--quality", options.quality, "JPEG quality")->check(CLI::Range(1, 100));
     app.add_option("--save-preview", options.camera.saving.previewEvery, "Save every Nth preview frame")
         ->check(CLI::NonNegativeNumber);
-    app.add_option("--trace", options.camera.trace,
-                   "Write everything that happens to this file, a JSON object a line");
+    app.add_option("--trace", options.camera.trace, "Write everything that happens to this file, a JSON object a line");
 }
 
 /// The mode's first demonstration, as a person would type it.
@@ -222,10 +224,14 @@ int run(int argc, char** argv) {
     demonstrating->add_option("-o,--output", folder, "Folder for the gallery")->capture_default_str();
     demonstrating->callback([&] { demo(folder); });
 
+<<<<<<< HEAD
     live::addServe(app);
 
     app.parse_complete_callback(
         [&] { setLogLevel(level.empty() ? "silent" : level); });
+=======
+    app.parse_complete_callback([&] { setLogLevel(level.empty() ? "silent" : level); });
+>>>>>>> session-A
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -5,8 +5,8 @@
 
 namespace kov::cam {
 
-/// Loads libkovcameraadaptor.so, which lies in ../lib from the program or beside it, or where KOV_LIBRARY says, and calls
-/// its one symbol. Throws Error.
+/// Loads libkovcameraadaptor.so, which lies in ../lib from the program or beside it, or where KOV_LIBRARY says, and
+/// calls its one symbol. Throws Error.
 android::sp<android::CameraHardwareInterface> openAdaptor();
 
 }  // namespace kov::cam

@@ -18,7 +18,7 @@ struct Message {
     int32_t type;
     int32_t ext1 = 0;
     int32_t ext2 = 0;
-    size_t size = 0;  // of the data, in bytes
+    size_t size = 0;     // of the data, in bytes
     std::string reason;  // of an error notification
 };
 

@@ -76,7 +76,7 @@ struct Command {
 struct Result {
     std::string_view name;  // as in the call; "sendCommand" for a command
     bool hasStatus;
-    int32_t status;            // 0 is success; meaningless without `hasStatus`
+    int32_t status;           // 0 is success; meaningless without `hasStatus`
     std::string_view reason;  // why it failed, where it did and somebody said so
 };
 

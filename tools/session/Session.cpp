@@ -89,8 +89,8 @@ struct Registry {
     }
 };
 
-/// Waits until the adaptor of an earlier session is gone: a thread that delivers a message holds it. An open before that
-/// would come back with the old one, whose camera is released.
+/// Waits until the adaptor of an earlier session is gone: a thread that delivers a message holds it. An open before
+/// that would come back with the old one, whose camera is released.
 void awaitEndOfLast() {
     const auto end = std::chrono::steady_clock::now() + kLastMessages;
     while (Registry::get().lastIsAlive()) {
@@ -205,15 +205,17 @@ void Session::start(const std::shared_ptr<Session>& self, SessionOptions options
     }
     const CameraParameters initial = getParameters();
     const bool opened = initial.getPreviewFormat() != nullptr;
-    tell(&Listener::onResult, Result{"openKovCameraHardware", true, opened ? NO_ERROR : UNKNOWN_ERROR, opened ? "" : reason});
+    tell(&Listener::onResult,
+         Result{"openKovCameraHardware", true, opened ? NO_ERROR : UNKNOWN_ERROR, opened ? "" : reason});
     if (!opened)
         throw Error(reason);
     callVoid("setCallbacks", [&](Hardware& camera) {
         camera->setCallbacks(Callbacks::notify, Callbacks::data, Callbacks::dataTimestamp, user);
     });
     setParameters(options.parameters);
-    callVoid("enableMsgType", [](Hardware& camera) { camera->enableMsgType(kWantedMessages); },
-             "types=" + hex(kWantedMessages));
+    callVoid(
+        "enableMsgType", [](Hardware& camera) { camera->enableMsgType(kWantedMessages); },
+        "types=" + hex(kWantedMessages));
 }
 
 void Session::close() {
@@ -392,7 +394,8 @@ void Session::setParameters(const std::map<std::string, std::string>& values) {
 }
 
 void Session::apply(const CameraParameters& parameters, const std::string& text) {
-    call("setParameters", [&](Hardware& camera) { return camera->setParameters(parameters); }, text);
+    call(
+        "setParameters", [&](Hardware& camera) { return camera->setParameters(parameters); }, text);
     Geometry geometry;
     parameters.getPreviewSize(&geometry.previewWidth, &geometry.previewHeight);
     parameters.getPictureSize(&geometry.pictureWidth, &geometry.pictureHeight);

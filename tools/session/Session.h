@@ -58,7 +58,8 @@ public:
     void addListener(std::shared_ptr<Listener> listener);
     void removeListener(const std::shared_ptr<Listener>& listener);
 
-    /// Selects a mode by its command code (shots/Commands.h; Names.h knows them by name). A mode that has no shot leaves plain forwarding.
+    /// Selects a mode by its command code (shots/Commands.h; Names.h knows them by name). A mode that has no shot
+    /// leaves plain forwarding.
     void selectMode(int32_t code);
     void startPreview();
     void stopPreview();
@@ -134,9 +135,9 @@ private:
 };
 
 /// Shows a picture in front of the camera of a session whose source is push:. It stays until the next one comes; the
-/// camera takes the newest at its own frame rate, cut to the shape of its frames around the middle. Before the first one
-/// the camera sees a grey wall. Any thread; the bytes are copied. Throws Error for what is no picture.
-/// A JPEG as browsers and cameras send it; its EXIF orientation is honoured.
+/// camera takes the newest at its own frame rate, cut to the shape of its frames around the middle. Before the first
+/// one the camera sees a grey wall. Any thread; the bytes are copied. Throws Error for what is no picture. A JPEG as
+/// browsers and cameras send it; its EXIF orientation is honoured.
 void pushJpeg(const uint8_t* bytes, size_t size);
 /// A full-range 4:2:0 frame of width x height x 3 / 2 bytes; both sides are even.
 void pushFrame(const uint8_t* bytes, size_t size, int width, int height, PixelLayout layout);

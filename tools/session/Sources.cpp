@@ -36,7 +36,8 @@ void setLogLevel(const std::string& name) {
 void pushJpeg(const uint8_t* bytes, size_t size) {
     cv::Mat picture;
     try {
-        picture = cv::imdecode(cv::Mat(1, static_cast<int>(size), CV_8U, const_cast<uint8_t*>(bytes)), cv::IMREAD_COLOR);
+        picture =
+            cv::imdecode(cv::Mat(1, static_cast<int>(size), CV_8U, const_cast<uint8_t*>(bytes)), cv::IMREAD_COLOR);
     } catch (const cv::Exception&) {
         picture.release();  // no picture, or one whose header asks for more than OpenCV gives
     }
@@ -55,17 +56,16 @@ void pushFrame(const uint8_t* bytes, size_t size, int width, int height, PixelLa
     if (const size_t wanted = static_cast<size_t>(width) * height * 3 / 2; size != wanted)
         throw Error("a pushed frame of " + std::to_string(width) + "x" + std::to_string(height) + " has " +
                     std::to_string(wanted) + " bytes, not " + std::to_string(size));
-    const auto format =
-        layout == PixelLayout::Yuv420sp ? PushedFrame::Format::Yuv420sp : PushedFrame::Format::Yuv420p;
+    const auto format = layout == PixelLayout::Yuv420sp ? PushedFrame::Format::Yuv420sp : PushedFrame::Format::Yuv420p;
     kov::host::pushFrame(std::make_shared<PushedFrame>(PushedFrame{format, width, height, {bytes, bytes + size}}));
 }
 
 cv::Mat toBgr(const Frame& frame) {
     if (!frame.bytes || frame.width == 0)
         return {};
-    return kov::camera::frameToBgr(frame.bytes, {frame.width, frame.height},
-                                   frame.layout == PixelLayout::Yuv420sp ? kov::camera::PixelLayout::Yuv420sp
-                                                                         : kov::camera::PixelLayout::Yuv420p);
+    return kov::camera::frameToBgr(
+        frame.bytes, {frame.width, frame.height},
+        frame.layout == PixelLayout::Yuv420sp ? kov::camera::PixelLayout::Yuv420sp : kov::camera::PixelLayout::Yuv420p);
 }
 
 }  // namespace kov::cam

@@ -34,9 +34,9 @@ void Trace::flush() {
 }
 
 void Trace::fileWritten(int32_t type, const std::string& path) {
-    write("file", {{"type", hex(type)},
-                   {"name", messageName(type)},
-                   {"file", std::filesystem::path(path).filename().string()}});
+    write(
+        "file",
+        {{"type", hex(type)}, {"name", messageName(type)}, {"file", std::filesystem::path(path).filename().string()}});
 }
 
 }  // namespace kov::cam

@@ -4,11 +4,11 @@
 #include <string>
 
 #include "shots/Commands.h"
-#include "tools/session/Error.h"
+#include "tools/kovcam/Camera.h"
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/Options.h"
 #include "tools/kovcam/Progress.h"
-#include "tools/kovcam/Camera.h"
+#include "tools/session/Error.h"
 
 namespace kov::cam {
 
@@ -23,7 +23,8 @@ public:
     Action() : Mode("action", KOV_MODE_ACTION, "shows a moving subject at several moments in one picture") {}
 
     void addOptions(Options& options) override {
-        options.number("--stop-after", mSeconds, "End the series after so many seconds; it may end by itself earlier", 0.5, 120.0);
+        options.number("--stop-after", mSeconds, "End the series after so many seconds; it may end by itself earlier",
+                       0.5, 120.0);
     }
 
     void run(Camera& camera) override {

@@ -1,11 +1,11 @@
 // Add-me: two pictures of a scene become one with both people in it.
 
 #include "shots/Commands.h"
-#include "tools/session/Error.h"
+#include "tools/kovcam/Camera.h"
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/Options.h"
 #include "tools/kovcam/Progress.h"
-#include "tools/kovcam/Camera.h"
+#include "tools/session/Error.h"
 
 namespace kov::cam {
 
@@ -28,7 +28,8 @@ public:
     }
 
     void addOptions(Options& options) override {
-        options.number("--position", mPosition, "Who is in front where both stand: 1 the first, 0 the second person", 0, 1);
+        options.number("--position", mPosition, "Who is in front where both stand: 1 the first, 0 the second person", 0,
+                       1);
     }
 
     void run(Camera& camera) override {

@@ -3,10 +3,10 @@
 #include <map>
 
 #include "shots/Commands.h"
+#include "tools/kovcam/Camera.h"
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/Options.h"
 #include "tools/kovcam/Progress.h"
-#include "tools/kovcam/Camera.h"
 
 namespace kov::cam {
 
@@ -25,7 +25,8 @@ public:
     Cartoon() : Mode("cartoon", KOV_MODE_CARTOON, "draws preview and pictures as a cartoon, sketch or stamp") {}
 
     void addOptions(Options& options) override {
-        options.choices("--effect", mEffects, "How to draw; a picture for each effect that is given", {"cartoon", "sketch", "sketch-gray", "stamp", "none"});
+        options.choices("--effect", mEffects, "How to draw; a picture for each effect that is given",
+                        {"cartoon", "sketch", "sketch-gray", "stamp", "none"});
     }
 
     void run(Camera& camera) override {

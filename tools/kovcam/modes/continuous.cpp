@@ -3,10 +3,10 @@
 #include <cstdio>
 
 #include "shots/Commands.h"
+#include "tools/kovcam/Camera.h"
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/Options.h"
 #include "tools/kovcam/Progress.h"
-#include "tools/kovcam/Camera.h"
 
 namespace kov::cam {
 

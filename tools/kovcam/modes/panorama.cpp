@@ -3,11 +3,11 @@
 #include <string>
 
 #include "shots/Commands.h"
-#include "tools/session/Error.h"
+#include "tools/kovcam/Camera.h"
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/Options.h"
 #include "tools/kovcam/Progress.h"
-#include "tools/kovcam/Camera.h"
+#include "tools/session/Error.h"
 
 namespace kov::cam {
 

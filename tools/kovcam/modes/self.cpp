@@ -1,8 +1,8 @@
 // Self: a still made from the preview of the front camera.
 
 #include "shots/Commands.h"
-#include "tools/kovcam/Mode.h"
 #include "tools/kovcam/Camera.h"
+#include "tools/kovcam/Mode.h"
 
 namespace kov::cam {
 

@@ -1,9 +1,9 @@
 // Single: ordinary still pictures.
 
 #include "shots/Commands.h"
+#include "tools/kovcam/Camera.h"
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/Options.h"
-#include "tools/kovcam/Camera.h"
 
 namespace kov::cam {
 
@@ -16,9 +16,7 @@ class Single : public Mode {
 public:
     Single() : Mode("single", android::KOV_MODE_SINGLE, "takes ordinary still pictures") {}
 
-    void addOptions(Options& options) override {
-        options.number("--count", mCount, "Pictures to take", 1, 999);
-    }
+    void addOptions(Options& options) override { options.number("--count", mCount, "Pictures to take", 1, 999); }
 
     void run(Camera& camera) override {
         for (int i = 0; i < mCount; ++i) {
