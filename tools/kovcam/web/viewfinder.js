@@ -14,7 +14,7 @@ const HEAD = 24;
 const ON_THEIR_WAY = 2;  // frames: one is drawn while the next travels
 
 /** Numbers of the last second, for the drawer and for measuring. Times are milliseconds. */
-export const rate = { frames: [], delays: [], last: null };
+export const rate = { frames: [], delays: [], painted: 0, last: null };
 let clockOffset = null;  // ours minus the camera's
 let bestTrip = Infinity;
 
@@ -78,6 +78,7 @@ function draw(picture) {
 
 function painted(number, delivered) {
   const now = performance.now();
+  rate.painted += 1;
   rate.last = { number, time: now };
   rate.frames.push(now);
   while (rate.frames[0] < now - 1000) rate.frames.shift();
