@@ -11,11 +11,8 @@
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/Options.h"
 #include "tools/kovcam/Script.h"
-<<<<<<< HEAD
 #include "tools/kovcam/live/Serve.h"
-=======
 #include "tools/session/Error.h"
->>>>>>> session-A
 #include "tools/session/Sources.h"
 
 namespace kov::cam {
@@ -224,14 +221,9 @@ int run(int argc, char** argv) {
     demonstrating->add_option("-o,--output", folder, "Folder for the gallery")->capture_default_str();
     demonstrating->callback([&] { demo(folder); });
 
-<<<<<<< HEAD
     live::addServe(app);
 
-    app.parse_complete_callback(
-        [&] { setLogLevel(level.empty() ? "silent" : level); });
-=======
     app.parse_complete_callback([&] { setLogLevel(level.empty() ? "silent" : level); });
->>>>>>> session-A
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
