@@ -15,6 +15,7 @@
 #include <boost/beast/websocket.hpp>
 #include <chrono>
 #include <deque>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
@@ -354,7 +355,7 @@ private:
     void read() {
         mParser.emplace();
         mParser->header_limit(kMostHeadBytes);
-        mParser->body_limit(boost::none);
+        mParser->body_limit(std::numeric_limits<uint64_t>::max());  // until the head tells what is asked for
         setTimeout(core().options.headSeconds);
         http::async_read_header(mWire, mBuffer, *mParser,
                                 Done([self = this->shared_from_this()](Failure failure, size_t) {

@@ -98,6 +98,7 @@ function drawShutter() {
   shutter.classList.toggle('turning', phase.kind === 'working' && !known);
   shutter.classList.toggle('pulsing', phase.kind === 'armed');
   ring.style.strokeDasharray = shutter.classList.contains('turning') ? '' : `${part} 100`;
+  ring.style.opacity = part || shutter.classList.contains('turning') ? 1 : 0;
   const text = mode.disc?.(phase) ?? (phase.kind === 'working' && known && phase.of === 100 ? `${phase.value}%` : '');
   if (mode === modeOf('smile') && phase.kind !== 'working') disc.innerHTML = SMILE;
   else disc.textContent = text;

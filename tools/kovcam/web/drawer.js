@@ -28,8 +28,10 @@ function textOf(event) {
   if (kind === 'log') return `${event.priority} ${event.tag}: ${event.text}`;
   if (kind === 'problem') return event.text;
   if (kind === 'inner') return `${event.library} ${name}(${event.arguments ?? ''})${event.result ? ` = ${event.result}` : ''}`;
-  if (kind === 'command') return `${event.code} ${name || ''} ${event.arg1} ${event.arg2}`;
-  if (kind === 'notify') return `${type} ${name} ${event.ext1} ${event.ext2}${event.reason ? ` ${event.reason}` : ''}`;
+  // Arguments that are 0 are seldom anything.
+  const numbers = (one, two) => (two ? ` ${one} ${two}` : one ? ` ${one}` : '');
+  if (kind === 'command') return `${event.code} ${name}${numbers(event.arg1, event.arg2)}`;
+  if (kind === 'notify') return `${type} ${name}${numbers(event.ext1, event.ext2)}${event.reason ? ` ${event.reason}` : ''}`;
   if (kind === 'data') return `${type} ${name} ${event.size} bytes`;
   const rest = Object.entries(more).map(([key, value]) => (key === 'text' ? value : `${key} ${value}`)).join(', ');
   return [name, rest].filter(Boolean).join('  ');
