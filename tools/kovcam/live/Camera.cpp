@@ -19,9 +19,9 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-constexpr int64_t kPatienceUs = 20'000'000;  // for a picture, since the mode was last heard of
+constexpr int64_t kPatienceUs = 60'000'000;  // for a picture, since the mode was last heard of
 constexpr int64_t kQuietUs = 1'000'000;      // so long after its last message a mode counts as done when we end
-constexpr int64_t kLongestEndUs = 15'000'000;
+constexpr int64_t kLongestEndUs = 30'000'000;
 constexpr size_t kMostRecentStory = 60;
 
 double now() {
