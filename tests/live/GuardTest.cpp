@@ -41,7 +41,7 @@ void expect(const Guard& guard, const std::vector<Case>& cases) {
 
 TEST(GuardTest, AsksForOurHostAndForNoForeignPage) {
     const char* const us = "localhost:8642";
-    expect(Guard({.port = 8642, .names = {"localhost", "127.0.0.1", "[::1]"}}),
+    expect(Guard({false, 8642, {"localhost", "127.0.0.1", "[::1]"}, ""}),
            {{"a program", head(us), false, 0},
             {"our page", head(us, "http://localhost:8642", "same-origin", "cors"), false, 0},
             {"upper case", head("LOCALHOST:8642", "HTTP://localhost:8642"), false, 0},
@@ -61,7 +61,7 @@ TEST(GuardTest, AsksForOurHostAndForNoForeignPage) {
 }
 
 TEST(GuardTest, AsksForTheTokenAwayFromThisMachine) {
-    const Guard guard({.tls = true, .port = 443, .names = {"camera.local"}, .token = "0123456789abcdef"});
+    const Guard guard({true, 443, {"camera.local"}, "0123456789abcdef"});
     const Request request = head("camera.local", "https://camera.local");
     expect(guard, {{"nothing", request, false, 401},
                    {"the page itself", request, true, 0},

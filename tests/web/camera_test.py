@@ -9,10 +9,11 @@ import os
 import shutil
 import sys
 import tempfile
+import threading
 import time
 import unittest
 import urllib.error
-import urllib.request
+from http.server import BaseHTTPRequestHandler, HTTPServer
 
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
@@ -226,20 +227,23 @@ class ModesTest(PageTest):
 
     def test_recording_is_a_film(self):
         before = self.pictures()
+        begin = time.monotonic()
         self.find('#record').click()
         self.until('kovcam.store.state.recording !== null')
         time.sleep(1.5)
         self.find('#record').click()
         self.until(f'kovcam.store.pictures.length > {before}')
+        took = time.monotonic() - begin
         film = self.value('kovcam.store.pictures.at(-1)')
         self.assertEqual((film['type'], film['width']), ('video/mp4', 640))
         seconds = self.page.execute_async_script(
             'const [id, done] = arguments; const film = document.createElement("video"); film.onerror = () => done(-1);'
             'film.onloadedmetadata = () => done(film.duration); film.src = `/api/pictures/${id}/file`', film['id'])
-        self.assertTrue(0.8 < seconds < 6, seconds)
+        self.assertTrue(0.8 < seconds < took, (seconds, took))
 
     def test_two_pages_see_the_same(self):
         first = self.page.current_window_handle
+        self.use('still-life')
         self.choose('addme')
         self.page.switch_to.new_window('tab')
         self.page.get(self.camera.address)
@@ -292,6 +296,19 @@ class WebcamTest(PageTest):
         self.phase('idle')
 
 
+class Elsewhere(BaseHTTPRequestHandler):
+    """A page of somebody else."""
+
+    def do_GET(self):
+        self.send_response(200)
+        self.send_header('Content-Type', 'text/html')
+        self.end_headers()
+        self.wfile.write(b'<title>elsewhere</title>')
+
+    def log_message(self, *_):
+        pass
+
+
 class LostTest(PageTest):
     """What strangers may not, and what happens when the camera goes."""
 
@@ -306,7 +323,10 @@ class LostTest(PageTest):
             with self.assertRaises(urllib.error.HTTPError) as refusal:
                 self.camera.ask('/api/state', **headers)
             self.assertIn(refusal.exception.code, (403, 421))
-        self.page.get(address.replace('localhost', '127.0.0.1'))
+        elsewhere = HTTPServer(('127.0.0.1', 0), Elsewhere)
+        threading.Thread(target=elsewhere.serve_forever, daemon=True).start()
+        self.addCleanup(elsewhere.shutdown)
+        self.page.get(f'http://localhost:{elsewhere.server_port}/')
         refused = self.page.execute_async_script("""
             const [address, done] = arguments;
             const shown = new Promise((told) => { const image = new Image(); image.onload = () => told('seen');

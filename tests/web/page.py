@@ -12,7 +12,7 @@ from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
 
 QUIET = ('--headless=new --no-sandbox --disable-gpu --disable-quic --no-first-run --disable-background-networking '
-         '--disable-component-update --disable-sync --hide-scrollbars --autoplay-policy=no-user-gesture-required')
+         '--disable-component-update --disable-sync --hide-scrollbars --force-prefers-reduced-motion --autoplay-policy=no-user-gesture-required')
 
 
 class Camera:
@@ -63,7 +63,7 @@ def browser(width, height, *arguments):
         options.add_argument(argument)
     options.set_capability('goog:loggingPrefs', {'browser': 'ALL'})
     driver = webdriver.Chrome(service=Service('/usr/bin/chromedriver'), options=options)
-    driver.set_script_timeout(60)
+    driver.set_script_timeout(180)
     resize(driver, width, height)
     return driver
 
