@@ -16,6 +16,7 @@
 #include "tools/kovcam/Options.h"
 #include "tools/kovcam/Script.h"
 #include "tools/kovcam/TraceDrawing.h"
+#include "tools/kovcam/live/Serve.h"
 #include "tools/session/Error.h"
 #include "tools/session/Sources.h"
 
@@ -34,6 +35,7 @@ const char* const kExamples = R"(Examples:
   kovcam shoot single -i walk.avi -o 'out/%Y%m%d-%H%M%S-{n}.jpg' --every 10
   kovcam script session.kov -i scene:portrait -o out
   kovcam demo -o gallery
+  kovcam serve -i scene:portrait --open
 
 Exit status: 0, 1 when something failed, 2 when the command line is wrong, 129, 130 or 143 after a signal.
 )";
@@ -285,6 +287,7 @@ int run(int argc, char** argv) {
         ->check(CLI::IsMember({"verbose", "debug", "info", "warn", "error", "silent"}));
     app.fallthrough();
     addCommands(app, values);
+    live::addServe(app);
     app.parse_complete_callback([&] {
         const char* const wanted = std::getenv("KOV_LOG");
         setLogLevel(!values.level.empty() ? values.level : wanted && *wanted ? wanted : "silent");

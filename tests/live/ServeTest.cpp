@@ -1,0 +1,374 @@
+// kovcam serve as a process: used by programs, and by those who mean no good.
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/camera/TemporaryFolder.h"
+
+extern char** environ;
+
+namespace {
+
+using Json = nlohmann::json;
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+constexpr double kPatience = 60;  // of a busy machine
+
+/// One connection to a port of this machine.
+class Wire {
+public:
+    explicit Wire(int port) : mSocket(socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        const timeval limit{60, 0};
+        setsockopt(mSocket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+        mConnected = connect(mSocket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    }
+    ~Wire() { close(mSocket); }
+    Wire(const Wire&) = delete;
+    Wire& operator=(const Wire&) = delete;
+
+    void send(const std::string& bytes) { (void)!::send(mSocket, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
+    /// Reads until the text is there, or the end; what came so far.
+    const std::string& readTo(const std::string& text, size_t from = 0) {
+        char bytes[65536];
+        while (mRead.find(text, from) == std::string::npos) {
+            const ssize_t size = recv(mSocket, bytes, sizeof bytes, 0);
+            if (size <= 0)
+                break;
+            mRead.append(bytes, static_cast<size_t>(size));
+        }
+        return mRead;
+    }
+    std::string readAll() { return readTo("no answer says this"); }
+    bool connected() const { return mConnected; }
+
+private:
+    const int mSocket;
+    bool mConnected = false;
+    std::string mRead;
+};
+
+struct Answer {
+    int status = 0;
+    std::string head;
+    std::string body;
+    Json json() const { return Json::parse(body, nullptr, false); }
+};
+
+/// kovcam serve while it lives.
+class Serve {
+public:
+    explicit Serve(const std::string& folder, const std::string& arguments, const std::string& before = "") {
+        const std::string line = before + "KOV_CAMERA_SPEED=2 exec " KOV_KOVCAM " serve --port 0 -o " + folder +
+                                 "/out " + arguments + " >" + folder + "/printed 2>&1 </dev/null";
+        const std::vector<std::string> words = {"/bin/sh", "-c", line};
+        char* const argv[] = {const_cast<char*>(words[0].data()), const_cast<char*>(words[1].data()),
+                              const_cast<char*>(words[2].data()), nullptr};
+        posix_spawn(&mProcess, "/bin/sh", nullptr, nullptr, argv, environ);
+        const auto end = std::chrono::steady_clock::now() + 60s;
+        for (; !mPort && std::chrono::steady_clock::now() < end; std::this_thread::sleep_for(20ms)) {
+            std::ifstream file(folder + "/printed");
+            const std::string text{std::istreambuf_iterator<char>(file), {}};
+            if (text.find("Ctrl-C") != std::string::npos)
+                std::sscanf(text.c_str(), "The camera is at http://localhost:%d", &mPort);
+        }
+        waitFor([&] { return state().value("camera", "") == "open"; });
+    }
+    ~Serve() {
+        if (mProcess > 0) {
+            kill(mProcess, SIGKILL);
+            waitpid(mProcess, nullptr, 0);
+        }
+    }
+    Serve(const Serve&) = delete;
+    Serve& operator=(const Serve&) = delete;
+
+    int port() const { return mPort; }
+    std::string host() const { return "Host: localhost:" + std::to_string(mPort) + "\r\n"; }
+
+    /// Sends bytes as they are and reads until the other side closes.
+    Answer raw(const std::string& bytes) const {
+        Wire wire(mPort);
+        wire.send(bytes);
+        const std::string text = wire.readAll();
+        Answer answer;
+        std::sscanf(text.c_str(), "HTTP/1.1 %d", &answer.status);
+        const size_t end = text.find("\r\n\r\n");
+        answer.head = text.substr(0, end);
+        answer.body = end == std::string::npos ? "" : text.substr(end + 4);
+        return answer;
+    }
+    Answer get(const std::string& path, const std::string& method = "GET") const {
+        return raw(method + " " + path + " HTTP/1.1\r\n" + host() + "Connection: close\r\n\r\n");
+    }
+    Answer post(const std::string& path, const std::string& body, const std::string& type = "application/json") const {
+        return raw("POST " + path + " HTTP/1.1\r\n" + host() + "Connection: close\r\nContent-Type: " + type +
+                   "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+    }
+    Json state() const { return get("/api/state").json(); }
+    /// The events of a type after a number, the first of them waited for.
+    Json events(int64_t after, const std::string& type) const {
+        return get("/api/events?wait=60&after=" + std::to_string(after) + "&type=" + type)
+            .json()
+            .value("events", Json());
+    }
+    bool waitFor(const std::function<bool()>& condition) const {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(kPatience);
+        while (!condition()) {
+            if (std::chrono::steady_clock::now() > end)
+                return false;
+            std::this_thread::sleep_for(20ms);
+        }
+        return true;
+    }
+    int64_t residentBytes() const {
+        std::ifstream file("/proc/" + std::to_string(mProcess) + "/statm");
+        int64_t size = 0;
+        int64_t resident = 0;
+        file >> size >> resident;
+        return resident * sysconf(_SC_PAGESIZE);
+    }
+    void signal(int number) const { kill(mProcess, number); }
+    /// The exit status, once it has ended.
+    int end() {
+        int status = -1;
+        waitpid(std::exchange(mProcess, 0), &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+
+private:
+    pid_t mProcess = 0;
+    int mPort = 0;
+};
+
+/// A web socket at /live.
+class Live : public Wire {
+public:
+    explicit Live(const Serve& camera) : Wire(camera.port()) {
+        Wire::send("GET /live HTTP/1.1\r\n" + camera.host() +
+                   "Upgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\n"
+                   "Sec-WebSocket-Key: AAAAAAAAAAAAAAAAAAAAAA==\r\n\r\n");
+        const std::string& text = readTo("\"client\":");
+        readTo(",", text.find("\"client\":"));
+        client = std::atoi(text.c_str() + text.find("\"client\":") + 9);
+    }
+    /// A text of less than 126 bytes, under a mask of zeros.
+    void say(const std::string& text) {
+        Wire::send(std::string("\x81") + static_cast<char>(0x80 | text.size()) + std::string(4, '\0') + text);
+    }
+    int client = 0;
+};
+
+class ServeTest : public ::testing::Test {
+protected:
+    const kov::test::TemporaryFolder folder;
+    std::vector<std::string> files() const {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(folder.path() + "/out"))
+            names.push_back(entry.path().filename());
+        return names;
+    }
+};
+
+TEST_F(ServeTest, TakesAPictureAndEndsInOrder) {
+    Serve camera(folder.path(), "-i scene:still-life --picture-size 640x480 --trace " + folder.path() + "/trace");
+    const int64_t last = camera.state().value("last", int64_t{0});
+    EXPECT_EQ(camera.post("/api/picture", "{}").status, 200);
+    EXPECT_EQ(camera.post("/api/picture", "{}").status, 409) << "one at a time";
+    EXPECT_FALSE(camera.events(last, "COMPRESSED_IMAGE").empty());
+    ASSERT_TRUE(camera.waitFor([&] { return camera.get("/api/pictures").json().size() == 1; }));
+    const Json picture = camera.get("/api/pictures").json()[0];
+    EXPECT_EQ(picture["file"], "single-001.jpg");
+    EXPECT_EQ(picture["width"], 640);
+    EXPECT_FALSE(picture["events"].empty());
+    EXPECT_EQ(camera.get("/api/pictures/1/file").body.size(), picture["bytes"]);
+    EXPECT_EQ(cv::imread(folder.path() + "/out/single-001.jpg").size(), cv::Size(640, 480));
+    EXPECT_TRUE(camera.waitFor([&] { return !camera.state()["takingPicture"].get<bool>(); }));
+    EXPECT_EQ(camera.get("/preview.jpg").body.substr(0, 2), "\xFF\xD8") << "the preview goes on";
+
+    camera.post("/api/picture", "{}");
+    camera.signal(SIGINT);
+    EXPECT_EQ(camera.end(), 0);
+    EXPECT_EQ(cv::imread(folder.path() + "/out/single-002.jpg").size(), cv::Size(640, 480)) << "whole, though we ended";
+    EXPECT_EQ(files().size(), 2U);
+    std::ifstream trace(folder.path() + "/trace");
+    std::string last_call;
+    for (std::string line; std::getline(trace, line);) {
+        const Json event = Json::parse(line, nullptr, false);
+        ASSERT_TRUE(event.is_object()) << line;
+        if (event["kind"] == "call")
+            last_call = event["name"];
+    }
+    EXPECT_EQ(last_call, "setCallbacks");
+}
+
+TEST_F(ServeTest, AnswersWhatIsWrong) {
+    Serve camera(folder.path(), "-i scene:still-life");
+    struct Case {
+        const char* path;
+        const char* body;
+        int status;
+    };
+    const Case posts[] = {
+        {"/api/mode", "{\"mode\": \"nosuch\"}", 409},
+        {"/api/mode", "{\"mode\": 1004}", 409},
+        {"/api/mode", "{\"mode\": [1]}", 409},
+        {"/api/mode", "{}", 400},
+        {"/api/mode", "[]", 400},
+        {"/api/mode", "{\"mode\": \"single\"", 400},
+        {"/api/command", "{\"name\": \"NOSUCH\"}", 409},
+        {"/api/command", "{\"code\": 1002}", 409},
+        {"/api/command", "{\"code\": \"1019\"}", 409},
+        {"/api/command", "{\"code\": 1019, \"arg1\": \"x\"}", 400},
+        {"/api/command", "{\"code\": 1e99}", 400},
+        {"/api/parameters", "{\"preview-size\": \"7x7\"}", 409},
+        {"/api/parameters", "{\"a;b=c\": \"1\"}", 409},
+        {"/api/parameters", "{\"jpeg-quality\": \"90;preview-size=1x1\"}", 409},
+        {"/api/source", "{\"scene\": \"../../etc/passwd\"}", 409},
+        {"/api/source", "{\"scene\": \"landscape\", \"options\": {\"direction\": \"x&y\"}}", 409},
+        {"/api/source", "{\"device\": \"/etc/passwd\"}", 409},
+        {"/api/source", "{\"file\": 7}", 409},
+        {"/api/source", "{}", 409},
+        {"/api/frame", "no JPEG", 409},
+        {"/api/files", "no picture", 409},
+        {"/api/nosuch", "{}", 404},
+        {"/", "{}", 404},
+    };
+    for (const Case& one : posts) {
+        const Answer answer = camera.post(one.path, one.body);
+        EXPECT_EQ(answer.status, one.status) << one.path << " " << one.body << " " << answer.body;
+        EXPECT_FALSE(answer.json().value("error", "").empty()) << answer.body;
+    }
+    EXPECT_EQ(camera.post("/api/picture", "{}", "text/plain").status, 415);
+    const Case gets[] = {
+        {"/nosuch", "GET", 404},
+        {"/../../../../etc/passwd", "GET", 404},
+        {"/%2e%2e/%2e%2e/etc/passwd", "GET", 404},
+        {"/api/pictures/../../etc/passwd", "GET", 404},
+        {"/api/pictures/1/file", "GET", 404},
+        {"/api/pictures/-1", "GET", 404},
+        {"/api/pictures/99999999999999999999", "DELETE", 404},
+        {"/api/pictures", "DELETE", 405},
+        {"/api/state", "PUT", 405},
+    };
+    for (const Case& one : gets)
+        EXPECT_EQ(camera.get(one.path, one.body).status, one.status) << one.path;
+    const std::string post = "POST /api/picture HTTP/1.1\r\n" + camera.host() + "Content-Type: application/json\r\n";
+    EXPECT_EQ(camera.raw(post + "Content-Length: 99999999\r\n\r\n").status, 413);
+    EXPECT_EQ(camera.raw(post + "Transfer-Encoding: chunked\r\n\r\n0\r\n\r\n").status, 411);
+    EXPECT_EQ(camera.raw("GET / HTTP/1.1\r\nX: " + std::string(20000, 'x') + "\r\n\r\n").status, 431);
+    EXPECT_EQ(camera.raw("GET / HTTP/1.1\r\nHost: evil.example\r\n\r\n").status, 421);
+    const Answer page = camera.get("/");
+    EXPECT_EQ(page.status, 200);
+    EXPECT_NE(page.head.find("Content-Security-Policy: default-src 'none'; script-src 'self'"), std::string::npos);
+    EXPECT_EQ(page.body.find("<script>"), std::string::npos);
+    EXPECT_EQ(camera.state()["source"]["text"], "scene:still-life") << "the source of before";
+    EXPECT_EQ(camera.get("/preview.jpg").status, 200);
+    EXPECT_TRUE(files().empty());
+}
+
+TEST_F(ServeTest, GoesOnWhenAClientVanishesInABurst) {
+    Serve camera(folder.path(), "-i scene:still-life --mode continuous");
+    const int64_t last = camera.state().value("last", int64_t{0});
+    {
+        Live page(camera);
+        ASSERT_GT(page.client, 0);
+        EXPECT_EQ(camera
+                      .post("/api/command", Json{{"name", "CONTINUOUS_SHOT_START_CAPTURE"},
+                                                 {"client", page.client},
+                                                 {"ifLost", "CONTINUOUS_SHOT_STOP_CAPTURE"}}
+                                                .dump())
+                      .status,
+                  200);
+        EXPECT_FALSE(camera.events(last, "CONTINUOUS_FRAME_TAKEN").empty());
+    }
+    EXPECT_FALSE(camera.events(last, "CONTINUOUS_DELIVERED").empty());
+    EXPECT_TRUE(camera.waitFor([&] { return !camera.get("/api/pictures").json().empty(); }));
+    camera.signal(SIGTERM);
+    EXPECT_EQ(camera.end(), 0);
+}
+
+// Half of the viewers take one frame and read no more; the others see the camera's rate, and nothing piles up.
+TEST_F(ServeTest, SlowViewersSlowNobody) {
+    Serve camera(folder.path(), "-i scene:still-life --connections 40");
+    std::vector<std::unique_ptr<Wire>> sleepers;
+    for (int i = 0; i < 10; ++i) {
+        sleepers.push_back(std::make_unique<Wire>(camera.port()));
+        sleepers.back()->send("GET /preview.mjpeg HTTP/1.1\r\n" + camera.host() + "\r\n");
+        auto page = std::make_unique<Live>(camera);
+        page->say("{\"ready\": 4, \"everything\": true}");
+        sleepers.push_back(std::move(page));
+    }
+    Wire viewer(camera.port());
+    viewer.send("GET /preview.mjpeg HTTP/1.1\r\n" + camera.host() + "\r\n");
+    const auto look = [&](int count) {
+        size_t from = 0;
+        for (int i = 0; i < count; ++i)
+            from = viewer.readTo("Content-Length", from).find("Content-Length", from) + 1;
+    };
+    look(60);
+    const int64_t before = camera.residentBytes();
+    look(300);
+    EXPECT_LT(camera.residentBytes() - before, 24 << 20);
+    EXPECT_EQ(camera.get("/api/state").status, 200);
+    std::vector<std::unique_ptr<Wire>> crowd;
+    for (int i = 0; i < 40; ++i)
+        crowd.push_back(std::make_unique<Wire>(camera.port()));
+    crowd.clear();
+    EXPECT_TRUE(camera.waitFor([&] { return camera.get("/api/state").status == 200; })) << "there is room again";
+}
+
+TEST_F(ServeTest, SwitchesModesAndSourcesWhileFramesFlow) {
+    Serve camera(folder.path(), "-i scene:still-life");
+    const Json modes = camera.get("/api").json()["modes"];
+    ASSERT_EQ(modes.size(), 8U);
+    for (int i = 0; i < 200; ++i)
+        ASSERT_EQ(camera.post("/api/mode", Json{{"mode", modes[i % modes.size()]["name"]}}.dump()).status, 200);
+    EXPECT_EQ(camera.get("/preview.jpg").status, 200);
+    EXPECT_EQ(camera.post("/api/parameters", "{\"preview-size\": \"320x240\"}").json()["preview-size"], "320x240");
+    EXPECT_EQ(camera.post("/api/source", "{\"scene\": \"portrait\"}").status, 200);
+    const Json state = camera.state();
+    EXPECT_EQ(state["source"]["name"], "portrait");
+    EXPECT_EQ(state["modeName"], modes[199 % modes.size()]["name"]);
+    EXPECT_EQ(state["parameters"]["preview-size"], "320x240") << "what was chosen stays";
+}
+
+TEST_F(ServeTest, SaysWhenThereIsNoRoomOnTheDisk) {
+    // A limit on the size of files stands for a disk that is full.
+    Serve camera(folder.path(), "-i scene:still-life", "trap '' XFSZ; ulimit -f 16; ");
+    const int64_t last = camera.state().value("last", int64_t{0});
+    EXPECT_EQ(camera.post("/api/picture", "{}").status, 200);
+    EXPECT_FALSE(camera.events(last, "COMPRESSED_IMAGE").empty());
+    EXPECT_TRUE(camera.waitFor([&] {
+        return camera.get("/api/events?after=" + std::to_string(last)).body.find("could not be saved") !=
+               std::string::npos;
+    }));
+    EXPECT_TRUE(files().empty()) << "no cut file is left";
+    EXPECT_TRUE(camera.waitFor([&] { return !camera.state()["takingPicture"].get<bool>(); }));
+    EXPECT_EQ(camera.get("/preview.jpg").status, 200);
+}
+
+}  // namespace

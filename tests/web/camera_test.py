@@ -1,0 +1,357 @@
+"""The camera's page in headless Chromium: every mode from the opened page to a picture that can be decoded.
+
+    camera_test.py KOVCAM FOLDER
+
+Screenshots of every mode at the size of a phone and of a desk are left in FOLDER.
+"""
+
+import os
+import shutil
+import sys
+import tempfile
+import threading
+import time
+import unittest
+import urllib.error
+from http.server import BaseHTTPRequestHandler, HTTPServer
+
+from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
+
+from page import Camera, browser, resize
+
+KOVCAM, SCREENS = sys.argv[1], sys.argv[2]
+PHONE, DESK = (390, 844), (1440, 900)
+
+DECODED = """
+const [id, done] = arguments;
+fetch(`/api/pictures/${id}/file`).then((answer) => answer.blob()).then(createImageBitmap)
+  .then((picture) => done([picture.width, picture.height]), (failure) => done(String(failure)));
+"""
+
+
+class PageTest(unittest.TestCase):
+    """One camera and one browser for all tests of a class."""
+
+    source = 'scene:landscape'
+    switches = ()
+
+    @classmethod
+    def setUpClass(cls):
+        cls.camera = Camera(KOVCAM, '-i', cls.source, '--picture-size', '1280x960')
+        cls.addClassCleanup(cls.camera.stop)
+        cls.page = browser(*PHONE, *cls.switches)
+        cls.addClassCleanup(cls.page.quit)
+        cls.page.get(cls.camera.address)
+
+    def tearDown(self):
+        wrong = [entry['message'] for entry in self.page.get_log('browser') if entry['level'] in ('SEVERE', 'WARNING')]
+        self.assertEqual([line for line in wrong if not self.expected(line)], [])
+
+    def expected(self, line):
+        return False
+
+    def value(self, expression):
+        return self.page.execute_script(f'return {expression}')
+
+    def until(self, expression, seconds=40):
+        """Waits until an expression of the page is true."""
+        end = time.monotonic() + seconds
+        while not (value := self.value(expression)):
+            if time.monotonic() > end:
+                state = self.value('JSON.stringify([kovcam.store.phase, kovcam.store.state?.modeName, '
+                                   'document.getElementById("notice").textContent])')
+                self.fail(f'"{expression}" did not come true in {seconds} s; the page is at {state}')
+            time.sleep(0.05)
+        return value
+
+    def choose(self, mode):
+        self.until('kovcam.store.state')
+        self.find(f'[data-mode={mode}]').click()
+        self.until(f'kovcam.store.state.modeName === "{mode}" && !kovcam.store.state.takingPicture && '
+                   'kovcam.store.phase.kind === "idle"')
+        self.until('kovcam.rate.last?.time > performance.now() - 500')
+
+    def find(self, selector):
+        return self.page.find_element(By.CSS_SELECTOR, selector)
+
+    def phase(self, kind):
+        self.until(f'kovcam.store.phase.kind === "{kind}"')
+
+    def pictures(self):
+        return self.value('kovcam.store.pictures.length')
+
+    def new_picture(self, before, count=1):
+        """The newest, when there are so many more than before; it decodes to the size that it says."""
+        self.until(f'kovcam.store.pictures.length >= {before + count}', 60)
+        picture = self.value('kovcam.store.pictures.at(-1)')
+        size = self.page.execute_async_script(DECODED, picture['id'])
+        self.assertEqual(size, [picture['width'], picture['height']])
+        self.assertTrue(os.path.exists(os.path.join(self.camera.folder.name, picture['file'])))
+        return picture
+
+    def screens(self, name):
+        for label, size in (('phone', PHONE), ('desk', DESK)):
+            resize(self.page, *size)
+            time.sleep(0.4)
+            self.page.save_screenshot(os.path.join(SCREENS, f'{name}-{label}.png'))
+        resize(self.page, *PHONE)
+
+
+class ModesTest(PageTest):
+    def use(self, scene):
+        self.camera.ask('/api/source', {'scene': scene})
+
+    def test_single_takes_a_picture_and_goes_on(self):
+        self.choose('single')
+        before = self.pictures()
+        self.find('#shutter').click()
+        self.assertEqual(self.new_picture(before)['width'], 1280)
+        self.until('!kovcam.store.state.takingPicture')
+        seen = self.value('kovcam.rate.last.number')
+        self.until(f'kovcam.rate.last.number > {seen + 5}')
+        self.screens('single')
+
+    def test_burst_lasts_as_long_as_the_shutter_is_held(self):
+        self.use('crossing')
+        self.choose('continuous')
+        before = self.pictures()
+        hold = ActionChains(self.page, duration=0)
+        hold.click_and_hold(self.find('#shutter')).perform()
+        self.until('kovcam.store.phase.value >= 3')
+        self.screens('continuous')
+        ActionChains(self.page, duration=0).release().perform()
+        self.phase('idle')
+        taken = self.pictures() - before
+        self.assertTrue(3 <= taken <= 9, taken)
+        self.new_picture(before, taken)
+
+    def test_panorama_is_wide(self):
+        self.use('landscape')
+        self.choose('panorama')
+        before = self.pictures()
+        self.find('#shutter').click()
+        self.until('kovcam.store.phase.value >= 3')
+        self.screens('panorama')
+        if self.value('kovcam.store.phase.kind') == 'capturing':
+            self.find('#shutter').click()
+        picture = self.new_picture(before)
+        self.assertGreater(picture['width'], 1.5 * picture['height'])
+        self.phase('idle')
+
+    def test_action_composes(self):
+        self.use('crossing')
+        self.choose('action')
+        before = self.pictures()
+        self.find('#shutter').click()
+        self.until('kovcam.store.phase.count >= 3 || kovcam.store.phase.kind !== "capturing"')
+        self.screens('action')
+        if self.value('kovcam.store.phase.kind') == 'capturing':
+            self.find('#shutter').click()
+        self.new_picture(before)
+        self.phase('idle')
+
+    def test_add_me_shows_the_first_picture_over_the_preview(self):
+        self.use('addme')
+        self.choose('addme')
+        before = self.pictures()
+        self.find('#shutter').click()
+        self.new_picture(before)
+        self.until('!document.getElementById("ghost").hidden && document.getElementById("ghost").complete && '
+                   'kovcam.store.phase.step === 2 && !kovcam.store.state.takingPicture')
+        self.screens('addme')
+        self.find('#shutter').click()
+        self.new_picture(before, 2)
+        self.until('document.getElementById("ghost").hidden && kovcam.store.phase.step === 1')
+
+    def test_cartoon_takes_the_look_that_is_chosen(self):
+        self.use('portrait')
+        self.choose('cartoon')
+        self.find('.look:nth-child(3)').click()
+        self.until('kovcam.store.phase.look === 2')
+        before = self.pictures()
+        self.screens('cartoon')
+        self.find('#shutter').click()
+        self.new_picture(before)
+
+    def test_self_is_mirrored(self):
+        self.use('portrait')
+        self.choose('self')
+        self.assertIn('mirrored', self.find('#finder').get_attribute('class'))
+        before = self.pictures()
+        self.find('#shutter').click()
+        self.assertEqual(self.new_picture(before)['width'], 640)
+        self.screens('self')
+
+    def test_what_opens(self):
+        self.choose('single')
+        before = self.pictures()
+        self.find('#shutter').click()
+        self.new_picture(before)
+        body = self.find('body')
+        for key, opened, name in (('s', '#settings', 'settings'), ('g', '#gallery', 'gallery'), ('d', '#drawer', 'drawer')):
+            body.send_keys(key)
+            self.until(f'document.querySelector("{opened}").checkVisibility()')
+            if name == 'drawer':
+                self.until('document.querySelectorAll("#lines li").length > 5')
+            self.screens(name)
+            self.check_accessibility(name)
+            if name == 'gallery':
+                self.find('#album button').click()
+                self.until('document.querySelector("#viewer").open')
+                self.screens('viewer')
+                self.check_accessibility('viewer')
+                self.find('#viewer [data-close]').click()
+            self.page.switch_to.active_element.send_keys(Keys.ESCAPE)
+            self.until(f'!document.querySelector("{opened}").checkVisibility()')
+        self.check_accessibility('camera')
+
+    def check_accessibility(self, where):
+        """Whatever can be used has a name, in the browser's own tree for assistive programs."""
+        nodes = self.page.execute_cdp_cmd('Accessibility.getFullAXTree', {})['nodes']
+        used = {'button', 'link', 'radio', 'textbox', 'searchbox', 'combobox', 'spinbutton', 'slider', 'dialog', 'image',
+                'radiogroup', 'option'}
+        roles = [node for node in nodes if not node['ignored'] and node.get('role', {}).get('value') in used]
+        nameless = [node['role']['value'] for node in roles if not node.get('name', {}).get('value', '').strip()]
+        self.assertGreater(len(roles), 5, where)
+        self.assertEqual(nameless, [], where)
+
+    def test_keys_focus_and_walk(self):
+        self.choose('single')
+        body = self.find('body')
+        body.send_keys('f')
+        self.until('document.getElementById("reticle").classList.contains("sharp")')
+        body.send_keys(Keys.ARROW_RIGHT)
+        self.until('kovcam.store.state.modeName === "continuous"')
+
+    def test_recording_is_a_film(self):
+        before = self.pictures()
+        begin = time.monotonic()
+        self.find('#record').click()
+        self.until('kovcam.store.state.recording !== null')
+        time.sleep(1.5)
+        self.find('#record').click()
+        self.until(f'kovcam.store.pictures.length > {before}')
+        took = time.monotonic() - begin
+        film = self.value('kovcam.store.pictures.at(-1)')
+        self.assertEqual((film['type'], film['width']), ('video/mp4', 640))
+        seconds = self.page.execute_async_script(
+            'const [id, done] = arguments; const film = document.createElement("video"); film.onerror = () => done(-1);'
+            'film.onloadedmetadata = () => done(film.duration); film.src = `/api/pictures/${id}/file`', film['id'])
+        self.assertTrue(0.8 < seconds < took, (seconds, took))
+
+    def test_two_pages_see_the_same(self):
+        first = self.page.current_window_handle
+        self.use('still-life')
+        self.choose('addme')
+        self.page.switch_to.new_window('tab')
+        self.page.get(self.camera.address)
+        self.until('kovcam.store.state?.modeName === "addme"')
+        self.page.execute_script('kovcam.chooseMode("smile").then(() => kovcam.camera.command("SMILE_SHOT_DETECTION_START"))')
+        self.until('kovcam.store.phase.kind === "armed"')
+        self.page.close()
+        self.page.switch_to.window(first)
+        self.until('kovcam.store.state.modeName === "smile" && kovcam.store.phase.kind === "armed"')
+
+    def test_many_switches(self):
+        self.until('kovcam.store.state')
+        self.page.execute_async_script("""
+            const done = arguments[0];
+            const names = kovcam.store.about.modes.map((mode) => mode.name);
+            (async () => { for (let i = 0; i < 200; ++i) await kovcam.chooseMode(names[i % names.length]); })().then(done);
+            """)
+        self.choose('single')
+
+
+class WebcamTest(PageTest):
+    """The portrait film in place of a webcam: smile takes the picture by itself."""
+
+    source = 'scene:still-life'
+
+    @classmethod
+    def setUpClass(cls):
+        film = tempfile.NamedTemporaryFile(suffix='.mjpeg')
+        cls.addClassCleanup(film.close)
+        portrait = Camera(KOVCAM, '-i', 'scene:portrait?neutral=2')
+        film.write(b''.join(portrait.frames(6)))
+        film.flush()
+        portrait.stop()
+        cls.switches = ('--use-fake-ui-for-media-stream', '--use-fake-device-for-media-stream',
+                        f'--use-file-for-fake-video-capture={film.name}')
+        super().setUpClass()
+
+    def test_smile_takes_the_picture(self):
+        self.choose('smile')
+        self.find('#open-settings').click()
+        self.find('#settings').find_element(By.XPATH, './/button[contains(., "This webcam")]').click()
+        self.until('kovcam.store.state.source.kind === "push"')
+        self.find('#settings [data-close]').click()
+        before = self.pictures()
+        self.find('#shutter').click()
+        self.phase('armed')
+        time.sleep(0.7)
+        self.screens('smile')
+        self.new_picture(before)
+        self.phase('idle')
+
+
+class Elsewhere(BaseHTTPRequestHandler):
+    """A page of somebody else."""
+
+    def do_GET(self):
+        self.send_response(200)
+        self.send_header('Content-Type', 'text/html')
+        self.end_headers()
+        self.wfile.write(b'<title>elsewhere</title>')
+
+    def log_message(self, *_):
+        pass
+
+
+class LostTest(PageTest):
+    """What strangers may not, and what happens when the camera goes."""
+
+    source = 'scene:still-life'
+
+    def expected(self, line):
+        return 'Failed to' in line or 'WebSocket connection' in line or 'ERR_' in line or 'blocked' in line
+
+    def test_a_page_elsewhere_may_not(self):
+        address = self.camera.address
+        for headers in ({'Origin': 'http://example.org'}, {'Sec-Fetch-Site': 'cross-site'}, {'Host': 'example.org'}):
+            with self.assertRaises(urllib.error.HTTPError) as refusal:
+                self.camera.ask('/api/state', **headers)
+            self.assertIn(refusal.exception.code, (403, 421))
+        elsewhere = HTTPServer(('127.0.0.1', 0), Elsewhere)
+        threading.Thread(target=elsewhere.serve_forever, daemon=True).start()
+        self.addCleanup(elsewhere.shutdown)
+        self.page.get(f'http://localhost:{elsewhere.server_port}/')
+        refused = self.page.execute_async_script("""
+            const [address, done] = arguments;
+            const shown = new Promise((told) => { const image = new Image(); image.onload = () => told('seen');
+              image.onerror = () => told('refused'); image.src = `${address}/preview.jpg`; });
+            const driven = fetch(`${address}/api/picture`, { method: 'POST', body: '{}' }).then(() => 'driven', () => 'refused');
+            const heard = new Promise((told) => { const line = new WebSocket(`${address.replace('http', 'ws')}/live`);
+              line.onopen = () => told('heard'); line.onerror = () => told('refused'); });
+            Promise.all([shown, driven, heard]).then(done);
+            """, address)
+        self.assertEqual(refused, ['refused'] * 3)
+        self.assertEqual(self.camera.ask('/api/pictures'), [])
+        self.page.get(address)
+
+    def test_comes_back_when_the_camera_does(self):
+        self.until('kovcam.store.connected')
+        port = self.camera.address.rsplit(':', 1)[1]
+        self.assertEqual(self.camera.stop(), 0)
+        self.until('!document.getElementById("notice").hidden')
+        again = Camera(KOVCAM, '-i', 'scene:portrait', port=port)
+        self.addCleanup(again.stop)
+        self.until('kovcam.store.connected && document.getElementById("notice").hidden')
+        self.until('kovcam.store.state.source.text === "scene:portrait" && kovcam.rate.frames.length > 3')
+
+
+if __name__ == '__main__':
+    shutil.rmtree(SCREENS, ignore_errors=True)
+    os.makedirs(SCREENS)
+    unittest.main(argv=[sys.argv[0], *sys.argv[3:]], verbosity=2)

@@ -1,0 +1,74 @@
+// The pictures and recordings of a session, on the disk and in a list.
+#pragma once
+
+#include <utils/threads.h>
+
+#include <functional>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "tools/kovcam/live/Http.h"
+#include "tools/kovcam/live/Lane.h"
+
+namespace kov::live {
+
+/// Files are written on a thread of the album's own, to a temporary name first, under a name of our own that no file
+/// has yet: MODE-001.jpg. The list keeps the newest `kMostItems`; older files stay in the folder.
+class Album {
+public:
+    static constexpr size_t kMostItems = 500;
+
+    struct Item {
+        int id = 0;
+        std::string type;  // "image/jpeg" or "video/mp4"
+        std::string file;  // name within the folder
+        std::string mode;
+        double time = 0;  // seconds since 1970
+        int width = 0;
+        int height = 0;
+        size_t bytes = 0;
+        std::vector<std::string> story;  // lines of the journal that led to it
+        Text thumbnail;                  // a small JPEG
+
+        nlohmann::ordered_json json() const;
+    };
+    using ItemPtr = std::shared_ptr<const Item>;
+
+    struct Hooks {
+        std::function<void(ItemPtr)> added;
+        std::function<void(int)> removed;
+        std::function<void(const std::string&)> failed;  // with one line for people
+    };
+
+    /// Makes the folder. Throws kov::cam::Error when it cannot be written to.
+    Album(std::string folder, Hooks hooks);
+
+    /// Takes a finished JPEG. `item` has mode, time and story. Any thread.
+    void addPicture(std::string jpeg, Item item);
+    /// Takes a recording that is in the folder already, with a JPEG of its first frame.
+    void addRecording(const std::string& file, std::string firstFrame, Item item);
+    /// A name for a new file, as in "video-001.mp4"; the file is made empty, so that nobody else takes it.
+    std::string newName(const std::string& prefix, const std::string& ending) const;
+    std::string path(const std::string& name) const { return mFolder + "/" + name; }
+
+    ItemPtr find(int id) const;
+    std::vector<ItemPtr> items() const;  // oldest first
+    /// Deletes the file too. False when there is no such item.
+    bool remove(int id);
+    /// Waits until everything is written.
+    void flush();
+
+private:
+    void keep(Item item);
+
+    const std::string mFolder;
+    const Hooks mHooks;
+    mutable android::Mutex mLock;
+    std::vector<ItemPtr> mItems GUARDED_BY(mLock);
+    int mLastId GUARDED_BY(mLock) = 0;
+    Lane mWriter{64};
+};
+
+}  // namespace kov::live

@@ -1,0 +1,63 @@
+// A thread that does one thing after another.
+#pragma once
+
+#include <utils/threads.h>
+
+#include <deque>
+#include <functional>
+#include <thread>
+#include <utility>
+
+namespace kov::live {
+
+class Lane {
+public:
+    explicit Lane(size_t most) : mMost(most), mThread([this] { run(); }) {}
+    /// What waits is dropped; what is being done is waited for.
+    ~Lane() {
+        {
+            const android::AutoMutex held(mLock);
+            mStop = true;
+        }
+        mChanged.broadcast();
+        mThread.join();
+    }
+    Lane(const Lane&) = delete;
+    Lane& operator=(const Lane&) = delete;
+
+    /// False when too much waits already; the work is not done then. Any thread. The work must not throw.
+    bool add(std::function<void()> work) {
+        const android::AutoMutex held(mLock);
+        if (mWork.size() >= mMost)
+            return false;
+        mWork.push_back(std::move(work));
+        mChanged.signal();
+        return true;
+    }
+
+private:
+    void run() {
+        for (;;) {
+            std::function<void()> work;
+            {
+                const android::AutoMutex held(mLock);
+                while (mWork.empty() && !mStop)
+                    mChanged.wait(mLock);
+                if (mStop)
+                    return;
+                work = std::move(mWork.front());
+                mWork.pop_front();
+            }
+            work();
+        }
+    }
+
+    const size_t mMost;
+    android::Mutex mLock;
+    android::Condition mChanged;
+    std::deque<std::function<void()>> mWork GUARDED_BY(mLock);
+    bool mStop GUARDED_BY(mLock) = false;
+    std::thread mThread;
+};
+
+}  // namespace kov::live
