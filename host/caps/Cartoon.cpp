@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kFlattenings = 4;
 constexpr double kColorReach = 24;  // grey levels that flattening joins
-constexpr double kSoftness = 0.8;     // pixels at half the work size: no stairs where a tone is drawn larger
+constexpr double kSoftness = 0.8;   // pixels at half the work size: no stairs where a tone is drawn larger
 constexpr float kStep = 28;         // grey levels of luma from one flat tone to the next
 constexpr float kStepSharpness = 4.4f;
 constexpr double kLeastFlatness = 0.3;  // share of the steps in luma where it changes slowly: skies keep their gradient

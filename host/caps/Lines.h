@@ -22,9 +22,9 @@ private:
     void findDirections(double sigma);
     void averageAlong(float step);
 
-    cv::Mat mFine, mWide;               // luma, blurred
-    cv::Mat mHalf, mX, mY, mProducts;   // half of its size
-    cv::Mat mDirections;                // of edges, half of its size: unit vectors along them
+    cv::Mat mFine, mWide;              // luma, blurred
+    cv::Mat mHalf, mX, mY, mProducts;  // half of its size
+    cv::Mat mDirections;               // of edges, half of its size: unit vectors along them
     cv::Mat mBordered;
     cv::Mat mAbove, mLabels;  // of specks
     std::vector<int> mAreas;

@@ -16,8 +16,8 @@ struct Effect {
 };
 constexpr int kMostSmoothness = 10;
 
-/// Pixels on the long side at which looks are worked out at most. A frame of a preview is worked out at less, so that it
-/// is ready before the next one comes, and drawn at its own size all the same.
+/// Pixels on the long side at which looks are worked out at most. A frame of a preview is worked out at less, so that
+/// it is ready before the next one comes, and drawn at its own size all the same.
 constexpr int kFrameDetail = 640;
 constexpr int kPictureDetail = 1280;
 

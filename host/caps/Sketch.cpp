@@ -16,7 +16,7 @@ constexpr float kPaper = 252;                      // luma
 constexpr float kGraphite = 45;                    // luma of the darkest stroke
 constexpr float kLineFrom = 0.5f, kLineTo = 4.5f;  // percent of a line: nothing, and full graphite
 constexpr int kTile = 512;                         // pixels of a 640 x 480 picture
-constexpr double kTileUnit = 640;  // pixels on the long side of a picture whose tiles are not enlarged
+constexpr double kTileUnit = 640;                  // pixels on the long side of a picture whose tiles are not enlarged
 constexpr double kMostTileScale = 4;
 constexpr double kMostContrast = 1.8;
 constexpr float kWash = 60;  // luma of the darkest wash below paper

@@ -10,11 +10,11 @@ namespace kov::plusme {
 
 namespace {
 
-constexpr int kWindow = 13;          // pixels
-constexpr float kEven = 6e-4F;       // variance, of colours 0 to 1, below which the picture counts as even
-constexpr float kFrom = 0.4F;        // shares below are nothing: the outline's outermost pixels are half background
-constexpr float kTo = 0.9F;          // and above, all
-constexpr int kPad = 2 * kWindow;    // pixels around the edge that are looked at
+constexpr int kWindow = 13;        // pixels
+constexpr float kEven = 6e-4F;     // variance, of colours 0 to 1, below which the picture counts as even
+constexpr float kFrom = 0.4F;      // shares below are nothing: the outline's outermost pixels are half background
+constexpr float kTo = 0.9F;        // and above, all
+constexpr int kPad = 2 * kWindow;  // pixels around the edge that are looked at
 constexpr int kPairs[6][2] = {{0, 0}, {0, 1}, {0, 2}, {1, 1}, {1, 2}, {2, 2}};
 
 void mean(const cv::Mat& from, cv::Mat& to) {

@@ -182,9 +182,9 @@ TEST(PlusMe, AnotherResolutionOrMemoryDropsThePair) {
             EXPECT_EQ(PlusMe_SetTempBuffer(engine.instance, engine.temp.data(), engine.temp.size()), 0);
         EXPECT_EQ(engine.finish(), NotReady);  // rather than to read pictures that are no longer there
     }
-    EXPECT_EQ(Status{PlusMe_PreInitialize(50000, 50000, 640, 480, 0, &kMemory, 1, 0,
-                                          android::jpeg_compress_yuv420sp_AddMe)},
-              WrongSize);
+    EXPECT_EQ(
+        Status{PlusMe_PreInitialize(50000, 50000, 640, 480, 0, &kMemory, 1, 0, android::jpeg_compress_yuv420sp_AddMe)},
+        WrongSize);
     const PME_API_Memory none = {nullptr, memset};
     EXPECT_EQ(Status{PlusMe_PreInitialize(640, 480, 640, 480, 0, &none, 1, 0, android::jpeg_compress_yuv420sp_AddMe)},
               BadArgument);

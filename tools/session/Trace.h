@@ -11,8 +11,8 @@
 
 namespace kov::cam {
 
-/// Writes what happens to a file, with the seconds since the trace began ("t", monotonic and in the order of the lines).
-/// Besides the kinds of TraceLines there is "file". Any thread.
+/// Writes what happens to a file, with the seconds since the trace began ("t", monotonic and in the order of the
+/// lines). Besides the kinds of TraceLines there is "file". Any thread.
 class Trace : public TraceLines {
 public:
     /// Throws Error when the file cannot be written.

@@ -73,10 +73,9 @@ void TraceLines::onCall(const Call& call) {
 }
 
 void TraceLines::onCommand(const Command& command) {
-    write("command", {{"code", command.code},
-                      {"name", commandName(command.code)},
-                      {"arg1", command.arg1},
-                      {"arg2", command.arg2}});
+    write(
+        "command",
+        {{"code", command.code}, {"name", commandName(command.code)}, {"arg1", command.arg1}, {"arg2", command.arg2}});
 }
 
 void TraceLines::onResult(const Result& result) {
