@@ -185,11 +185,11 @@ cv::Mat SubjectTracker::difference(const cv::Mat& aligned, cv::Mat* changed) con
         for (int column = 0; column < mReduced.width; ++column) {
             const cv::Vec3f change = now[column] - then[column];
             const float color = std::max(std::abs(change[1]), std::abs(change[2]));
-            const bool shadow = (color < kShadowColor) & (change[0] < 0) &
-                                (now[column][0] > kShadowDarkest * std::max(then[column][0], 1.0F));
-            const bool differs = (std::abs(change[0]) > kDifferent) | (color > kDifferentColor);
+            const bool shadow = color < kShadowColor && change[0] < 0 &&
+                                now[column][0] > kShadowDarkest * std::max(then[column][0], 1.0F);
+            const bool differs = std::abs(change[0]) > kDifferent || color > kDifferentColor;
             differing[column] = differs ? 255 : 0;
-            to[column] = differs & !shadow ? 255 : 0;
+            to[column] = differs && !shadow ? 255 : 0;
         }
     }
     cv::morphologyEx(mask, mask, cv::MORPH_OPEN, ellipse(3));

@@ -153,6 +153,8 @@ TEST(ActionEngineTest, WhoeverPassesIsTakenAtEachEdgePaceAndPreviewSize) {
         {"1280x720", {1280, 720}, {0, 300, 80, 180}, 24, 6},
         {"1920x1080", {1920, 1080}, {0, 450, 120, 270}, 36, 6},
     };
+    const ActionShot_MemoryFunctions functions = {std::memcpy, std::memset};
+    ActionShot_SetMemoryFunctions(&functions);
     for (const auto& each : cases) {
         SCOPED_TRACE(each.name);
         const Passing film(each.frame, each.body, each.pace);

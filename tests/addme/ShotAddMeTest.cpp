@@ -338,7 +338,7 @@ TEST_F(ShotAddMeTest, AMergeMayBeDisturbedFromWithinItsProgress) {
                  {{1037, 1035}, Lines{"pm.CancelCapture"} + position + step(100, 50) + delivered()}};
     for (const auto& [commands, then] : cases) {
         SCOPED_TRACE(::testing::PrintToString(commands));
-        EXPECT_EQ(mergeDisturbed([&] { send(commands); }), begun + then);
+        EXPECT_EQ(mergeDisturbed([&, &commands = commands] { send(commands); }), begun + then);
         if (commands[0] == 1038)
             send({1033});
         fakePlusMe().progress = {100};

@@ -47,6 +47,10 @@ int endSignal() {
     return gEnd;
 }
 
+void forgetSignal() {
+    gEnd = 0;
+}
+
 void onSignal(std::function<void(int)> handler) {
     const std::lock_guard held(gLock);
     gHandler = std::move(handler);

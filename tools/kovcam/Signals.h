@@ -17,6 +17,8 @@ public:
 void watchSignals();
 /// The signal that asked for the end, or 0. Any thread.
 int endSignal();
+/// Forgets it: what it asked for was the ordinary end, as it is a server's.
+void forgetSignal();
 /// What is called, on a thread of its own, with each signal that comes; one at a time, the last that was set. It may do
 /// anything but call this. An empty one for none; when this returns the one before is not called any more.
 void onSignal(std::function<void(int)> handler);

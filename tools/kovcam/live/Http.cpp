@@ -7,7 +7,6 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/asio/signal_set.hpp>
 #include <boost/asio/ssl/context.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core.hpp>
@@ -155,7 +154,6 @@ public:
     asio::io_context io{1};
     Tcp::acceptor acceptor{io};
     std::optional<asio::ssl::context> tls;
-    std::vector<std::unique_ptr<asio::signal_set>> signalSets;
     std::vector<std::unique_ptr<asio::steady_timer>> timers;
     std::set<Viewer*> viewers;
     std::atomic<unsigned> viewerCount{0};
@@ -598,15 +596,6 @@ private:
     bool mWriting = false;
 };
 
-void waitForSignal(asio::signal_set& set, std::function<void(int)> work) {
-    set.async_wait([&set, work = std::move(work)](Failure failure, int signal) {
-        if (failure)
-            return;
-        work(signal);
-        waitForSignal(set, work);
-    });
-}
-
 void waitForTime(asio::steady_timer& timer, std::chrono::milliseconds time, std::function<void()> work) {
     timer.expires_after(time);
     timer.async_wait([&timer, time, work = std::move(work)](Failure failure) {
@@ -676,8 +665,6 @@ void Server::Core::stop() {
     stopping = true;
     Failure ignored;
     acceptor.close(ignored);
-    for (const auto& set : signalSets)
-        set->cancel(ignored);
     for (const auto& timer : timers)
         timer->cancel();
     for (Viewer* viewer : std::set<Viewer*>(viewers))
@@ -702,13 +689,6 @@ void Server::run() {
 
 void Server::post(std::function<void()> work) {
     asio::post(mCore->io, std::move(work));
-}
-
-void Server::onSignal(std::vector<int> signals, std::function<void(int)> work) {
-    mCore->signalSets.push_back(std::make_unique<asio::signal_set>(mCore->io));
-    for (const int signal : signals)
-        mCore->signalSets.back()->add(signal);
-    waitForSignal(*mCore->signalSets.back(), std::move(work));
 }
 
 void Server::every(int milliseconds, std::function<void()> work) {

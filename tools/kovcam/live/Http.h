@@ -120,8 +120,6 @@ public:
     void run();
     /// Does `work` on the server's thread. Any thread.
     void post(std::function<void()> work);
-    /// Calls `work` on the server's thread at each of these signals.
-    void onSignal(std::vector<int> signals, std::function<void(int)> work);
     /// Calls `work` on the server's thread every so often.
     void every(int milliseconds, std::function<void()> work);
     /// Shows a frame to all who look. Any thread.

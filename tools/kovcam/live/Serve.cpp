@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "shots/Commands.h"
+#include "tools/kovcam/Signals.h"
 #include "tools/kovcam/live/Api.h"
 #include "tools/session/Error.h"
 
@@ -173,9 +174,11 @@ void serve(const ServeOptions& options) {
         guard.token = makeToken();
     const std::string address = pageAddress(options, guard.port, guard.token);
     api->begin(*server, Guard(guard));
-    server->onSignal({SIGINT, SIGTERM, SIGHUP}, [api](int) {
+    cam::onSignal([api, server](int signal) {
+        if (signal == SIGUSR1)
+            return;
         std::fprintf(stderr, "\nkovcam: finishing; once more ends at once\n");
-        api->end();
+        server->post([api] { api->end(); });
     });
     std::printf("The camera is at %s\n", address.c_str());
     std::printf("Pictures go to %s; Ctrl-C ends.\n", options.folder.c_str());
@@ -183,6 +186,8 @@ void serve(const ServeOptions& options) {
     if (options.open)
         openBrowser(address);
     server->run();
+    cam::onSignal({});
+    cam::forgetSignal();
     if (!api->failure().empty())
         throw Error(api->failure());
 }
