@@ -116,7 +116,7 @@ cv::Size Engine::keptSize(cv::Size size, size_t bytes) {
     cv::Size kept;
     for (const double reduction : kReductions) {
         kept = {cvFloor(size.width / reduction / 2) * 2, cvFloor(size.height / reduction / 2) * 2};
-        if (bytes / bytesOf(kept) >= kOtherPlaces + kEnoughMoments ||
+        if (bytes >= bytesOf(kept) * (kOtherPlaces + kEnoughMoments) ||
             std::min(kept.width, kept.height) < 2 * kLeastSide)
             break;
     }
@@ -125,7 +125,8 @@ cv::Size Engine::keptSize(cv::Size size, size_t bytes) {
 
 Engine::Engine(cv::Size size, uint8_t* memory, size_t bytes)
     : mSize(size), mMemory(memory), mBytes(bytes), mKept(keptSize(size, bytes)) {
-    const size_t count = std::min<size_t>(bytes / bytesOf(mKept), kOtherPlaces + kMostMoments + kMostViews);
+    const size_t each = std::max<size_t>(bytesOf(mKept), 1);
+    const size_t count = std::min<size_t>(bytes / each, kOtherPlaces + kMostMoments + kMostViews);
     for (size_t i = 0; i < count; ++i)
         mPlaces.push_back(memory + i * bytesOf(mKept));
 }

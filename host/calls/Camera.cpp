@@ -42,7 +42,7 @@ auto told(const char* name, const std::string& arguments, Call call) {
         call();
         kov::host::reportCall({kLibrary, name, arguments, {}, systemTime() - begin});
     } else {
-        const auto result = call();
+        auto result = call();
         kov::host::reportCall({kLibrary, name, arguments, asText(result), systemTime() - begin});
         return result;
     }

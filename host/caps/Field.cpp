@@ -29,7 +29,7 @@ const float* Sampler::row(const cv::Mat& field, int y, std::vector<float>& room)
         return field.ptr<float>(y);
     // First between two rows of the field, which is short, then along the picture's row.
     const int width = mField.width;
-    room.resize(static_cast<size_t>(mPicture.width + 2 * width));
+    room.resize(static_cast<size_t>(mPicture.width) + 2 * static_cast<size_t>(width));
     float* const out = room.data();
     float* const between = out + mPicture.width;
     float* const slope = between + width;

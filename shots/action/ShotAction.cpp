@@ -75,7 +75,7 @@ status_t ShotAction::processCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
         default:
             break;
     }
-    return ShotCommon::sendCommand(cmd, arg1, arg2);
+    return ShotCallbacks::processCommand(cmd, arg1, arg2);
 }
 
 void ShotAction::start() {

@@ -70,7 +70,7 @@ status_t ShotAddMe::processCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
             return NO_ERROR;
         }
         default:
-            return ShotCommon::sendCommand(cmd, arg1, arg2);
+            return ShotCallbacks::processCommand(cmd, arg1, arg2);
     }
 }
 

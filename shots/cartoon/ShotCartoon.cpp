@@ -56,7 +56,7 @@ status_t ShotCartoon::processCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
     kLog.info("sendCommand %d, %d, %d", cmd, arg1, arg2);
     if (cmd == CARTOON_SHOT_SELECT_EFFECT)
         mEffect = arg1;
-    return ShotCommon::sendCommand(cmd, arg1, arg2);
+    return ShotCallbacks::processCommand(cmd, arg1, arg2);
 }
 
 // --- The data path

@@ -99,7 +99,7 @@ status_t ShotContinuous::sendCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
                 mShutter.turnOff();
             return NO_ERROR;
         default:
-            return ShotCommon::sendCommand(cmd, arg1, arg2);
+            return ShotCallbacks::processCommand(cmd, arg1, arg2);
     }
 }
 

@@ -81,7 +81,7 @@ status_t ShotPanorama::processCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
             break;
         }
         default:
-            return ShotCommon::sendCommand(cmd, arg1, arg2);
+            return ShotCallbacks::processCommand(cmd, arg1, arg2);
     }
     if (begun)
         (void)stitch(*begun);

@@ -35,7 +35,7 @@ status_t ShotSingle::takePicture() {
 
 status_t ShotSingle::processCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
     kLog.info("ShotSingle::sendCommand %d, %d, %d", cmd, arg1, arg2);
-    return ShotCommon::sendCommand(cmd, arg1, arg2);
+    return ShotCallbacks::processCommand(cmd, arg1, arg2);
 }
 
 void ShotSingle::processDataCallback(int32_t msgType, const sp<IMemory>& data) {

@@ -80,7 +80,7 @@ status_t ShotSmile::processCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
             mDetectionStarted = 0;
             return NO_ERROR;
         default:
-            return ShotCommon::sendCommand(cmd, arg1, arg2);
+            return ShotCallbacks::processCommand(cmd, arg1, arg2);
     }
 }
 

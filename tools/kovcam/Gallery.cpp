@@ -88,7 +88,7 @@ void writeImages(std::ostream& page, const Item& item, const std::vector<std::st
     for (const std::string& name : names) {
         page << "<figure><a href=\"" << escaped((folder / name).string()) << "\"><img loading=\"lazy\" src=\""
              << escaped((folder / thumbnail(item.folder, name)).string()) << "\" alt=\""
-             << escaped(item.about.value("title", "") + ": " + what + " " + name) << "\"></a>";
+             << escaped(item.about.value("title", "")) << ": " << escaped(what) << " " << escaped(name) << "\"></a>";
         if (captions)
             page << "<figcaption>" << escaped(name) << "</figcaption>";
         page << "</figure>\n";

@@ -73,7 +73,7 @@ private:
 }  // namespace
 
 std::string writeWhole(const std::vector<uint8_t>& bytes, const std::function<std::string(int)>& name, bool overwrite) {
-    const std::string first = name(1);
+    std::string first = name(1);
     const Temporary temporary(first);
     temporary.write(bytes, first);
     if (overwrite) {
@@ -81,7 +81,7 @@ std::string writeWhole(const std::vector<uint8_t>& bytes, const std::function<st
         return first;
     }
     for (int number = 1; number <= kMostNames; ++number) {
-        if (const std::string path = name(number); temporary.becomes(path))
+        if (std::string path = name(number); temporary.becomes(path))
             return path;
     }
     throw Error("every name up to " + name(kMostNames) + " is taken; choose another with -o");

@@ -62,7 +62,7 @@ std::map<std::string, std::string> toMap(const CameraParameters& parameters) {
 std::string joined(const std::map<std::string, std::string>& values) {
     std::string text;
     for (const auto& [key, value] : values)
-        text += (text.empty() ? "" : ";") + key + "=" + value;
+        text.append(text.empty() ? "" : ";").append(key).append("=").append(value);
     return text;
 }
 
@@ -177,7 +177,7 @@ Session::Session() : mPlace(std::make_unique<Place>()), mListeners(std::make_sha
 std::shared_ptr<Session> Session::open(SessionOptions options) {
     // A message under way holds the session too, but it is the clients' last reference that closes it.
     const std::shared_ptr<Session> held(new Session);
-    const std::shared_ptr<Session> session(held.get(), [held](Session* unused) { unused->close(); });
+    std::shared_ptr<Session> session(held.get(), [held](Session* unused) { unused->close(); });
     session->start(held, std::move(options));
     return session;
 }
@@ -386,8 +386,10 @@ void Session::setParameters(const std::map<std::string, std::string>& values) {
     const AutoMutex held(mParametersLock);
     CameraParameters parameters = getParameters();
     for (const auto& [key, value] : values) {
-        if (key.empty() || (key + value).find_first_of("=;") != std::string::npos)
-            throw Error("\"" + key + "=" + value + "\" is no parameter; neither key nor value may have = or ;");
+        if (key.empty() || key.find_first_of("=;") != std::string::npos ||
+            value.find_first_of("=;") != std::string::npos)
+            throw Error(std::string("\"").append(key).append("=").append(value) +
+                        "\" is no parameter; neither key nor value may have = or ;");
         parameters.set(key.c_str(), value.c_str());
     }
     apply(parameters, joined(values));

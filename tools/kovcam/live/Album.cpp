@@ -84,7 +84,8 @@ std::string Album::newName(const std::string& prefix, const std::string& ending)
     for (int number = 1; number < 100000; ++number) {
         char digits[16];
         std::snprintf(digits, sizeof digits, "-%03d", number);
-        std::string name = prefix + digits + ending;
+        std::string name = prefix;
+        name.append(digits).append(ending);
         const int file = open(path(name).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
         if (file >= 0) {
             close(file);

@@ -379,7 +379,6 @@ void Camera::finish() {
     {
         const AutoMutex held(mLock);
         command = std::exchange(mIfLost, 0);
-        newsUs = mNewsUs;
     }
     if (command)
         sendCommand(command, 0, 0);

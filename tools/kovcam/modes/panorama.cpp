@@ -34,7 +34,7 @@ public:
         if (mDirection.empty())
             return source;
         const std::string option = source.starts_with("scene:") ? "direction=" + mDirection : "path=pan-" + mDirection;
-        const std::string turned = source + (source.find('?') == std::string::npos ? "?" : "&") + option;
+        std::string turned = source + (source.find('?') == std::string::npos ? "?" : "&") + option;
         if (!checkSource(turned).empty() && checkSource(source).empty())
             throw Error("--direction is for scene:landscape and still pictures; " + source + " moves in its own way");
         return turned;
