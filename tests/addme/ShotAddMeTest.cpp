@@ -249,7 +249,7 @@ TEST_F(ShotAddMeTest, FramesAlternateBetweenTwoSlotsOfItsOwn) {
     const auto shown = [](int fill) { return Lines{text("pm.HandlePreview 640x480 of %d", fill)} + kFrameShown; };
     fakeSystem().now = [](int clock) { return clock == SYSTEM_TIME_REALTIME ? 12345678901234 : 0; };
     inSlot(placedMemory(kFrame, 4), 1, shown(4));  // before startPreview: slots are made for it
-    EXPECT_EQ(fakePlusMe().seconds * 1000000 + fakePlusMe().microseconds, 12345678901);
+    EXPECT_EQ(int64_t{fakePlusMe().seconds} * 1000000 + fakePlusMe().microseconds, 12345678901);
     EXPECT_EQ(shot->startPreview(), NO_ERROR);
     EXPECT_EQ(recorder.take(), Lines{"hw.startPreview"});
     for (const uint8_t fill : {5, 6})

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -20,11 +21,16 @@ std::jthread startUntilItWaits(Work work) {
         work();
         *id = -1;
     });
-    for (std::string state; *id != -1 && state != "S"; std::this_thread::yield()) {
+    // A thread may sleep for a moment on its way, above all under an emulator: it must be found waiting again and
+    // again.
+    constexpr int kLooks = 20;
+    for (int waiting = 0; *id != -1 && waiting < kLooks; std::this_thread::sleep_for(std::chrono::milliseconds(1))) {
         std::ifstream file("/proc/self/task/" + std::to_string(*id) + "/stat");
         for (std::string name; file >> name && name.back() != ')';) {
         }
+        std::string state;
         file >> state;
+        waiting = state == "S" ? waiting + 1 : 0;
     }
     return thread;
 }
