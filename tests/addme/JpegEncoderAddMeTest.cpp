@@ -115,7 +115,9 @@ TEST(JpegEncoderAddMe, WorksInEightRowsOfChroma) {
         SCOPED_TRACE(width);
         const auto frame = guardedFrame(width, height);
         size_t asked = 0;
-        kov::test::fakeSystem().allowsMemory = [&, scratch = scratch](size_t size) { return (asked += size) == scratch; };
+        kov::test::fakeSystem().allowsMemory = [&, scratch = scratch](size_t size) {
+            return (asked += size) == scratch;
+        };
         EXPECT_FALSE(encode(frame.get(), width, height).empty());
         kov::test::fakeSystem().allowsMemory = [](size_t) { return false; };
         EXPECT_TRUE(encode(frame.get(), width, height).empty());
