@@ -25,7 +25,7 @@ CallUnderWay::~CallUnderWay() {
 }
 
 void CallUnderWay::add(std::string_view name, const std::string& value) {
-    if (name.empty() || value.empty())
+    if (value.empty())
         return;
     if (!mArguments.empty())
         mArguments += ", ";

@@ -83,7 +83,7 @@ public:
     CallUnderWay(const CallUnderWay&) = delete;
     CallUnderWay& operator=(const CallUnderWay&) = delete;
 
-    /// Adds an argument; empty names and values are left out.
+    /// Adds an argument; an empty value is left out.
     void add(std::string_view name, const std::string& value);
     void tell(const std::string& result);
     /// Whether it will be told at all.
@@ -108,8 +108,13 @@ auto relay(const char* library, const char* name, std::string_view names, Origin
     CallUnderWay call(library, name);
     if (!call.heard())
         return original(arguments...);
+    const auto add = [&](const auto& argument) {
+        // What has no name is not looked at either: the call may have freed it.
+        if (const std::string_view argumentName = nextName(&names); !argumentName.empty())
+            call.add(argumentName, shown(readOnly(argument)));
+    };
     const auto finish = [&](const std::string& result) {
-        (call.add(nextName(&names), shown(readOnly(arguments))), ...);
+        (add(arguments), ...);
         call.tell(result);
     };
     if constexpr (std::is_void_v<Result>) {
