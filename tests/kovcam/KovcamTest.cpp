@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "tests/camera/TemporaryFolder.h"
+#include "tests/support/FullDisk.h"
 
 namespace {
 
@@ -27,8 +28,8 @@ struct Outcome {
 
 class KovcamTest : public ::testing::Test {
 protected:
-    Outcome kovcam(const std::string& arguments) const {
-        const std::string line = "KOV_CAMERA_SPEED=4 " KOV_KOVCAM " " + arguments + " >" + folder / "output";
+    Outcome kovcam(const std::string& arguments, const std::string& before = "") const {
+        const std::string line = before + "KOV_CAMERA_SPEED=4 " KOV_KOVCAM " " + arguments + " >" + folder / "output";
         const int status = std::system((line + " 2>&1 </dev/null").c_str());
         std::ifstream file(folder / "output");
         return {WEXITSTATUS(status), {std::istreambuf_iterator<char>(file), {}}};
@@ -194,12 +195,13 @@ TEST_F(KovcamTest, NeverWritesOverAPicture) {
 }
 
 TEST_F(KovcamTest, AFullDiskLeavesNoPictureThatIsCut) {
-    // A limit on the size of files stands for the full disk.
-    const std::string line = "sh -c 'trap \"\" XFSZ; ulimit -f 8; KOV_CAMERA_SPEED=4 exec " KOV_KOVCAM
-                             " shoot single -i scene:landscape --count 9" +
-                             out + " --picture-size 1280x960' >/dev/null 2>&1";
-    EXPECT_EQ(WEXITSTATUS(std::system(line.c_str())), 1);
-    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+    const std::string full = folder / "full";
+    const Outcome run = kovcam("shoot single -i scene:landscape --count 9 -o " + full + " --picture-size 1280x960",
+                               kov::test::fullDisk(full));
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.output.find("single-001.jpg cannot be written: No space left on device"), std::string::npos)
+        << run.output;
+    EXPECT_TRUE(std::filesystem::is_empty(full));
 }
 
 TEST_F(KovcamTest, ASignalDeliversWhatWasTaken) {

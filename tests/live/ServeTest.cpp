@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "tests/camera/TemporaryFolder.h"
+#include "tests/support/FullDisk.h"
 
 extern char** environ;
 
@@ -358,8 +359,7 @@ TEST_F(ServeTest, SwitchesModesAndSourcesWhileFramesFlow) {
 }
 
 TEST_F(ServeTest, SaysWhenThereIsNoRoomOnTheDisk) {
-    // A limit on the size of files stands for a disk that is full.
-    Serve camera(folder.path(), "-i scene:still-life", "trap '' XFSZ; ulimit -f 16; ");
+    Serve camera(folder.path(), "-i scene:still-life", kov::test::fullDisk(folder.path() + "/out"));
     const int64_t last = camera.state().value("last", int64_t{0});
     EXPECT_EQ(camera.post("/api/picture", "{}").status, 200);
     EXPECT_FALSE(camera.events(last, "COMPRESSED_IMAGE").empty());
