@@ -1,12 +1,12 @@
 // The add-me encoder against TurboJPEG at the same quality, DCT and restart setting.
 
 #include <benchmark/benchmark.h>
-#include <turbojpeg.h>
 
 #include <cstdlib>
 #include <opencv2/imgproc.hpp>
 #include <vector>
 
+#include "bench/TurboJpeg.h"
 #include "shots/addme/JpegEncoderAddMe.h"
 
 namespace {
@@ -26,27 +26,9 @@ void turboJpeg(benchmark::State& state) {
     const int width = static_cast<int>(state.range(0));
     const int height = static_cast<int>(state.range(1));
     const auto frame = detailedFrame(width, height);
-    const size_t luma = static_cast<size_t>(width) * height;
-    std::vector<uint8_t> u(luma / 4);
-    std::vector<uint8_t> v(luma / 4);
-    tjhandle encoder = tjInitCompress();
-    std::vector<uint8_t> block(tjBufSize(width, height, TJSAMP_420));
     setenv("TJ_RESTART", "1", 1);  // a marker after every row of MCUs, as the add-me encoder has
-    for (auto _ : state) {
-        const uint8_t* pair = frame.data() + luma;
-        for (size_t i = 0; i < luma / 4; ++i) {
-            v[i] = pair[2 * i];
-            u[i] = pair[2 * i + 1];
-        }
-        const uint8_t* planes[] = {frame.data(), u.data(), v.data()};
-        unsigned char* destination = block.data();
-        unsigned long size = block.size();
-        tjCompressFromYUVPlanes(encoder, planes, width, nullptr, height, TJSAMP_420, &destination, &size, kQuality,
-                                TJFLAG_NOREALLOC | TJFLAG_FASTDCT);
-        benchmark::DoNotOptimize(size);
-    }
+    kov::bench::timeTurboJpeg(state, frame, width, height, kQuality, TJFLAG_FASTDCT);
     unsetenv("TJ_RESTART");
-    tjDestroy(encoder);
 }
 
 void addMe(benchmark::State& state) {

@@ -2,11 +2,11 @@
 
 #include <arccamera/jpeg.h>
 #include <benchmark/benchmark.h>
-#include <turbojpeg.h>
 
 #include <opencv2/imgproc.hpp>
 #include <vector>
 
+#include "bench/TurboJpeg.h"
 #include "imaging/Overlay.h"
 
 namespace {
@@ -55,25 +55,7 @@ void turboJpeg(benchmark::State& state) {
     const int width = static_cast<int>(state.range(0));
     const int height = static_cast<int>(state.range(1));
     const auto frame = detailedFrame(width, height);
-    const size_t luma = static_cast<size_t>(width) * height;
-    std::vector<uint8_t> u(luma / 4);
-    std::vector<uint8_t> v(luma / 4);
-    tjhandle encoder = tjInitCompress();
-    std::vector<uint8_t> block(tjBufSize(width, height, TJSAMP_420));
-    for (auto _ : state) {
-        const uint8_t* pair = frame.data() + luma;
-        for (size_t i = 0; i < luma / 4; ++i) {
-            v[i] = pair[2 * i];
-            u[i] = pair[2 * i + 1];
-        }
-        const uint8_t* planes[] = {frame.data(), u.data(), v.data()};
-        unsigned char* destination = block.data();
-        unsigned long size = block.size();
-        tjCompressFromYUVPlanes(encoder, planes, width, nullptr, height, TJSAMP_420, &destination, &size, kQuality,
-                                TJFLAG_NOREALLOC | TJFLAG_ACCURATEDCT);
-        benchmark::DoNotOptimize(size);
-    }
-    tjDestroy(encoder);
+    kov::bench::timeTurboJpeg(state, frame, width, height, kQuality, TJFLAG_ACCURATEDCT);
 }
 
 void vendorJpeg(benchmark::State& state) {

@@ -1,6 +1,7 @@
 // Laying the moments of a subject over a clean background.
 
 #include "host/actionshot/Compose.h"
+#include "host/pictures/SemiPlanar.h"
 
 #include <algorithm>
 #include <array>
@@ -9,6 +10,9 @@
 #include <utility>
 
 namespace kov::action {
+
+using pictures::fullChroma;
+using pictures::lumaOf;
 
 namespace {
 
@@ -20,23 +24,6 @@ constexpr int kBeyond = 8;  // pixels beyond the box that are still the subject'
 constexpr int kSoft = 7;
 constexpr double kLeastShift = 0.1;  // pixels
 constexpr size_t kMostMoments = 32;
-
-cv::Mat lumaOf(const cv::Mat& yuv) {
-    return yuv.rowRange(0, yuv.rows * 2 / 3);
-}
-
-/// Luma, V and U for every pixel.
-cv::Mat fullChroma(const cv::Mat& yuv) {
-    const cv::Mat luma = lumaOf(yuv);
-    const cv::Mat pairs(luma.rows / 2, luma.cols / 2, CV_8UC2, const_cast<uint8_t*>(yuv.ptr(luma.rows)));
-    cv::Mat chroma;
-    cv::resize(pairs, chroma, luma.size(), 0, 0, cv::INTER_LINEAR);
-    cv::Mat picture(luma.size(), CV_8UC3);
-    const cv::Mat from[] = {luma, chroma};
-    const int order[] = {0, 0, 1, 1, 2, 2};
-    cv::mixChannels(from, 2, &picture, 1, order, 3);
-    return picture;
-}
 
 /// The shift to a fraction of a pixel.
 cv::Point2d sharpened(const cv::Mat& first, const cv::Mat& luma, cv::Point2d shift) {

@@ -1,6 +1,7 @@
 // JPEG from pictures, band by band, through libjpeg-turbo's raw-data interface.
 
 #include "host/caps/JpegWriter.h"
+#include "host/pictures/Jpeg420.h"
 
 #include <algorithm>
 #include <csetjmp>
@@ -87,16 +88,7 @@ void JpegWriter::Codec::start(cv::Size size, int quality) {
         return;
     jpeg_create_compress(&info);
     info.dest = &destination;
-    info.image_width = static_cast<JDIMENSION>(size.width);
-    info.image_height = static_cast<JDIMENSION>(size.height);
-    info.input_components = 3;
-    info.in_color_space = JCS_YCbCr;
-    jpeg_set_defaults(&info);
-    jpeg_set_quality(&info, quality, TRUE);
-    info.raw_data_in = TRUE;
-    info.dct_method = JDCT_ISLOW;
-    info.comp_info[0].h_samp_factor = 2;
-    info.comp_info[0].v_samp_factor = 2;
+    pictures::setUpJpeg420(info, size.width, size.height, quality);
     jpeg_start_compress(&info, TRUE);
 }
 

@@ -15,8 +15,12 @@
 #include <utility>
 
 #include "host/panoramax/MotionMeter.h"
+#include "host/pictures/SemiPlanar.h"
 
 namespace kov::panorama {
+
+using pictures::fullChroma;
+using pictures::lumaOf;
 
 namespace {
 
@@ -37,27 +41,10 @@ constexpr int kBeyondSeam = 2 << kBlendBands;  // pixels beyond its seams that t
 /// What a grey pixel has in the three channels besides its luma; a gain scales the distance from it.
 const cv::Scalar kNeutral(0, 128, 128);
 
-cv::Mat lumaOf(const cv::Mat& yuv) {
-    return yuv.rowRange(0, yuv.rows * 2 / 3);
-}
-
 cv::Mat halved(const cv::Mat& picture) {
     cv::Mat half;
     cv::resize(picture, half, picture.size() / 2, 0, 0, cv::INTER_AREA);
     return half;
-}
-
-/// Luma, V and U for every pixel. The frames have the full range, and so has the result.
-cv::Mat fullChroma(const cv::Mat& yuv) {
-    const cv::Mat luma = lumaOf(yuv);
-    const cv::Mat pairs(luma.rows / 2, luma.cols / 2, CV_8UC2, const_cast<uint8_t*>(yuv.ptr(luma.rows)));
-    cv::Mat chroma;
-    cv::resize(pairs, chroma, luma.size(), 0, 0, cv::INTER_LINEAR);
-    cv::Mat picture(luma.size(), CV_8UC3);
-    const cv::Mat from[] = {luma, chroma};
-    const int order[] = {0, 0, 1, 1, 2, 2};
-    cv::mixChannels(from, 2, &picture, 1, order, 3);
-    return picture;
 }
 
 cv::Matx33d shift(cv::Point2d by) {

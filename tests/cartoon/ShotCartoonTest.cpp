@@ -8,10 +8,7 @@
 #include <tuple>
 
 #include "host/runtime/Heaps.h"
-#include "tests/support/CapsCalls.h"
-#include "tests/support/FakeCaps.h"
-#include "tests/support/FakeSystem.h"
-#include "tests/support/ShotTest.h"
+#include "tests/support/CapsTest.h"
 
 using namespace android;
 using namespace kov::test;
@@ -27,15 +24,9 @@ const Lines kGrey = {"D ShotCartoon: applyEffectSketchGray", "caps.applySketch 0
 const std::vector<std::pair<int32_t, Lines>> kEffects = {{0, kCartoon}, {1, kColor}, {2, kGrey},
                                                          {3, kStamp},   {7, {}},     {-1, {}}};
 
-class ShotCartoonTest : public ShotTest<ShotCartoon> {
+class ShotCartoonTest : public CapsTest<ShotCartoon> {
 protected:
     ShotCartoonTest() { makeReady(); }
-    ~ShotCartoonTest() override {
-        retireShot();
-        EXPECT_EQ(fakeCapsObjects(), 0);
-        fakeCaps() = {};
-        resetFakeSystem();
-    }
 
     void makeReady() {
         retireShot();

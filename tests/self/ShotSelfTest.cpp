@@ -7,10 +7,7 @@
 #include <thread>
 #include <tuple>
 
-#include "tests/support/CapsCalls.h"
-#include "tests/support/FakeCaps.h"
-#include "tests/support/FakeSystem.h"
-#include "tests/support/ShotTest.h"
+#include "tests/support/CapsTest.h"
 
 using namespace android;
 using namespace kov::test;
@@ -41,7 +38,7 @@ Lines pictureLines(int fill = 20) {
            Lines{"app.data 0x100 9"} + kFreed;
 }
 
-class ShotSelfTest : public ShotTest<ShotSelf> {
+class ShotSelfTest : public CapsTest<ShotSelf> {
 protected:
     ShotSelfTest() {
         fakeSystem().startThread = [this](const auto& thread) {
@@ -50,12 +47,6 @@ protected:
         };
         hardware->params.set("jpeg-quality", 85);
         makeReady();
-    }
-    ~ShotSelfTest() override {
-        retireShot();
-        EXPECT_EQ(fakeCapsObjects(), 0);
-        fakeCaps() = {};
-        resetFakeSystem();
     }
 
     void makeReady() {

@@ -1,6 +1,7 @@
 // JPEG from 4:2:0 frames with interleaved chroma, through libjpeg-turbo's raw-data interface.
 
 #include "host/arccamera/jpeg/JpegEncoder.h"
+#include "host/pictures/Jpeg420.h"
 
 #include <algorithm>
 #include <csetjmp>
@@ -109,19 +110,6 @@ private:
     JSAMPARRAY mPlanes[3] = {mLuma, mCb, mCr};
 };
 
-void setUp(jpeg_compress_struct& info, const SemiPlanarFrame& frame, int quality) {
-    info.image_width = static_cast<JDIMENSION>(frame.width);
-    info.image_height = static_cast<JDIMENSION>(frame.height);
-    info.input_components = 3;
-    info.in_color_space = JCS_YCbCr;
-    jpeg_set_defaults(&info);
-    jpeg_set_quality(&info, quality, TRUE);
-    info.raw_data_in = TRUE;
-    info.dct_method = JDCT_ISLOW;
-    info.comp_info[0].h_samp_factor = 2;
-    info.comp_info[0].v_samp_factor = 2;
-}
-
 }  // namespace
 
 size_t encodeJpeg(const SemiPlanarFrame& frame, int quality, uint8_t* destination, size_t capacity) {
@@ -145,7 +133,7 @@ size_t encodeJpeg(const SemiPlanarFrame& frame, int quality, uint8_t* destinatio
     }
     jpeg_create_compress(&info);
     info.dest = &block.base;
-    setUp(info, frame, quality);
+    pictures::setUpJpeg420(info, frame.width, frame.height, quality);
     jpeg_start_compress(&info, TRUE);
     while (info.next_scanline < info.image_height) {
         band.load(static_cast<int>(info.next_scanline));
