@@ -11,20 +11,23 @@
 #include <tuple>
 
 #include "host/runtime/Log.h"
-#include "shots/action/ShotAction.h"
-#include "shots/addme/ShotAddMe.h"
-#include "shots/cartoon/ShotCartoon.h"
+#include "shots/Modes.h"
 #include "shots/continuous/ShotContinuous.h"
-#include "shots/panorama/ShotPanorama.h"
-#include "shots/self/ShotSelf.h"
 #include "shots/single/ShotSingle.h"
-#include "shots/smile/ShotSmile.h"
 #include "tests/support/ShotTest.h"
 
 using namespace android;
 using namespace kov::test;
 
 namespace {
+
+/// A code of the range that only releases the current shot.
+constexpr int32_t kNoMode = [] {
+    int32_t code = KOV_MODE_FIRST;
+    while (shotMakerOf(code))
+        ++code;
+    return code;
+}();
 
 using Camera = CameraHardwareInterface;
 
@@ -71,17 +74,11 @@ protected:
                 adaptor->sendCommand(mode, 0, 0);
         };
     }
-    /// The code of the mode whose shot the vendor layer has as its receiver; 1004 when it has the adaptor.
+    /// Whom the vendor layer has as its receiver: the mode of one of two shots, kNoMode for the adaptor, else 0.
     int32_t receiver() {
-        const std::pair<data_callback, int32_t> receivers[] = {{KovCameraHardwareInterface::dataCallback, 1004},
+        const std::pair<data_callback, int32_t> receivers[] = {{KovCameraHardwareInterface::dataCallback, kNoMode},
                                                                {ShotSingle::dataCallback, 1000},
-                                                               {ShotContinuous::dataCallback, 1001},
-                                                               {ShotPanorama::dataCallback, 1002},
-                                                               {ShotSmile::dataCallback, 1003},
-                                                               {ShotSelf::dataCallback, 1006},
-                                                               {ShotAddMe::dataCallback, 1009},
-                                                               {ShotAction::dataCallback, 1010},
-                                                               {ShotCartoon::dataCallback, 1013}};
+                                                               {ShotContinuous::dataCallback, 1001}};
         for (const auto& [callback, code] : receivers) {
             if (hardware->dataCb == callback)
                 return code;
@@ -103,7 +100,7 @@ TEST_F(AdaptorTest, OpensOnceWhileReferencedAndAnewAfterwards) {
     open(new FakeCameraHardware);
     EXPECT_EQ(recorder.take(), Lines{"openCameraHardware"} + kSingleCreated);
     setCallbacks();
-    adaptor->sendCommand(1004, 0, 0);
+    adaptor->sendCommand(kNoMode, 0, 0);
     recorder.take();
 
     EXPECT_EQ(openKovCameraHardware(), adaptor);
@@ -216,7 +213,7 @@ TEST_F(AdaptorTest, ASwitchIsMadeInFullAndInItsOrder) {
     setCallbacks();
     EXPECT_EQ(recorder.take("hw."), Lines{"hw.setCallbacks"});
     const Lines released = Lines{"hw.setCallbacks"} + kSingleDestroyed + Lines{"hw.setCallbacks"};
-    for (const int32_t mode : {1000, 1004}) {
+    for (const int32_t mode : {1000, kNoMode}) {
         EXPECT_EQ(adaptor->sendCommand(mode, 5, 6), NO_ERROR);
         EXPECT_EQ(recorder.take(), Lines{text("W KovCameraHardwareInterface: sendCommand : %d 5 6 ", mode)} + released +
                                        (mode == 1000 ? kSingleCreated + Lines{"hw.setCallbacks"} : Lines{}));
@@ -237,7 +234,7 @@ TEST_F(AdaptorTest, CallbacksMayBeMissingAtEveryPlace) {
                                           "E KovCameraHardwareInterface: mDataCbTimestamp is NULL, returning."}));
         hardware->user = nullptr;
         EXPECT_EQ(sendOneOfEach(), Lines(3, "E " + receiver + ": " + receiver + " is NULL, returning."));
-        adaptor->sendCommand(1004, 0, 0);
+        adaptor->sendCommand(kNoMode, 0, 0);
     }
 }
 
@@ -246,7 +243,7 @@ TEST_F(AdaptorTest, LateMessagesOfTheDeadAreDropped) {
     setCallbacks();
     const auto shotNotify = hardware->notifyCb;
     void* const shot = hardware->user;
-    adaptor->sendCommand(1004, 0, 0);
+    adaptor->sendCommand(kNoMode, 0, 0);
     const auto adaptorNotify = hardware->notifyCb;
     void* const dead = hardware->user;
     shotNotify(CAMERA_MSG_SHUTTER, 0, 0, shot);
@@ -261,7 +258,7 @@ TEST_F(AdaptorTest, ASwitchFromWithinACallbackWithinAnOperation) {
     setCallbacks();
     // The vendor layer calls back synchronously from takePicture, and the service switches there, twice.
     hardware->during["takePicture"] = [&] {
-        adaptor->sendCommand(1004, 0, 0);
+        adaptor->sendCommand(kNoMode, 0, 0);
         adaptor->sendCommand(1000, 0, 0);
         hardware->notify(CAMERA_MSG_SHUTTER);
     };
@@ -271,7 +268,7 @@ TEST_F(AdaptorTest, ASwitchFromWithinACallbackWithinAnOperation) {
     EXPECT_EQ(recorder.take("service."), Lines{"service.notify 0x2 0 0"});
 
     // A switch from within a registration that a switch makes: the last wish wins.
-    switchWithinRegistration(1004);
+    switchWithinRegistration(kNoMode);
     adaptor->sendCommand(1000, 0, 0);
     recorder.take();
     EXPECT_EQ(adaptor->cancelAutoFocus(), NO_ERROR);
@@ -282,7 +279,7 @@ TEST_F(AdaptorTest, ASwitchFromWithinACallbackWithinAnOperation) {
 // The vendor layer stores a registration late: another thread switches, or registers, while one is on its way. What is
 // registered last must be what is current.
 TEST_F(AdaptorTest, NoRegistrationIsLostHoweverLateTheVendorLayerStoresIt) {
-    const std::pair<int32_t, int32_t> switches[] = {{1000, 1001}, {1001, 1000}, {1004, 1000}, {1000, 1004}};
+    const std::pair<int32_t, int32_t> switches[] = {{1000, 1001}, {1001, 1000}, {kNoMode, 1000}, {1000, kNoMode}};
     for (const auto& [from, to] : switches) {
         for (const bool afterStoring : {false, true}) {
             SCOPED_TRACE(text("%d to %d, %s", from, to, afterStoring ? "after storing" : "before storing"));
@@ -321,7 +318,7 @@ TEST_F(AdaptorTest, EveryModeCodeMakesItsShotOrNone) {
         EXPECT_EQ(made, shot == shots.end()
                             ? Lines{}
                             : Lines{text("I %s: %s created: pid=PID", shot->second.c_str(), shot->second.c_str())});
-        EXPECT_EQ(receiver(), shot != shots.end() ? code : code < 1000 || code > 1016 ? 1000 : 1004);
+        EXPECT_EQ(receiver() == kNoMode, shot == shots.end() && code >= 1000 && code <= 1016);
     }
 }
 
@@ -340,11 +337,11 @@ TEST_F(AdaptorTest, TheLastReferenceMayGoWithinAnOperation) {
     // The mode, the vendor layer's operation in which the service drops its reference, and what leads to it.
     const std::tuple<int32_t, const char*, std::function<void(Camera&)>> cases[] = {
         {1000, "takePicture", &Camera::takePicture},
-        {1004, "takePicture", &Camera::takePicture},
+        {kNoMode, "takePicture", &Camera::takePicture},
         {1000, "setCallbacks", registers},
-        {1004, "setCallbacks", registers},
+        {kNoMode, "setCallbacks", registers},
         {1000, "setCallbacks", [](Camera& c) { c.sendCommand(1000, 0, 0); }},
-        {1000, "setCallbacks", [](Camera& c) { c.sendCommand(1004, 0, 0); }},
+        {1000, "setCallbacks", [](Camera& c) { c.sendCommand(kNoMode, 0, 0); }},
     };
     for (const auto& [mode, vendorOperation, run] : cases) {
         SCOPED_TRACE(text("%s in mode %d", vendorOperation, mode));

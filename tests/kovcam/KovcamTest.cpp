@@ -97,7 +97,7 @@ TEST_F(KovcamTest, TheTraceShowsAStillCaptureInItsOrder) {
 TEST_F(KovcamTest, RunsAScript) {
     write("session.kov",
           "0.0 mode single  # a comment\n\n0.0 start-preview\n+0 wait 0x10\n+0 set jpeg-quality 30\n+0 picture\n"
-          "+0 wait 0x100 timeout 10\n+0 set preview-size 320x240\n+0 start-preview\n+0 wait 0x10\n+0 command 1004\n");
+          "+0 wait 0x100 timeout 10\n+0 set preview-size 320x240\n+0 start-preview\n+0 wait 0x10\n+0 command 1016\n");
     const Outcome run = kovcam("script " + folder / "session.kov" + " -i scene:still-life" + out +
                                " --picture-size 640x480 --save-preview 1");
     EXPECT_EQ(run.status, 0) << run.output;
