@@ -346,7 +346,7 @@ TEST_F(ServeTest, SlowViewersSlowNobody) {
 TEST_F(ServeTest, SwitchesModesAndSourcesWhileFramesFlow) {
     Serve camera(folder.path(), "-i scene:still-life");
     const Json modes = camera.get("/api").json()["modes"];
-    ASSERT_EQ(modes.size(), 8U);
+    ASSERT_FALSE(modes.empty());
     for (int i = 0; i < 200; ++i)
         ASSERT_EQ(camera.post("/api/mode", Json{{"mode", modes[i % modes.size()]["name"]}}.dump()).status, 200);
     EXPECT_EQ(camera.get("/preview.jpg").status, 200);
