@@ -589,7 +589,7 @@ TEST(ContinuousStressTest, BurstsTerminatesSwitchesAndSoundAtRandom) {
                 service.lockedOrNot(random, [&] { service.act(static_cast<uint32_t>(random())); });
                 std::this_thread::sleep_for(std::chrono::microseconds(random() % 800));
             });
-        for (int i = 0; i < 30000 && (i < 1000 || service.pictures == 0); ++i)
+        for (int i = 0; i < 60000 && (i < 1000 || service.pictures == 0 || service.messages <= 1000); ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         service.join();
         service.adaptor.clear();
