@@ -2,6 +2,7 @@
 
 #include <SDL2/SDL.h>
 #include <SDL2/SDL_mixer.h>
+#include <dlfcn.h>
 #include <media/mediaplayer.h>
 
 #include <algorithm>
@@ -21,9 +22,20 @@ constexpr int kEnforcedStream = 7;
 constexpr float kEnforcedVolume = 1.0F;
 constexpr float kOrdinaryVolume = 0.6F;
 
+/// The folder `root` beside this library, or beside its folder as a build has it.
+std::string usualRoot() {
+    Dl_info self{};
+    if (dladdr(reinterpret_cast<void*>(&usualRoot), &self) == 0)
+        return {};
+    const auto folder = std::filesystem::path(self.dli_fname).parent_path();
+    std::error_code ignored;
+    return (std::filesystem::exists(folder / "root", ignored) ? folder : folder / "..") / "root";
+}
+
 std::string underRoot(const char* path) {
+    static const std::string usual = usualRoot();
     const char* root = std::getenv("KOV_ROOT");
-    return std::string(root && *root ? root : KOV_DEFAULT_ROOT) + path;
+    return (root && *root ? root : usual) + path;
 }
 
 bool openDevice() {
