@@ -28,7 +28,7 @@ namespace {
 using namespace android;
 using namespace std::chrono_literals;
 
-constexpr auto kPatience = 20s;  // for what must happen; a deadlock shows as a failure after it
+constexpr auto kPatience = 60s;  // for what must happen; a deadlock shows as a failure after it
 
 struct Message {
     int32_t type;

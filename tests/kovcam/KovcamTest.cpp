@@ -241,7 +241,8 @@ TEST_F(KovcamTest, WhatWasSavedStaysWhenALaterStepFails) {
     const Outcome run =
         kovcam("script " + folder / "session.kov" + " -i scene:still-life" + out + " --picture-size 640x480");
     EXPECT_EQ(run.status, 1);
-    const Outcome full = kovcam("shoot single -i scene:still-life -o " + folder / "full --trace /dev/full");
+    const Outcome full =
+        kovcam("shoot single -i scene:still-life --picture-size 640x480 -o " + folder / "full --trace /dev/full");
     EXPECT_EQ(full.status, 1);
     EXPECT_NE(full.output.find("kovcam: the trace /dev/full"), std::string::npos) << full.output;
     EXPECT_FALSE(sizeOf("full/single-001.jpg").empty());
