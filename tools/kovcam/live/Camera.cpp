@@ -108,7 +108,7 @@ void Camera::closeSession() {
     {
         const AutoMutex held(mLock);
         last = std::exchange(mSession, nullptr);
-        mPicture = false;
+        mTaking = Taking::Nothing;
         mIfLost = 0;
     }
     if (last)
@@ -162,7 +162,7 @@ void Camera::selectMode(int32_t code) {
         const AutoMutex held(mLock);
         mMode = code;
         mIfLost = 0;
-        start = mPreview && !mPicture;
+        start = mPreview && mTaking == Taking::Nothing;
     }
     ++mRevision;
     // A mode makes its frames' memory and engines when the preview starts; one that runs goes on.
@@ -174,9 +174,9 @@ void Camera::takePicture() {
     const auto camera = session();
     {
         const AutoMutex held(mLock);
-        if (mPicture)
+        if (mTaking != Taking::Nothing)
             throw Error("a picture is being taken; wait for it");
-        mPicture = true;
+        mTaking = Taking::Asked;
         mNewsUs = mJournal->nowUs();
     }
     ++mRevision;
@@ -193,7 +193,7 @@ void Camera::startAgain() {
     std::shared_ptr<Session> camera;
     {
         const AutoMutex held(mLock);
-        mPicture = false;
+        mTaking = Taking::Nothing;
         start = mPreview;
         camera = mSession;
     }
@@ -222,7 +222,7 @@ void Camera::setParameters(const std::map<std::string, std::string>& values) {
     bool start = false;
     {
         const AutoMutex held(mLock);
-        if (mPicture)
+        if (mTaking != Taking::Nothing)
             throw Error("a picture is being taken; change the settings after it");
         start = mPreview;
     }
@@ -328,7 +328,9 @@ void Camera::pictureCame(const cam::Picture& picture) {
     Album::Item item;
     {
         const AutoMutex held(mLock);
-        asked = mPicture;
+        asked = mTaking == Taking::Asked;
+        if (asked)
+            mTaking = Taking::Came;
         item.mode = modeName(mMode);
         mNewsUs = mJournal->nowUs();
     }
@@ -359,9 +361,9 @@ void Camera::tick() {
     bool overdue = false;
     {
         const AutoMutex held(mLock);
-        overdue = mPicture && mJournal->nowUs() - mNewsUs > kPatienceUs;
+        overdue = mTaking != Taking::Nothing && mJournal->nowUs() - mNewsUs > kPatienceUs;
         if (overdue)
-            mPicture = false;
+            mTaking = Taking::Nothing;
     }
     if (!overdue)
         return;
@@ -382,12 +384,12 @@ void Camera::finish() {
     }
     if (command)
         sendCommand(command, 0, 0);
-    // What is on its way may arrive.
+    // What is on its way may arrive. What an arrival asks for waits for us, so that is not waited for.
     for (;;) {
         {
             const AutoMutex held(mLock);
             newsUs = mNewsUs;
-            if (!mPicture && mJournal->nowUs() - newsUs > kQuietUs)
+            if (mTaking != Taking::Asked && mJournal->nowUs() - newsUs > kQuietUs)
                 break;
         }
         if (mJournal->nowUs() - begin > kLongestEndUs)
@@ -408,7 +410,7 @@ Json Camera::state() const {
                   {"mode", mMode},
                   {"modeName", modeName(mMode)},
                   {"preview", mPreview},
-                  {"takingPicture", mPicture},
+                  {"takingPicture", mTaking != Taking::Nothing},
                   {"source", mDescription},
                   {"parameters", mParameters},
                   {"recording", mRecording.empty() ? Json() : Json(mRecordingSince)}};

@@ -180,6 +180,8 @@ void serve(const ServeOptions& options) {
         std::fprintf(stderr, "\nkovcam: finishing; once more ends at once\n");
         server->post([api] { api->end(); });
     });
+    if (cam::endSignal() != 0)  // it came while we opened
+        server->post([api] { api->end(); });
     std::printf("The camera is at %s\n", address.c_str());
     std::printf("Pictures go to %s; Ctrl-C ends.\n", options.folder.c_str());
     std::fflush(stdout);
