@@ -352,6 +352,7 @@ TEST_F(ServeTest, SwitchesModesAndSourcesWhileFramesFlow) {
     EXPECT_EQ(camera.post("/api/parameters", "{\"preview-size\": \"320x240\"}").json()["preview-size"], "320x240");
     EXPECT_EQ(camera.post("/api/source", "{\"scene\": \"portrait\"}").status, 200);
     const Json state = camera.state();
+    EXPECT_FALSE(state.value("smileEngine", "").empty()) << "the smile mode was among them";
     EXPECT_EQ(state["source"]["name"], "portrait");
     EXPECT_EQ(state["modeName"], modes[199 % modes.size()]["name"]);
     EXPECT_EQ(state["parameters"]["preview-size"], "320x240") << "what was chosen stays";

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -23,6 +24,7 @@ constexpr int64_t kPatienceUs = 60'000'000;  // for a picture, since the mode wa
 constexpr int64_t kQuietUs = 1'000'000;      // so long after its last message a mode counts as done when we end
 constexpr int64_t kLongestEndUs = 30'000'000;
 constexpr size_t kMostRecentStory = 60;
+constexpr std::string_view kSmileEngine = "smile engine: ";  // how the engine's line begins, told when it changes
 
 double now() {
     return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
@@ -43,6 +45,7 @@ class Camera::Messages : public cam::Listener {
 public:
     explicit Messages(Camera& camera) : mCamera(camera) {}
     void onPicture(const cam::Picture& picture) override { mCamera.pictureCame(picture); }
+    void onLog(const cam::LogLine& line) override { mCamera.logged(line); }
     void onNotify(const cam::Notification& notification) override { mCamera.notified(notification); }
 
 private:
@@ -357,6 +360,14 @@ void Camera::notified(const cam::Notification& notification) {
                                          : notification.reason);
 }
 
+void Camera::logged(const cam::LogLine& line) {
+    if (!line.text.starts_with(kSmileEngine))
+        return;
+    const AutoMutex held(mLock);
+    mSmileEngine = line.text.substr(kSmileEngine.size());
+    ++mRevision;
+}
+
 void Camera::tick() {
     bool overdue = false;
     {
@@ -414,6 +425,8 @@ Json Camera::state() const {
                   {"source", mDescription},
                   {"parameters", mParameters},
                   {"recording", mRecording.empty() ? Json() : Json(mRecordingSince)}};
+    if (!mSmileEngine.empty())
+        state["smileEngine"] = mSmileEngine;
     if (!mClosedBecause.empty())
         state["reason"] = mClosedBecause;
     return state;

@@ -88,6 +88,7 @@ private:
     void readParameters();
     void pictureCame(const cam::Picture& picture);
     void notified(const cam::Notification& notification);
+    void logged(const cam::LogLine& line);
     void tell(const std::string& problem);
     std::vector<std::string> recentStory() const;
 
@@ -114,7 +115,8 @@ private:
     std::map<std::string, std::string> mParameters GUARDED_BY(mLock);  // as the camera told them last
     std::string mRecording GUARDED_BY(mLock);                          // name of the file, empty without one
     double mRecordingSince GUARDED_BY(mLock) = 0;
-    int mHolder GUARDED_BY(mLock) = 0;  // the client that left a command for the case that it goes away
+    std::string mSmileEngine GUARDED_BY(mLock);  // which, and how to get a better one, in the log's words
+    int mHolder GUARDED_BY(mLock) = 0;           // the client that left a command for the case that it goes away
     int32_t mIfLost GUARDED_BY(mLock) = 0;
 };
 

@@ -108,6 +108,8 @@ function drawShutter() {
       phase.unit === '%' ? `${phase.count ?? 0} taken` : `${phase.value} of ${phase.of}`;
   }
   hint.textContent = store.state?.camera === 'open' ? mode.hint?.(phase) ?? '' : '';
+  const note = hint.textContent && phase.kind === 'idle' && mode.note?.(store.state);
+  if (note) hint.append(element('small', {}, note));
   const other = mode.second?.(phase);
   second.hidden = !other;
   if (other) {
