@@ -49,10 +49,13 @@ class Camera:
         if self.process.poll() is None:
             self.process.send_signal(signal.SIGINT)
         try:
-            return self.process.wait(30)
+            self.process.wait(60)
         except subprocess.TimeoutExpired:
             self.process.kill()
-            return self.process.wait()
+            self.process.wait()
+        self.process.stdout.close()
+        self.folder.cleanup()
+        return self.process.returncode
 
 
 def browser(width, height, *arguments):

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 #include <opencv2/core/utils/logger.hpp>
 #include <sstream>
 
@@ -14,6 +13,7 @@
 #include "tools/kovcam/Listings.h"
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/Options.h"
+#include "tools/kovcam/Parameters.h"
 #include "tools/kovcam/Script.h"
 #include "tools/kovcam/TraceDrawing.h"
 #include "tools/kovcam/live/Serve.h"
@@ -72,40 +72,8 @@ constexpr const char* kUsualFolder = ".";
 struct CommonOptions {
     CameraOptions camera;
     std::vector<std::string> sources;
-    std::string previewSize;
-    std::string pictureSize;
-    std::string previewFormat;
-    int framesPerSecond = 0;
-    int quality = 0;
+    ParameterOptions parameters;
 };
-
-/// Throws Error for what is not of the form 640x480.
-void requireSize(const std::string& text) {
-    int width = 0;
-    int height = 0;
-    char rest = 0;
-    if (std::sscanf(text.c_str(), "%dx%d%c", &width, &height, &rest) != 2 || width <= 0 || height <= 0)
-        throw Error("\"" + text + "\" is no size; write it as 640x480");
-}
-
-/// The parameters that the options set; those that are not given leave the camera's own.
-std::map<std::string, std::string> parameters(const CommonOptions& options) {
-    std::map<std::string, std::string> values;
-    for (const auto& [key, size] :
-         {std::pair("preview-size", &options.previewSize), std::pair("picture-size", &options.pictureSize)}) {
-        if (size->empty())
-            continue;
-        requireSize(*size);
-        values[key] = *size;
-    }
-    if (!options.previewFormat.empty())
-        values["preview-format"] = options.previewFormat;
-    if (options.framesPerSecond)
-        values["preview-frame-rate"] = std::to_string(options.framesPerSecond);
-    if (options.quality)
-        values["jpeg-quality"] = std::to_string(options.quality);
-    return values;
-}
 
 void addCommonOptions(CLI::App& app, CommonOptions& options, bool sourceAndFolderRequired) {
     auto* const input =
@@ -122,11 +90,7 @@ void addCommonOptions(CLI::App& app, CommonOptions& options, bool sourceAndFolde
     }
     app.add_flag("--overwrite", saving.overwrite, "Write over files that are there, from number 1 on");
     app.add_option("--latest", saving.latest, "Keep a symbolic link of this name to the newest picture");
-    app.add_option("--preview-size", options.previewSize, "WxH of preview frames");
-    app.add_option("--picture-size", options.pictureSize, "WxH of pictures");
-    app.add_option("--preview-format", options.previewFormat, "yuv420sp or yuv420p");
-    app.add_option("--fps", options.framesPerSecond, "Preview frames a second")->check(CLI::Range(1, 1000));
-    app.add_option("--quality", options.quality, "JPEG quality")->check(CLI::Range(1, 100));
+    options.parameters.addTo(app);
     app.add_option("--save-preview", saving.previewEvery, "Save every Nth preview frame")
         ->check(CLI::Range(0, 1000000));
     app.add_flag("--save-raw", saving.raw, "Save uncompressed pictures too, as raw-001.y4m");
@@ -150,7 +114,7 @@ template <typename Work>
 void inSession(CommonOptions& options, const std::string& source, const std::string& mode, Work work) {
     options.camera.source = source;
     options.camera.saving.mode = mode;
-    options.camera.parameters = parameters(options);
+    options.camera.parameters = options.parameters.parameters();
     Camera camera(options.camera);
     try {
         work(camera);

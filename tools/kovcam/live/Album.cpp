@@ -118,7 +118,7 @@ void Album::addPicture(std::string jpeg, Item item) {
         item.type = "image/jpeg";
         keep(std::move(item));
     };
-    if (!mWriter.add(work))
+    if (!mWriter.offer(work))
         mHooks.failed("a picture was dropped: the disk is too slow for so many; take them more slowly");
 }
 
@@ -175,8 +175,8 @@ bool Album::remove(int id) {
 
 void Album::flush() {
     auto done = std::make_shared<std::promise<void>>();
-    if (mWriter.add([done] { done->set_value(); }))
-        done->get_future().wait();
+    mWriter.add([done] { done->set_value(); });
+    done->get_future().wait();
 }
 
 }  // namespace kov::live

@@ -147,7 +147,7 @@ void Api::begin(Server& server, Guard guard) {
 
 void Api::end() {
     if (std::exchange(mEnding, true))
-        return mServer->stop();
+        return;
     mCameraLane->add([this] {
         try {
             mCamera->finish();
@@ -226,7 +226,7 @@ void Api::handle(Request request, Reply reply) {
 }
 
 void Api::work(Lane& lane, const Reply& reply, std::function<Json()> operation) {
-    const bool added = lane.add([reply, operation = std::move(operation)] {
+    const bool added = lane.offer([reply, operation = std::move(operation)] {
         try {
             reply(json(200, operation().dump()));
         } catch (const Error& error) {
@@ -495,7 +495,7 @@ void Api::frameFromClient(int id, const std::string& jpeg) {
             found->second.socket->send(std::make_shared<std::string>(answer.dump()));
         });
     };
-    const bool added = mPushLane->add([this, jpeg, done] {
+    const bool added = mPushLane->offer([this, jpeg, done] {
         try {
             mCamera->pushJpeg(jpeg);
             done({});

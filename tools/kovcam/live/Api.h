@@ -32,7 +32,7 @@ public:
 
     /// Serves with this server from now on, and opens the source. Errors of the source are shown on the page.
     void begin(Server& server, Guard guard);
-    /// Ends the camera in order, then the server. At the second call the server stops at once.
+    /// Ends the camera in order, then the server.
     void end();
     /// What could not be written at the end, or empty.
     const std::string& failure() const { return mFailure; }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -23,6 +24,7 @@ constexpr int64_t kPatienceUs = 60'000'000;  // for a picture, since the mode wa
 constexpr int64_t kQuietUs = 1'000'000;      // so long after its last message a mode counts as done when we end
 constexpr int64_t kLongestEndUs = 30'000'000;
 constexpr size_t kMostRecentStory = 60;
+constexpr std::string_view kSmileEngine = "smile engine: ";  // how the engine's line begins, told when it changes
 
 double now() {
     return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
@@ -43,6 +45,7 @@ class Camera::Messages : public cam::Listener {
 public:
     explicit Messages(Camera& camera) : mCamera(camera) {}
     void onPicture(const cam::Picture& picture) override { mCamera.pictureCame(picture); }
+    void onLog(const cam::LogLine& line) override { mCamera.logged(line); }
     void onNotify(const cam::Notification& notification) override { mCamera.notified(notification); }
 
 private:
@@ -108,7 +111,7 @@ void Camera::closeSession() {
     {
         const AutoMutex held(mLock);
         last = std::exchange(mSession, nullptr);
-        mPicture = false;
+        mTaking = Taking::Nothing;
         mIfLost = 0;
     }
     if (last)
@@ -162,7 +165,7 @@ void Camera::selectMode(int32_t code) {
         const AutoMutex held(mLock);
         mMode = code;
         mIfLost = 0;
-        start = mPreview && !mPicture;
+        start = mPreview && mTaking == Taking::Nothing;
     }
     ++mRevision;
     // A mode makes its frames' memory and engines when the preview starts; one that runs goes on.
@@ -174,9 +177,9 @@ void Camera::takePicture() {
     const auto camera = session();
     {
         const AutoMutex held(mLock);
-        if (mPicture)
+        if (mTaking != Taking::Nothing)
             throw Error("a picture is being taken; wait for it");
-        mPicture = true;
+        mTaking = Taking::Asked;
         mNewsUs = mJournal->nowUs();
     }
     ++mRevision;
@@ -193,7 +196,7 @@ void Camera::startAgain() {
     std::shared_ptr<Session> camera;
     {
         const AutoMutex held(mLock);
-        mPicture = false;
+        mTaking = Taking::Nothing;
         start = mPreview;
         camera = mSession;
     }
@@ -222,7 +225,7 @@ void Camera::setParameters(const std::map<std::string, std::string>& values) {
     bool start = false;
     {
         const AutoMutex held(mLock);
-        if (mPicture)
+        if (mTaking != Taking::Nothing)
             throw Error("a picture is being taken; change the settings after it");
         start = mPreview;
     }
@@ -328,7 +331,9 @@ void Camera::pictureCame(const cam::Picture& picture) {
     Album::Item item;
     {
         const AutoMutex held(mLock);
-        asked = mPicture;
+        asked = mTaking == Taking::Asked;
+        if (asked)
+            mTaking = Taking::Came;
         item.mode = modeName(mMode);
         mNewsUs = mJournal->nowUs();
     }
@@ -355,13 +360,21 @@ void Camera::notified(const cam::Notification& notification) {
                                          : notification.reason);
 }
 
+void Camera::logged(const cam::LogLine& line) {
+    if (!line.text.starts_with(kSmileEngine))
+        return;
+    const AutoMutex held(mLock);
+    mSmileEngine = line.text.substr(kSmileEngine.size());
+    ++mRevision;
+}
+
 void Camera::tick() {
     bool overdue = false;
     {
         const AutoMutex held(mLock);
-        overdue = mPicture && mJournal->nowUs() - mNewsUs > kPatienceUs;
+        overdue = mTaking != Taking::Nothing && mJournal->nowUs() - mNewsUs > kPatienceUs;
         if (overdue)
-            mPicture = false;
+            mTaking = Taking::Nothing;
     }
     if (!overdue)
         return;
@@ -382,12 +395,12 @@ void Camera::finish() {
     }
     if (command)
         sendCommand(command, 0, 0);
-    // What is on its way may arrive.
+    // What is on its way may arrive. What an arrival asks for waits for us, so that is not waited for.
     for (;;) {
         {
             const AutoMutex held(mLock);
             newsUs = mNewsUs;
-            if (!mPicture && mJournal->nowUs() - newsUs > kQuietUs)
+            if (mTaking != Taking::Asked && mJournal->nowUs() - newsUs > kQuietUs)
                 break;
         }
         if (mJournal->nowUs() - begin > kLongestEndUs)
@@ -408,10 +421,12 @@ Json Camera::state() const {
                   {"mode", mMode},
                   {"modeName", modeName(mMode)},
                   {"preview", mPreview},
-                  {"takingPicture", mPicture},
+                  {"takingPicture", mTaking != Taking::Nothing},
                   {"source", mDescription},
                   {"parameters", mParameters},
                   {"recording", mRecording.empty() ? Json() : Json(mRecordingSince)}};
+    if (!mSmileEngine.empty())
+        state["smileEngine"] = mSmileEngine;
     if (!mClosedBecause.empty())
         state["reason"] = mClosedBecause;
     return state;

@@ -77,6 +77,9 @@ public:
 
 private:
     class Messages;
+    /// Where a picture stands that was asked for. One that came still waits for the preview to start again, which is an
+    /// operation as any other.
+    enum class Taking { Nothing, Asked, Came };
 
     std::shared_ptr<cam::Session> session() const;
     void openSession(const std::string& source);
@@ -85,6 +88,7 @@ private:
     void readParameters();
     void pictureCame(const cam::Picture& picture);
     void notified(const cam::Notification& notification);
+    void logged(const cam::LogLine& line);
     void tell(const std::string& problem);
     std::vector<std::string> recentStory() const;
 
@@ -104,14 +108,15 @@ private:
     nlohmann::ordered_json mDescription GUARDED_BY(mLock);
     std::string mClosedBecause GUARDED_BY(mLock);
     int32_t mMode GUARDED_BY(mLock);
-    bool mPreview GUARDED_BY(mLock) = true;                            // wanted; a picture stops it for a while
-    bool mPicture GUARDED_BY(mLock) = false;                           // asked for and not come
+    bool mPreview GUARDED_BY(mLock) = true;  // wanted; a picture stops it for a while
+    Taking mTaking GUARDED_BY(mLock) = Taking::Nothing;
     int64_t mNewsUs GUARDED_BY(mLock) = 0;                             // when the mode was last heard of
     std::map<std::string, std::string> mChosen GUARDED_BY(mLock);      // parameters for the next session too
     std::map<std::string, std::string> mParameters GUARDED_BY(mLock);  // as the camera told them last
     std::string mRecording GUARDED_BY(mLock);                          // name of the file, empty without one
     double mRecordingSince GUARDED_BY(mLock) = 0;
-    int mHolder GUARDED_BY(mLock) = 0;  // the client that left a command for the case that it goes away
+    std::string mSmileEngine GUARDED_BY(mLock);  // which, and how to get a better one, in the log's words
+    int mHolder GUARDED_BY(mLock) = 0;           // the client that left a command for the case that it goes away
     int32_t mIfLost GUARDED_BY(mLock) = 0;
 };
 

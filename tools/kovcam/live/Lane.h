@@ -25,8 +25,14 @@ public:
     Lane(const Lane&) = delete;
     Lane& operator=(const Lane&) = delete;
 
-    /// False when too much waits already; the work is not done then. Any thread. The work must not throw.
-    bool add(std::function<void()> work) {
+    /// For work of our own, of which there is little. Any thread. The work must not throw.
+    void add(std::function<void()> work) {
+        const android::AutoMutex held(mLock);
+        mWork.push_back(std::move(work));
+        mChanged.signal();
+    }
+    /// The same for work that others ask for: false when too much waits already, and it is not done then.
+    bool offer(std::function<void()> work) {
         const android::AutoMutex held(mLock);
         if (mWork.size() >= mMost)
             return false;

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "shots/Commands.h"
+#include "tools/kovcam/Parameters.h"
 #include "tools/kovcam/Signals.h"
 #include "tools/kovcam/live/Api.h"
 #include "tools/session/Error.h"
@@ -51,10 +52,7 @@ struct ServeOptions {
     std::string certificate;
     std::string key;
     std::string trace;
-    std::string previewSize;
-    std::string pictureSize;
-    int framesPerSecond = 0;
-    int quality = 0;
+    cam::ParameterOptions parameters;
     int previewQuality = 80;
     unsigned connections = 128;
     bool open = false;
@@ -146,15 +144,7 @@ void serve(const ServeOptions& options) {
     apiOptions.camera.trace = options.trace;
     apiOptions.camera.mode = modeCode(options.mode);
     apiOptions.camera.previewQuality = options.previewQuality;
-    auto& parameters = apiOptions.camera.parameters;
-    if (!options.previewSize.empty())
-        parameters["preview-size"] = options.previewSize;
-    if (!options.pictureSize.empty())
-        parameters["picture-size"] = options.pictureSize;
-    if (options.framesPerSecond)
-        parameters["preview-frame-rate"] = std::to_string(options.framesPerSecond);
-    if (options.quality)
-        parameters["jpeg-quality"] = std::to_string(options.quality);
+    apiOptions.camera.parameters = options.parameters.parameters();
 
     ServerOptions serverOptions;
     serverOptions.address = options.address;
@@ -180,6 +170,8 @@ void serve(const ServeOptions& options) {
         std::fprintf(stderr, "\nkovcam: finishing; once more ends at once\n");
         server->post([api] { api->end(); });
     });
+    if (cam::endSignal() != 0)  // it came while we opened
+        server->post([api] { api->end(); });
     std::printf("The camera is at %s\n", address.c_str());
     std::printf("Pictures go to %s; Ctrl-C ends.\n", options.folder.c_str());
     std::fflush(stdout);
@@ -208,10 +200,7 @@ void addServe(CLI::App& app) {
     command->add_option("--tls-cert", options->certificate, "Certificate chain (PEM), for https")
         ->check(CLI::ExistingFile);
     command->add_option("--tls-key", options->key, "Its key (PEM)")->check(CLI::ExistingFile);
-    command->add_option("--preview-size", options->previewSize, "WxH of preview frames");
-    command->add_option("--picture-size", options->pictureSize, "WxH of pictures");
-    command->add_option("--fps", options->framesPerSecond, "Preview frames a second")->check(CLI::PositiveNumber);
-    command->add_option("--quality", options->quality, "JPEG quality of pictures")->check(CLI::Range(1, 100));
+    options->parameters.addTo(*command);
     command->add_option("--preview-quality", options->previewQuality, "JPEG quality of the preview on the page")
         ->check(CLI::Range(1, 100))
         ->capture_default_str();

@@ -82,7 +82,7 @@ function discLook(mode, phase) {
   return phase.kind === 'armed' ? 'armed' : '';
 }
 
-const SMILE = '<svg viewBox="0 0 24 24"><path d="M7.5 14.5c2.2 3.2 6.8 3.2 9 0M8.5 9v.8M15.5 9v.8"/></svg>';
+const SMILE = '<svg aria-hidden="true" viewBox="0 0 24 24"><path d="M7.5 14.5c2.2 3.2 6.8 3.2 9 0M8.5 9v.8M15.5 9v.8"/></svg>';
 
 function drawShutter() {
   const { mode, phase } = store;
@@ -108,6 +108,8 @@ function drawShutter() {
       phase.unit === '%' ? `${phase.count ?? 0} taken` : `${phase.value} of ${phase.of}`;
   }
   hint.textContent = store.state?.camera === 'open' ? mode.hint?.(phase) ?? '' : '';
+  const note = hint.textContent && phase.kind === 'idle' && mode.note?.(store.state);
+  if (note) hint.append(element('small', {}, note));
   const other = mode.second?.(phase);
   second.hidden = !other;
   if (other) {

@@ -13,6 +13,7 @@ export function element(tag, attributes = {}, ...children) {
 
 export function icon(name) {
   const svg = document.createElementNS('http://www.w3.org/2000/svg', 'svg');
+  svg.setAttribute('aria-hidden', 'true');
   const use = document.createElementNS('http://www.w3.org/2000/svg', 'use');
   use.setAttribute('href', `#i-${name}`);
   svg.append(use);

@@ -93,6 +93,7 @@ export const MODES = {
 
   smile: {
     title: 'Smile',
+    note: (state) => (state?.smileEngine ? `Smile engine: ${state.smileEngine}` : ''),
     hint: (phase) => ({ idle: 'Arm it, and it waits for a smile', armed: 'Smile, please', working: 'Smile' })[phase.kind],
     label: (phase) => (phase.kind === 'armed' ? 'Stop waiting for a smile' : 'Wait for a smile'),
     press: (camera, phase) =>

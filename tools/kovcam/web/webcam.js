@@ -9,6 +9,7 @@ const WIDTH = 1280;
 let line = null;
 let stream = null;
 let answered = true;
+let ours = false;  // the camera has our webcam as its source
 const canvas = document.createElement('canvas');
 
 export function attachWebcam(newLine) { line = newLine; }
@@ -36,6 +37,7 @@ export async function startWebcam() {
 export function stopWebcam() {
   for (const track of stream?.getTracks() ?? []) track.stop();
   stream = null;
+  ours = false;
   video.srcObject = null;
 }
 
@@ -66,5 +68,7 @@ export function pushed(message) {
 // Another source, also one that another page chose, switches the webcam off. A line that was lost has lost its number.
 on('state', () => {
   const source = store.state.source;
-  if (stream && source && (source.kind !== 'push' || source.client !== store.client)) stopWebcam();
+  const isOurs = source?.kind === 'push' && source.client === store.client;
+  if (stream && ours && !isOurs) stopWebcam();
+  ours = stream !== null && isOurs;
 });
