@@ -310,7 +310,8 @@ int32_t MStreamRead(MHandle handle, void* destination, int32_t size) {
     const uint32_t how = ask();
     if (how == 1)
         return 0;
-    const size_t count = std::min(static_cast<size_t>(size), stream->bytes.size() - std::min(stream->place, stream->bytes.size()));
+    const size_t count =
+        std::min(static_cast<size_t>(size), stream->bytes.size() - std::min(stream->place, stream->bytes.size()));
     if (count)
         std::memcpy(destination, stream->bytes.data() + stream->place, count);
     stream->place += count;
@@ -579,7 +580,8 @@ void ActionShot_GetAcquisitionDisplayData(ActionShot_Handle engine, ActionShot_D
     const uint32_t how = ask();
     data->count = how < 2 ? static_cast<int32_t>(2 - how) : how % 2 ? absurd(how) : static_cast<int32_t>(how % 130);
     for (int i = 0; i < 128; ++i)
-        data->entries[i] = {i + static_cast<int32_t>(how), 3, how > 8 ? absurd(how + i) : i + 20, how > 16 ? absurd(how / 2) : 30, i % 3};
+        data->entries[i] = {i + static_cast<int32_t>(how), 3, how > 8 ? absurd(how + i) : i + 20,
+                            how > 16 ? absurd(how / 2) : 30, i % 3};
 }
 int32_t ActionShot_AcquisitionProgress(ActionShot_Handle engine) {
     actionOf(engine);

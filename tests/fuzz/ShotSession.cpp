@@ -1,4 +1,5 @@
-// A session of a camera service with a hostile vendor layer, hostile libraries and a hostile application, told by bytes.
+// A session of a camera service with a hostile vendor layer, hostile libraries and a hostile application, told by
+// bytes.
 
 #include "tests/fuzz/ShotSession.h"
 
@@ -6,6 +7,7 @@
 #include <binder/MemoryBase.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
@@ -28,11 +30,11 @@ constexpr uint8_t kAsUsual = 224;  // an answer below
 constexpr int kDeepest = 3;        // steps within steps
 constexpr int kMostNested = 200;   // of a session
 
-constexpr int32_t kSizes[][2] = {{64, 48}, {64, 48}, {32, 24},  {128, 96}, {63, 47},       {1, 1},         {0, 0},
-                                 {-1, 5},  {16, 16}, {34, 18},  {2, 2},    {30000, 30000}, {INT32_MAX, 2}, {8, 2000},
-                                 {5, -9},  {240, 160}, {46341, 46341}};
-constexpr const char* kFormats[] = {"yuv420sp", "yuv420p", "yuv420sp_custom", "yuv422i", "rgb565", "jpeg", "",
-                                    nullptr,    "yuv422p", "yuv422sp",        "%s%n"};
+constexpr int32_t kSizes[][2] = {{64, 48},       {64, 48},  {32, 24}, {128, 96},  {63, 47},      {1, 1},
+                                 {0, 0},         {-1, 5},   {16, 16}, {34, 18},   {2, 2},        {30000, 30000},
+                                 {INT32_MAX, 2}, {8, 2000}, {5, -9},  {240, 160}, {46341, 46341}};
+constexpr const char* kFormats[] = {"yuv420sp", "yuv420p", "yuv420sp_custom", "yuv422i",  "rgb565", "jpeg",
+                                    "",         nullptr,   "yuv422p",         "yuv422sp", "%s%n"};
 constexpr int32_t kTypes[] = {0x10, 0x100, 0x80, 0x20, 0x40, 0x1, 0x2, 0, -1, 0x200, 0x1FF};
 constexpr int32_t kNumbers[] = {0, 1, -1, 2, 3, 4, 100, INT32_MIN, INT32_MAX};
 
@@ -191,6 +193,7 @@ private:
 };
 
 sp<HostileCamera> gCamera;
+std::atomic<int> gPictures{0};
 
 /// What the threads of a session that does not let them run on their own will do.
 std::deque<std::function<void()>> gWaiting;
@@ -201,18 +204,25 @@ public:
     Actor(const uint8_t* bytes, size_t size, bool runsThreads)
         : mFront(bytes), mBack(bytes + size), mRunsThreads(runsThreads) {}
 
-    void run() {
+    void run(const std::function<void()>& afterwards = {}) {
         gAnswers = this;
         open();
         registerCallbacks(0);
         while (step()) {
         }
         mEnded = true;  // from now on everything behaves
+        if (afterwards)
+            afterwards();
         mAdaptor.clear();
         gAnswers = nullptr;
     }
 
-    uint32_t next(const char*) override {
+    /// Replaces the answers from the back.
+    void answerWith(std::function<uint32_t(const char* site)> answer) { mAnswer = std::move(answer); }
+
+    uint32_t next(const char* site) override {
+        if (mAnswer)
+            return mEnded ? 0 : mAnswer(site);
         if (mFront >= mBack || mEnded)
             return 0;
         const uint8_t answer = *--mBack;
@@ -225,20 +235,7 @@ public:
         }
     }
 
-private:
-    bool step() {
-        if (mBack - mFront < 4)
-            return false;
-        ++mDepth;
-        const uint8_t* const bytes = mFront;
-        mFront += 4;
-        perform(bytes[0] % 14, bytes[1], bytes[2], bytes[3]);
-        --mDepth;
-        return true;
-    }
-
-    void open() { mAdaptor = openKovCameraHardware(); }
-
+    /// One step, as ShotSession.h tells it.
     void perform(int code, uint8_t a, uint8_t b, uint8_t c) {
         // What is called may drop the reference.
         const sp<CameraHardwareInterface> adaptor = mAdaptor;
@@ -299,6 +296,20 @@ private:
         }
     }
 
+private:
+    bool step() {
+        if (mBack - mFront < 4)
+            return false;
+        ++mDepth;
+        const uint8_t* const bytes = mFront;
+        mFront += 4;
+        perform(bytes[0] % 14, bytes[1], bytes[2], bytes[3]);
+        --mDepth;
+        return true;
+    }
+
+    void open() { mAdaptor = openKovCameraHardware(); }
+
     static void data(const Receiver& to, int32_t type, uint8_t memory) {
         if (to.data)
             to.data(type, makeMemory(memory, type == CAMERA_MSG_PREVIEW_FRAME ? gCamera->frameSize() : 600), to.user);
@@ -325,7 +336,11 @@ private:
         if (!adaptor.get())
             return;
         adaptor->setCallbacks(nulls & 1 ? nullptr : +[](int32_t, int32_t, int32_t, void*) { received(); },
-                              nulls & 2 ? nullptr : +[](int32_t, const sp<IMemory>&, void*) { received(); },
+                              nulls & 2 ? nullptr : +[](int32_t type, const sp<IMemory>& memory, void*) {
+                                  if (type == CAMERA_MSG_COMPRESSED_IMAGE && memory.get() && memory->size() > 0)
+                                      ++gPictures;
+                                  received();
+                              },
                               nulls & 4 ? nullptr : +[](int64_t, int32_t, const sp<IMemory>&, void*) { received(); },
                               nulls & 8 ? nullptr : &gCamera);
     }
@@ -415,6 +430,7 @@ private:
     const uint8_t* mFront;
     const uint8_t* mBack;
     const bool mRunsThreads;
+    std::function<uint32_t(const char* site)> mAnswer;
     bool mEnded = false;
     int mDepth = 0;
     int mNested = 0;
@@ -461,6 +477,25 @@ void runSession(const uint8_t* bytes, size_t size) {
         Actor(bytes, size, true).run();
     }
     end();
+}
+
+void runSession(const uint8_t* bytes, size_t size, std::function<uint32_t(const char* site)> answer,
+                const std::function<void()>& afterwards) {
+    begin();
+    gPictures = 0;
+    setThreadStarter([](std::function<void()> work) { gWaiting.push_back(std::move(work)); });
+    Actor actor(bytes, size, true);
+    actor.answerWith(std::move(answer));
+    actor.run(afterwards);
+    end();
+}
+
+void takeStep(const uint8_t (&bytes)[4]) {
+    static_cast<Actor*>(gAnswers)->perform(bytes[0], bytes[1], bytes[2], bytes[3]);
+}
+
+int picturesReceived() {
+    return gPictures;
 }
 
 void runSessionsAtOnce(const uint8_t* bytes, size_t size) {

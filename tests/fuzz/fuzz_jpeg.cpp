@@ -17,8 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     for (size_t i = 0; i < frame.size(); ++i)
         frame[i] = bytes[6 + i % (size - 6)];
     std::vector<uint8_t> out(capacity);
-    const int written =
-        android::jpeg_compress_yuv420sp_AddMe(out.data(), capacity, frame.data(), width, height);
+    const int written = android::jpeg_compress_yuv420sp_AddMe(out.data(), capacity, frame.data(), width, height);
     if (written < 0 || static_cast<size_t>(written) > out.size())
         std::abort();
     return 0;
