@@ -210,7 +210,10 @@ proctype Vendor() {
         :: else ->
             enterByKey(KEY(to), b, in);
             if
-            :: in -> work(b); inside[b]-- /* steps out */
+            :: in ->
+                assert(key[b] == KEY(to)); /* else the pointer is another object's, or nobody's */
+                work(b);
+                inside[b]-- /* steps out */
             :: else
             fi
         fi;
@@ -247,10 +250,9 @@ proctype Vendor() {
 
 init {
     byte b; byte n;
-    d_step { closed[0] = 1; closed[1] = 1; closed[2] = 1 }
+    d_step { carrying = 1; lastShot = 1; closed[0] = 1; closed[1] = 1; closed[2] = 1 }
     installShot(b);
-    receiver = current;
-    lastShot = 1;
+    d_step { receiver = current; carrying = 0 }
     atomic {
         for (n : 1 .. SERVICES) { run Service() }
         for (n : 1 .. VENDORS) { run Vendor() }
