@@ -29,7 +29,7 @@ using kov::test::ask;
 
 namespace {
 
-constexpr size_t kMostMemory = 8 << 20;  // more the machine does not have
+constexpr size_t kMostMemory = 2 << 20;  // more the machine does not have
 constexpr int32_t kAbsurd[] = {-1, INT32_MIN, INT32_MAX, 0, 0x10000, 1 << 20};
 
 int32_t absurd(uint32_t how) {
@@ -94,6 +94,18 @@ void destroy(const void* handle, const char* kind) {
 struct Plain {
     char unused = 0;
 };
+
+/// Writes to the first and the last byte of a frame's luma and of its chroma; a frame of one pixel has no chroma.
+template <typename Image>
+void touch(const Image& frame) {
+    const ptrdiff_t pixels = ptrdiff_t{frame.width} * frame.height;
+    frame.plane[0][0] ^= 1;
+    frame.plane[0][pixels - 1] ^= 1;
+    if (pixels < 2)
+        return;
+    frame.plane[1][0] ^= 1;
+    frame.plane[1][pixels / 2 - 1] ^= 1;
+}
 
 // --- The clock
 
@@ -462,13 +474,12 @@ int32_t px_handleFrame(px_instance instance, const px_image* frame, uint32_t, px
     const uint32_t how = ask();
     if (how == 1)
         return -4;
-    frame->plane[0][0] ^= 1;
-    frame->plane[1][frame->width * frame->height / 2 - 1] ^= 1;
-    status->max_frames = how < 8 ? 8 : static_cast<uint32_t>(absurd(how));
-    status->frame_count = how < 16 ? panorama->added : static_cast<uint32_t>(absurd(how / 2));
-    status->direction = static_cast<int32_t>(how < 2 ? 1 : how % 10);
-    status->dx = how < 4 ? static_cast<int32_t>(how * 7) : absurd(how / 4);
-    status->dy = how < 4 ? -3 : absurd(how / 8);
+    touch(*frame);
+    status->max_frames = how < 24 ? 8 : static_cast<uint32_t>(absurd(how));
+    status->frame_count = how < 26 ? panorama->added : static_cast<uint32_t>(absurd(how / 2));
+    status->direction = how < 16 ? 1 << how % 4 : static_cast<int32_t>(how % 10);
+    status->dx = how < 28 ? static_cast<int32_t>(how * 7) - 60 : absurd(how);
+    status->dy = how < 28 ? static_cast<int32_t>(how * 37 % 100) - 50 : absurd(how / 2);
     status->status = how == 0 ? 2 : how % 5;
     return 0;
 }
@@ -569,8 +580,7 @@ int32_t ActionShot_IsConnected(ActionShot_Handle engine) {
     return how < 2 ? static_cast<int32_t>(1 - how) : absurd(how);
 }
 int32_t ActionShot_HandleFrame(ActionShot_Handle engine, const OPT_API_ASImage* frame) {
-    frame->plane[0][0] ^= 1;
-    frame->plane[1][0] ^= 1;
+    touch(*frame);
     actionOf(engine);
     const uint32_t how = ask();
     return how == 0 ? 0 : how == 1 ? 9 : how < 5 ? static_cast<int32_t>(how - 1) : absurd(how);
@@ -664,8 +674,7 @@ int32_t PlusMe_StartCapture(PME_API_Instance instance) {
     return plusMeResult(instance);
 }
 int32_t PlusMe_HandlePreview(PME_API_Instance instance, PME_API_Image* image) {
-    image->plane[0][0] ^= 1;
-    image->plane[1][0] ^= 1;
+    touch(*image);
     return plusMeResult(instance);
 }
 int32_t PlusMe_HandleSnapshotJpeg(PME_API_Instance instance, void* jpeg, unsigned long size, PME_API_Image*) {

@@ -30,7 +30,7 @@ constexpr uint8_t kAsUsual = 224;  // an answer below
 constexpr int kDeepest = 3;        // steps within steps
 constexpr int kMostNested = 200;   // of a session
 
-constexpr int32_t kSizes[][2] = {{64, 48},       {64, 48},  {32, 24}, {128, 96},  {63, 47},      {1, 1},
+constexpr int32_t kSizes[][2] = {{64, 48},       {64, 48},  {32, 24}, {160, 120}, {63, 47},      {1, 1},
                                  {0, 0},         {-1, 5},   {16, 16}, {34, 18},   {2, 2},        {30000, 30000},
                                  {INT32_MAX, 2}, {8, 2000}, {5, -9},  {240, 160}, {46341, 46341}};
 constexpr const char* kFormats[] = {"yuv420sp", "yuv420p", "yuv420sp_custom", "yuv422i",  "rgb565", "jpeg",
@@ -103,7 +103,7 @@ struct Receiver {
 class HostileCamera : public CameraHardwareInterface {
 public:
     HostileCamera() {
-        params.setPreviewSize(64, 48);
+        params.setPreviewSize(96, 64);
         params.setPreviewFormat("yuv420sp");
         params.setPictureSize(64, 48);
         params.setPictureFormat("jpeg");

@@ -32,7 +32,8 @@ SESSIONS = {
         command(1039, effect), [FRAMES, 2, 10, 0], PICTURE)],
 }
 # Formats and sizes of the preview, each followed by every mode's session.
-PREVIEWS = {'semiplanar': [PARAMS, 0, 0, 2], 'planar': [PARAMS, 0, 1, 4], 'odd': [PARAMS, 4, 0, 1]}
+PREVIEWS = {'semiplanar': [PARAMS, 0, 0, 2], 'planar': [PARAMS, 0, 1, 4], 'odd': [PARAMS, 4, 0, 1],
+            'large': [PARAMS, 3, 0, 2]}
 
 folder = pathlib.Path(sys.argv[1])
 for name in ('shots', 'jpeg'):
