@@ -307,9 +307,11 @@ TEST_F(ShotCartoonTest, ASwitchEndsAPictureAtItsNextStep) {
             while (ShotGate::Entry(gate))
                 std::this_thread::yield();
         };
-        const Lines lines = picture();
+        Lines lines = picture();
         if (switcher.joinable())
             switcher.join();
+        // The shot may be destroyed before its picture's objects are, or after.
+        std::erase_if(lines, [](const std::string& line) { return !line.starts_with("caps."); });
         EXPECT_EQ(std::count(lines.begin(), lines.end(), "caps.doNextIteration"), 2);
         EXPECT_EQ(Lines(lines.end() - 5, lines.end()), caps("destroyIterator") + kFreed);
         fakeCaps() = {};

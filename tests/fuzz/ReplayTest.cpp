@@ -1,0 +1,42 @@
+// What the fuzzers have kept, once more: every input that reaches something of its own.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+#include "tests/fuzz/ShotSession.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size);  // the JPEG encoder's
+
+namespace {
+
+using Run = void (*)(const uint8_t* bytes, size_t size);
+
+size_t replay(const char* target, Run run) {
+    size_t inputs = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(KOV_CORPUS) / target)) {
+        std::ifstream file(entry.path(), std::ios::binary);
+        const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
+        run(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+        ++inputs;
+    }
+    return inputs;
+}
+
+// Each ends the process when anything is left over, or a library is misused.
+TEST(ReplayTest, Sessions) {
+    EXPECT_GT(replay("shots", kov::test::runSession), 100U);
+}
+
+TEST(ReplayTest, SessionsAtOnce) {
+    EXPECT_GT(replay("shots", kov::test::runSessionsAtOnce), 100U);
+}
+
+TEST(ReplayTest, JpegEncoder) {
+    EXPECT_GT(replay("jpeg", [](const uint8_t* bytes, size_t size) { LLVMFuzzerTestOneInput(bytes, size); }), 5U);
+}
+
+}  // namespace
