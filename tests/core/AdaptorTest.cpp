@@ -22,7 +22,7 @@ using namespace kov::test;
 namespace {
 
 /// A code of the range that only releases the current shot.
-constexpr int32_t kNoMode = [] {
+const int32_t kNoMode = [] {
     int32_t code = KOV_MODE_FIRST;
     while (shotMakerOf(code))
         ++code;
