@@ -98,6 +98,7 @@ void addCommonOptions(CLI::App& app, CommonOptions& options, bool sourceAndFolde
                    "Seconds that the camera may show no progress while something is waited for")
         ->check(CLI::Range(0.1, 86400.0))
         ->capture_default_str();
+    app.add_option("--record", options.camera.record, "Make a video of the preview: an .mp4 or .mkv file");
     app.add_option("--trace", options.camera.trace, "Write everything that happens to this file, a JSON object a line");
 }
 
