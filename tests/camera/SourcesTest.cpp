@@ -173,7 +173,7 @@ TEST(Files, AndOptionsThatAreWrongGetOneLineThatHelps) {
         {folder / "none.jpg", "there is no file"},
         {folder / "empty", "put JPEG or PNG files there"},
         {folder / "text.mp4", "neither a picture nor a video"},
-        {folder / "broken.jpg", "is cut short; give a whole picture"},
+        {folder / "broken.jpg", "is a broken picture; give another"},
         {"/dev/video99", "/dev/video99"}};
     for (const auto& [source, part] : cases) {
         const std::string error = checkSource(source);

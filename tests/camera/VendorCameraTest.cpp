@@ -243,8 +243,9 @@ std::string exifOf(const std::vector<uint8_t>& jpeg) {
     ExifData* const data = exif_data_new_from_data(jpeg.data(), static_cast<unsigned int>(jpeg.size()));
     const auto number = [&](ExifIfd ifd, ExifTag tag) {
         const ExifEntry* const entry = exif_content_get_entry(data->ifd[ifd], tag);
-        return !entry ? -1 : entry->format == EXIF_FORMAT_SHORT ? exif_get_short(entry->data, EXIF_BYTE_ORDER_INTEL)
-                                                                : exif_get_long(entry->data, EXIF_BYTE_ORDER_INTEL);
+        return !entry                               ? -1
+               : entry->format == EXIF_FORMAT_SHORT ? exif_get_short(entry->data, EXIF_BYTE_ORDER_INTEL)
+                                                    : exif_get_long(entry->data, EXIF_BYTE_ORDER_INTEL);
     };
     const auto word = [&](ExifIfd ifd, ExifTag tag) {
         const ExifEntry* const entry = exif_content_get_entry(data->ifd[ifd], tag);

@@ -36,6 +36,10 @@ void requireSource(const std::string& source) {
         throw Error(error);
 }
 
+void prepareOutput(const SaverOptions& saving) {
+    prepareFolder(OutputName(saving.output, saving.mode).folder());
+}
+
 /// Prints where a picture is, at once: it is of use also when the session fails later.
 void print(int32_t type, const std::string& path) {
     if (type == CAMERA_MSG_COMPRESSED_IMAGE || type == CAMERA_MSG_RAW_IMAGE) {
@@ -64,9 +68,10 @@ struct Camera::Triggers {
     }
 };
 
-// The source is looked at first: one that is unknown leaves the files of an earlier session as they are.
+// The source is looked at first: one that is unknown leaves the files of an earlier session as they are. Then the
+// folder for the pictures is made, where the trace may be wanted too.
 Camera::Camera(const CameraOptions& options)
-    : mPatience((requireSource(options.source), options.patience)),
+    : mPatience((requireSource(options.source), prepareOutput(options.saving), options.patience)),
       mTrace(options.trace.empty() ? nullptr : std::make_shared<Trace>(options.trace)),
       mSaver(std::make_shared<Saver>(options.saving,
                                      [trace = mTrace](int32_t type, const std::string& path) {

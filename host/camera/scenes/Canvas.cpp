@@ -204,9 +204,7 @@ void Canvas::blend(const std::vector<cv::Point2d>& points, const cv::Mat& amount
 }
 
 void Canvas::textured(const std::vector<cv::Point2d>& points, const Colour& a, const Colour& b, const cv::Mat& amount) {
-    blend(points, amount, [&](const cv::Vec3f&, float share) {
-        return cv::Vec3f(mix(a, b, share));
-    });
+    blend(points, amount, [&](const cv::Vec3f&, float share) { return cv::Vec3f(mix(a, b, share)); });
 }
 
 void Canvas::shaded(const std::vector<cv::Point2d>& points, const cv::Mat& amount, double depth) {
