@@ -16,6 +16,7 @@
 #include "tools/kovcam/Options.h"
 #include "tools/kovcam/Parameters.h"
 #include "tools/kovcam/Script.h"
+#include "tools/kovcam/Soak.h"
 #include "tools/kovcam/TraceDrawing.h"
 #include "tools/kovcam/live/Serve.h"
 #include "tools/session/Error.h"
@@ -193,7 +194,24 @@ struct Values {
     std::string trace;
     std::string page;
     std::string level;
+    SoakOptions soaking;
 };
+
+int run(std::vector<std::string> arguments);
+
+void addSoaking(CLI::App& app, SoakOptions& options) {
+    auto* const soaking = app.add_subcommand("soak", "Use all modes for long and watch that nothing grows")
+                              ->footer("Example:\n  KOV_CAMERA_SPEED=6 kovcam soak 3600 -o soak.svg\n");
+    soaking->add_option("SECONDS", options.seconds, "For how long")->check(CLI::Range(1.0, 1e6))->capture_default_str();
+    soaking->add_option("--seed", options.seed, "Of the random choices")->capture_default_str();
+    soaking->add_option("-o,--output", options.curve, "An SVG file of what was held over time");
+    soaking->callback([&options] {
+        soak(options, [](const std::vector<std::string>& arguments) {
+            if (run(arguments) != 0)
+                throw Error("refused: kovcam " + commandLine(arguments));
+        });
+    });
+}
 
 void addCommands(CLI::App& app, Values& values) {
     addListings(app);
@@ -221,6 +239,8 @@ void addCommands(CLI::App& app, Values& values) {
     showing->add_option("-o,--output", values.page, "The page (default: index.html in the folder)");
     showing->callback([&values] { std::printf("%s\n", writeGallery(values.folders, values.page).c_str()); });
 
+    addSoaking(app, values.soaking);
+
     auto* tracing = app.add_subcommand("trace", "Draw a trace as text, or with -o as a page with a time line")
                         ->footer("Example:\n  kovcam trace out/trace.jsonl -o out/trace.html\n");
     tracing->add_option("FILE", values.trace, "What --trace wrote")->required();
@@ -239,8 +259,7 @@ int usageError(const CLI::App& app, const CLI::ParseError& error) {
 }
 
 /// "help shoot panorama" is "shoot panorama --help".
-std::vector<std::string> argumentsOf(int argc, char** argv) {
-    std::vector<std::string> arguments(argv + 1, argv + argc);
+std::vector<std::string> plainArguments(std::vector<std::string> arguments) {
     if (arguments.empty())
         return {"--help"};
     if (arguments.front() == "help") {
@@ -251,7 +270,7 @@ std::vector<std::string> argumentsOf(int argc, char** argv) {
     return arguments;
 }
 
-int run(int argc, char** argv) {
+int run(std::vector<std::string> arguments) {
     CLI::App app("Plays the camera service and the application on top of libkovcameraadaptor.");
     app.name("kovcam");
     app.footer(kExamples);
@@ -268,7 +287,7 @@ int run(int argc, char** argv) {
         setLogLevel(!values.level.empty() ? values.level : wanted && *wanted ? wanted : "silent");
     });
     try {
-        app.parse(argumentsOf(argc, argv));
+        app.parse(plainArguments(std::move(arguments)));
     } catch (const CLI::ParseError& error) {
         return error.get_exit_code() == 0 ? app.exit(error) : usageError(app, error);
     }
@@ -291,7 +310,7 @@ int main(int argc, char** argv) {
     watchSignals();
     int status = kFailed;
     try {
-        status = run(argc, argv);
+        status = run({argv + 1, argv + argc});
     } catch (const std::exception& error) {
         complain(error.what());
     }
