@@ -1,4 +1,4 @@
-// What a picture says of itself.
+// What a JPEG says of itself.
 
 #include "host/camera/Exif.h"
 
@@ -79,6 +79,18 @@ void addExif(std::vector<uint8_t>& jpeg, int width, int height, std::time_t take
         jpeg.insert(jpeg.begin() + kStart, head.begin(), head.end());
     }
     std::free(bytes);
+}
+
+int orientationOf(const std::vector<uint8_t>& jpeg) {
+    ExifData* const block = exif_data_new_from_data(jpeg.data(), static_cast<unsigned int>(jpeg.size()));
+    if (!block)
+        return kUpright;
+    const ExifEntry* const entry = exif_content_get_entry(block->ifd[EXIF_IFD_0], EXIF_TAG_ORIENTATION);
+    const int orientation = entry && entry->format == EXIF_FORMAT_SHORT && entry->size >= sizeof(ExifShort)
+                                ? exif_get_short(entry->data, exif_data_get_byte_order(block))
+                                : kUpright;
+    exif_data_unref(block);
+    return orientation;
 }
 
 }  // namespace kov::camera

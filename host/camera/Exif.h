@@ -1,4 +1,4 @@
-// What a picture says of itself.
+// What a JPEG says of itself.
 #pragma once
 
 #include <cstdint>
@@ -13,5 +13,8 @@ constexpr int kUpright = 1;
 /// Puts an EXIF block behind the begin of a JPEG: when it was taken (local time), its size in pixels, how it lies, and
 /// the software that made it. What is no JPEG stays as it is. Any thread.
 void addExif(std::vector<uint8_t>& jpeg, int width, int height, std::time_t taken, int orientation = kUpright);
+
+/// How a JPEG is to be turned; upright when it does not say. Any thread.
+int orientationOf(const std::vector<uint8_t>& jpeg);
 
 }  // namespace kov::camera

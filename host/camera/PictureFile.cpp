@@ -5,7 +5,6 @@
 
 #include "host/camera/PictureFile.h"
 
-#include <libexif/exif-data.h>
 #include <png.h>
 #include <turbojpeg.h>
 
@@ -36,18 +35,6 @@ bool beginsWith(const Bytes& file, std::string_view magic) {
 
 bool isHuge(int64_t width, int64_t height) {
     return width * height > kMostPixels;
-}
-
-int orientationOf(const Bytes& file) {
-    ExifData* const block = exif_data_new_from_data(file.data(), static_cast<unsigned int>(file.size()));
-    if (!block)
-        return kUpright;
-    const ExifEntry* const entry = exif_content_get_entry(block->ifd[EXIF_IFD_0], EXIF_TAG_ORIENTATION);
-    const int orientation = entry && entry->format == EXIF_FORMAT_SHORT && entry->size >= sizeof(ExifShort)
-                                ? exif_get_short(entry->data, exif_data_get_byte_order(block))
-                                : kUpright;
-    exif_data_unref(block);
-    return orientation;
 }
 
 cv::Mat turned(cv::Mat picture, int orientation) {

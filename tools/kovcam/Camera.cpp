@@ -40,9 +40,9 @@ void prepareOutput(const SaverOptions& saving) {
     prepareFolder(OutputName(saving.output, saving.mode).folder());
 }
 
-/// Prints where a picture is, at once: it is of use also when the session fails later.
+/// Prints where a picture or a recording is, at once: it is of use also when the session fails later.
 void print(int32_t type, const std::string& path) {
-    if (type == CAMERA_MSG_COMPRESSED_IMAGE || type == CAMERA_MSG_RAW_IMAGE) {
+    if (type == CAMERA_MSG_COMPRESSED_IMAGE || type == CAMERA_MSG_RAW_IMAGE || type == CAMERA_MSG_VIDEO_FRAME) {
         std::printf("%s\n", path.c_str());
         std::fflush(stdout);
     }
@@ -80,6 +80,7 @@ Camera::Camera(const CameraOptions& options)
                                          print(type, path);
                                      })),
       mRecording(options.record),
+      mToStandardOutput(OutputName(options.saving.output, options.saving.mode).standardOutput()),
       mRecorder(std::make_shared<Recorder>()),
       mInbox(std::make_shared<Inbox>()),
       mTriggers(std::make_shared<Triggers>()) {
@@ -121,7 +122,8 @@ void Camera::endRecording() {
         std::remove(mRecording.c_str());
         throw Error("the recording " + mRecording + " is empty: no preview frame came, or the disk is full");
     }
-    std::printf("%s\n", mRecording.c_str());
+    if (!mToStandardOutput)
+        print(CAMERA_MSG_VIDEO_FRAME, mRecording);
 }
 
 Camera::~Camera() {

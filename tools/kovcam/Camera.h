@@ -81,6 +81,7 @@ private:
     std::shared_ptr<Trace> mTrace;  // null when there is none
     const std::shared_ptr<Saver> mSaver;
     const std::string mRecording;  // a file, or empty
+    const bool mToStandardOutput;  // goes the picture, and no path with it
     const std::shared_ptr<Recorder> mRecorder;
     const std::shared_ptr<Inbox> mInbox;
     const std::shared_ptr<Triggers> mTriggers;

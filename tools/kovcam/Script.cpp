@@ -263,6 +263,8 @@ void runScript(const std::vector<ScriptStep>& steps, Camera& camera) {
     for (const ScriptStep& step : steps) {
         // Messages that come meanwhile are still there for a wait.
         camera.sleepUntil((step.relative ? last : begin) + step.seconds);
+        // Counted before it is asked for: a fast camera delivers it meanwhile.
+        const int before = camera.saver().received();
         try {
             findVerb(step.what)->run(step.arguments, camera);
         } catch (const Error& error) {
@@ -274,7 +276,7 @@ void runScript(const std::vector<ScriptStep>& steps, Camera& camera) {
             throw Error("line " + std::to_string(step.line) + ": " + error.what());
         }
         if (step.what == "picture")
-            asked = camera.saver().received() + 1;
+            asked = before + 1;
         last = now();
     }
     waitForPictures();

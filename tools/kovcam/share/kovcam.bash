@@ -1,7 +1,7 @@
 # Completion of kovcam for bash: source it, or put it into a folder of completions as "kovcam".
 _kovcam() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} tool=${COMP_WORDS[0]}
-    local commands="modes scenes commands messages formats shoot script demo gallery serve trace help"
+    local commands="modes scenes commands messages formats shoot script demo gallery serve soak trace help"
     local modes scenes
     COMPREPLY=()
     case "$before" in
