@@ -21,7 +21,17 @@ FakeMedia& fakeMedia() {
 
 namespace android {
 
-MediaPlayer::MediaPlayer() : mVoice(nullptr) {
+namespace {
+
+/// Records a call of the player of this number; another than the newest is told apart.
+void call(const void* player, const std::string& line) {
+    const bool isNewest = reinterpret_cast<uintptr_t>(player) == fakeMedia().playersMade;
+    record((isNewest ? "player." : "another player.") + line);
+}
+
+}  // namespace
+
+MediaPlayer::MediaPlayer() : mVoice(reinterpret_cast<Voice*>(++fakeMedia().playersMade)) {
     ++fakeMedia().playersAlive;
 }
 
@@ -30,39 +40,39 @@ MediaPlayer::~MediaPlayer() {
 }
 
 status_t MediaPlayer::setDataSource(const char* url, const KeyedVector<String8, String8>* headers) {
-    record(std::string("player.setDataSource ") + url + (headers ? " with headers" : ""));
+    call(mVoice, std::string("setDataSource ") + url + (headers ? " with headers" : ""));
     if (fakeMedia().whileLoading)
         fakeMedia().whileLoading();
     return fakeMedia().dataSourceResult;
 }
 
 status_t MediaPlayer::setAudioStreamType(int type) {
-    record(text("player.setAudioStreamType %d", type));
+    call(mVoice, text("setAudioStreamType %d", type));
     return NO_ERROR;
 }
 
 status_t MediaPlayer::prepare() {
-    record("player.prepare");
+    call(mVoice, "prepare");
     return -1;  // not looked at
 }
 
 status_t MediaPlayer::setVolume(float left, float right) {
-    record(text("player.setVolume %g %g", static_cast<double>(left), static_cast<double>(right)));
+    call(mVoice, text("setVolume %g %g", static_cast<double>(left), static_cast<double>(right)));
     return NO_ERROR;
 }
 
 status_t MediaPlayer::seekTo(int milliseconds) {
-    record(text("player.seekTo %d", milliseconds));
+    call(mVoice, text("seekTo %d", milliseconds));
     return NO_ERROR;
 }
 
 status_t MediaPlayer::start() {
-    record("player.start");
+    call(mVoice, "start");
     return NO_ERROR;
 }
 
 void MediaPlayer::disconnect() {
-    record("player.disconnect");
+    call(mVoice, "disconnect");
 }
 
 float VolumeCustomizer::getSituationVolume(int situation, int stream) {

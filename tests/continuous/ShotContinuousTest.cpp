@@ -2,7 +2,6 @@
 
 #include "shots/continuous/ShotContinuous.h"
 
-#include <android/log.h>
 #include <algorithm>
 #include <chrono>
 #include <future>
@@ -10,16 +9,12 @@
 #include <thread>
 #include <tuple>
 
-#include "adaptor/KovCameraHardwareInterface.h"
 #include "host/runtime/Heaps.h"
-#include "host/runtime/Log.h"
 #include "host/runtime/Properties.h"
 #include "tests/continuous/FakeMediaPlayer.h"
-#include "tests/support/BusyVendor.h"
 #include "tests/support/FakeArcJpeg.h"
 #include "tests/support/FakeSystem.h"
 #include "tests/support/ShotTest.h"
-#include "tests/support/StressThreads.h"
 
 using namespace android;
 using namespace kov::test;
@@ -539,71 +534,6 @@ TEST_F(ShotContinuousTest, WithoutAVendorLayerItRefusesCommands) {
     recorder.take();
     EXPECT_EQ(shot->sendCommand(1023, 0, 0), INVALID_OPERATION);
     EXPECT_EQ(recorder.take(), (Lines{"E ShotContinuous: mHardware is NULL, returning."}));
-}
-
-/// The service: takes a lock of its own in its callbacks and around every other command.
-struct StressingService : StressThreads {
-    std::atomic<int> pictures{0}, messages{0}, encoders{0};
-    sp<CameraHardwareInterface> adaptor;  // set before the threads start, dropped after they end
-
-    void act(uint32_t random) {
-        const int32_t codes[] = {1023, 1023, 1024, 1024, 1023, 1024, 1026, 1025};
-        const bool change = random % 32 == 0;
-        adaptor->sendCommand(change ? 1000 : codes[random % 8], static_cast<int32_t>(random / 8 % 2), 0);
-        if (change)
-            adaptor->sendCommand(1001, 0, 0);
-    }
-    void received(int32_t type) {
-        const std::lock_guard held(lock);
-        pictures += type == CAMERA_MSG_COMPRESSED_IMAGE;
-        const int count = ++messages;
-        if (!stop && (type == CAMERA_MSG_COMPRESSED_IMAGE || count % 4001 == 0))
-            act(static_cast<uint32_t>(count) * 2654435761U >> 8);
-    }
-};
-
-TEST(ContinuousStressTest, BurstsTerminatesSwitchesAndSoundAtRandom) {
-    kov::host::setLogLevel(ANDROID_LOG_SILENT);
-    // A thousand times as fast as the real time.
-    fakeSystem().now = [](int) { return systemTime() * 1000; };
-    fakeSystem().sleep = [](int64_t duration) { std::this_thread::sleep_for(std::chrono::nanoseconds(duration)); };
-    static StressingService& service = *new StressingService;
-    const int sink = kov::host::addLogSink([](const kov::host::LogLine& line) {
-        const auto says = [&](const char* text) { return line.message.find(text) != std::string_view::npos; };
-        service.encoders += says("encodeCSPreview2Jpeg() - start");
-        service.encoders -= says("encodeCSPreview2Jpeg() -exit") || says("encodeCSPreview2Jpeg - Completed");
-    });
-    const size_t heapsBefore = kov::host::liveHeaps();
-    {
-        const sp<BusyVendor> vendor = new BusyVendor;
-        vendor->params.setPreviewSize(64, 48);
-        FakeCameraHardware::setNext(vendor.get());
-        service.adaptor = openKovCameraHardware();
-        service.adaptor->setCallbacks([](int32_t type, int32_t, int32_t, void*) { service.received(type); },
-                                      [](int32_t type, const sp<IMemory>&, void*) { service.received(type); }, nullptr,
-                                      nullptr);
-        service.adaptor->sendCommand(1001, 0, 0);
-        service.start([&](auto&) { vendor->deliver(1); });
-        for (int i = 0; i < 2; ++i)
-            service.start([](std::minstd_rand& random) {
-                service.lockedOrNot(random, [&] { service.act(static_cast<uint32_t>(random())); });
-                std::this_thread::sleep_for(std::chrono::microseconds(random() % 800));
-            });
-        for (int i = 0; i < 60000 && (i < 1000 || service.pictures == 0 || service.messages <= 1000); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        service.join();
-        service.adaptor.clear();
-        FakeCameraHardware::setNext(nullptr);
-    }
-    // Encoders may still be on their way out; none is left behind.
-    for (int i = 0; i < 20000 && (service.encoders != 0 || kov::host::liveHeaps() > heapsBefore); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    kov::host::removeLogSink(sink);
-    resetFakeSystem();
-    EXPECT_EQ(service.encoders, 0);
-    EXPECT_LE(kov::host::liveHeaps(), heapsBefore);
-    EXPECT_GT(service.pictures, 0);
-    EXPECT_GT(service.messages, 1000);
 }
 
 }  // namespace

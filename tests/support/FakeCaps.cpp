@@ -126,36 +126,27 @@ caps_result caps_destroySession(cips* session) {
     return destroy(session, "destroySession");
 }
 
-caps_result caps_beginCartoon(cips*) {
-    return call("beginCartoon");
-}
-caps_result caps_setCartoon(cips*, int32_t on) {
-    return call("setCartoon", text(" %d", on));
-}
-caps_result caps_endCartoon(cips*) {
-    return call("endCartoon");
-}
-caps_result caps_applySketch(cips*, int32_t color) {
-    return call("applySketch", text(" %d", color));
-}
-caps_result caps_beginStamp(cips*) {
-    return call("beginStamp");
-}
+// What is done to a session, without a value or with one.
+#define STEP(name)                   \
+    caps_result caps_##name(cips*) { \
+        return call(#name);          \
+    }
+#define STEP_WITH(name)                             \
+    caps_result caps_##name(cips*, int32_t value) { \
+        return call(#name, text(" %d", value));     \
+    }
+STEP(beginCartoon)
+STEP_WITH(setCartoon)
+STEP(endCartoon)
+STEP_WITH(applySketch)
+STEP(beginStamp)
 caps_result caps_setStamp(cips*, int32_t smoothness, int32_t threshold) {
     return call("setStamp", text(" %d %d", smoothness, threshold));
 }
-caps_result caps_endStamp(cips*) {
-    return call("endStamp");
-}
-caps_result caps_beginRotate(cips*) {
-    return call("beginRotate");
-}
-caps_result caps_setRotate(cips*, int32_t degrees) {
-    return call("setRotate", text(" %d", degrees));
-}
-caps_result caps_endRotate(cips*) {
-    return call("endRotate");
-}
+STEP(endStamp)
+STEP(beginRotate)
+STEP_WITH(setRotate)
+STEP(endRotate)
 caps_result caps_setJpegQuality(cips*, float quality) {
     return call("setJpegQuality", text(" %.2f", static_cast<double>(quality)));
 }

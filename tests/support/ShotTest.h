@@ -1,37 +1,18 @@
 // The frame around a test of one shot: a fake vendor layer below it, a recording application above it.
 #pragma once
 
-#include <binder/MemoryBase.h>
-#include <binder/MemoryHeapBase.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <functional>
 #include <mutex>
 #include <utility>
-#include <vector>
 
 #include "shots/ShotCallbacks.h"
 #include "tests/support/FakeCameraHardware.h"
 #include "tests/support/Recorder.h"
+#include "tests/support/Region.h"
 
 namespace kov::test {
-
-/// Shared memory of `size` bytes, all `fill`, within a larger heap.
-inline android::sp<android::IMemory> makeMemory(size_t size, uint8_t fill = 0) {
-    constexpr size_t kBefore = 64, kBehind = 32;
-    const android::sp<android::IMemoryHeap> heap = new android::MemoryHeapBase(kBefore + size + kBehind);
-    std::memset(heap->base(), ~fill, heap->getSize());
-    const android::sp<android::IMemory> memory = new android::MemoryBase(heap, kBefore, size);
-    std::memset(memory->pointer(), fill, size);
-    return memory;
-}
-
-/// The bytes of a region.
-inline std::vector<uint8_t> bytesOf(const android::sp<android::IMemory>& memory) {
-    const auto* first = static_cast<const uint8_t*>(memory->pointer());
-    return {first, first + memory->size()};
-}
 
 /// Owns a `Mode` over `hardware` and is its application: its callbacks record "app.notify 0xTYPE EXT1 EXT2",
 /// "app.data 0xTYPE SIZE" (or "null") and "app.dataTimestamp TIME 0xTYPE SIZE", and keep the data message received last
