@@ -60,21 +60,6 @@ private:
 
 constexpr const char* kDone = "app.notify 0x2800 0 0";
 
-/// The lines that begin with one of the `prefixes`.
-Lines only(Lines lines, std::initializer_list<const char*> prefixes) {
-    std::erase_if(lines, [&](const std::string& line) {
-        return std::none_of(prefixes.begin(), prefixes.end(), [&](auto prefix) { return line.starts_with(prefix); });
-    });
-    return lines;
-}
-
-/// The lines with none of the `parts` in them.
-Lines without(Lines lines, std::initializer_list<const char*> parts) {
-    for (const char* part : parts)
-        std::erase_if(lines, [&](const std::string& line) { return line.find(part) != std::string::npos; });
-    return lines;
-}
-
 class ShotContinuousTest : public kov::test::ShotTest<ShotContinuous> {
 protected:
     ShotContinuousTest() {
@@ -123,12 +108,6 @@ protected:
                                                    "app.notify 0x1000 1 0", "app.data 0x100 4", kDone}));
         EXPECT_EQ(ShotContinuous::encoderKillFlag, 0U);
     }
-    /// As the adaptor does it.
-    void switchAway() {
-        shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
-        retireShot();
-    }
-
     /// Has the application act within each message of a type, before the message is recorded.
     void actWithin(int32_t type, const std::function<void()>& act) {
         mReceived = [=](int32_t received) { received == type ? act() : void(); };
@@ -445,9 +424,8 @@ TEST_F(ShotContinuousTest, AFrameThatIsNotThereIsNotTaken) {
     shot->startPreview();
     command(1023);
     recorder.take();
-    const sp<IMemoryHeap> heap = new MemoryHeapBase(4608);
     for (int i = 0; i < 2; ++i)
-        hardware->data(CAMERA_MSG_PREVIEW_FRAME, new MemoryBase(heap, 8, 4608));
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeLyingRegion(4608));
     EXPECT_EQ(recorder.take(), (Lines{"E ShotContinuous: a preview frame reaches beyond its heap; such frames are "
                                       "passed on as they are",
                                       "app.data 0x10 4608", "app.data 0x10 4608"}));

@@ -17,8 +17,8 @@
 #include "host/runtime/Heaps.h"
 #include "host/runtime/Log.h"
 #include "tests/support/FakeCameraHardware.h"
-#include "tests/support/FakeCaps.h"
 #include "tests/support/FakeSystem.h"
+#include "tests/support/Handles.h"
 #include "tests/support/Region.h"
 #include "tests/support/WaitingThread.h"
 
@@ -245,10 +245,10 @@ TEST_P(SwitchStressTest, NothingTouchesTheDeadAndNobodyWaitsForever) {
     FakeCameraHardware::setNext(nullptr);
     // Threads of shots that are gone may hold the vendor layer a little longer; no object of a shot is left over.
     EXPECT_TRUE(waitUntil([&] {
-        return vendor->getStrongCount() == 1 && encoders == 0 && fakeCapsObjects() == 0 &&
+        return vendor->getStrongCount() == 1 && encoders == 0 && handlesOwed().empty() &&
                kov::host::liveHeaps() <= heapsBefore;
     })) << vendor->getStrongCount()
-        << ", " << encoders << ", " << fakeCapsObjects() << ", " << kov::host::liveHeaps() - heapsBefore;
+        << ", " << encoders << ", " << handlesOwed() << ", " << kov::host::liveHeaps() - heapsBefore;
     EXPECT_STREQ(vendor->params.getPictureFormat(), "jpeg");
     kov::host::removeLogSink(sink);
     resetFakeSystem();

@@ -1,30 +1,22 @@
-// The closed libraries under the product, as bad as their contracts let them be.
-
-#include "tests/fuzz/HostileLibraries.h"
+// Closed libraries under the product, as bad as their contracts let them be. A handle that was given is checked at
+// every use. The fakes of the others are in tests/support, and misbehave in the same way.
 
 #include <actionshot/actionshot.h>
 #include <arccamera/face.h>
-#include <arccamera/jpeg.h>
-#include <caps/caps.h>
 #include <cutils/properties.h>
-#include <media/mediaplayer.h>
 #include <panoramax/panoramax.h>
 #include <plusme/plusme.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <memory>
-#include <mutex>
-#include <type_traits>
-#include <typeinfo>
 #include <vector>
 
-#include "tests/fuzz/Answers.h"
+#include "tests/support/Answers.h"
+#include "tests/support/Handles.h"
 
-using kov::test::ask;
+using namespace kov::test;
 
 namespace {
 
@@ -32,27 +24,6 @@ namespace {
 
 constexpr int kWidth = 64, kHeight = 48;  // of an image that a library makes
 using Pixels = std::vector<uint8_t>;
-
-/// A number that nobody expects.
-template <typename Number = int32_t>
-Number absurd(uint32_t how) {
-    constexpr int32_t kAbsurd[] = {-1, INT32_MIN, INT32_MAX, 0, 0x10000, 1 << 20};
-    return static_cast<Number>(kAbsurd[how % std::size(kAbsurd)]);
-}
-
-/// The number that a call tells: as usual, none where it fails plainly, else one that nobody expects.
-template <typename Number>
-Number numberOf(uint32_t how, Number usual) {
-    return how == 0 ? usual : how == 1 ? Number{0} : absurd<Number>(how);
-}
-
-/// The same for a call that has a result of its own, and leaves the number as it was where it fails.
-template <typename Number>
-bool tell(uint32_t how, Number* number, Number usual) {
-    if (how != 1)
-        *number = numberOf(how, usual);
-    return how != 1;
-}
 
 /// What a rendering in steps says of its progress: it goes on, stands still, runs backwards, or tells what cannot be.
 template <typename Number>
@@ -89,57 +60,6 @@ void show(uint32_t how, Pixels& pixels, Image* image) {
     image->plane[1] = pixels.data() + std::min<int64_t>(pixels.size(), std::max<int64_t>(area, 0));
 }
 
-// --- Handles
-
-struct Known {
-    const std::type_info* type;
-    std::shared_ptr<void> object;
-    bool owed;  // it was given with success, and must be given back
-};
-std::mutex gLock;
-std::map<const void*, Known> gHandles;
-
-/// An object that the product may do without: some operations are called with a null handle then, and fail.
-struct MayBeMissing {};
-
-/// The object of a handle that the product hands in: it must be one of that class that was given, and not given back.
-template <typename Object>
-Object* use(const void* handle) {
-    if (!handle && std::is_base_of_v<MayBeMissing, Object>)
-        return nullptr;
-    const std::lock_guard held(gLock);
-    const auto known = gHandles.find(handle);
-    if (known == gHandles.end() || *known->second.type != typeid(Object)) {
-        std::fprintf(stderr, "a handle that is %s: %s\n", handle ? "not alive" : "null", typeid(Object).name());
-        std::abort();
-    }
-    return static_cast<Object*>(known->second.object.get());
-}
-
-template <typename Object>
-bool giveBack(const void* handle) {
-    if (!use<Object>(handle))
-        return false;
-    const std::lock_guard held(gLock);
-    return gHandles.erase(handle) == 1;
-}
-
-template <typename Object>
-Object* keep(std::shared_ptr<Object> object, bool owed = true) {
-    const std::lock_guard held(gLock);
-    gHandles[object.get()] = {&typeid(Object), object, owed};
-    return object.get();
-}
-
-/// Makes an object, or not, and says whether it did, or lies: 1 neither; 2 success without a handle; 3 a handle without
-/// success.
-template <typename Object, typename Handle>
-bool make(uint32_t how, Handle* handle) {
-    if (how % 4 == 0 || how % 4 == 3)
-        *handle = reinterpret_cast<Handle>(keep(std::make_shared<Object>(), how % 4 == 0));
-    return how % 4 == 0 || how % 4 == 2;
-}
-
 // Entries of a library that do nothing but `what`. One ends well, or else ill; the other has no result. Their
 // parameters follow; `of` is the handle.
 #define ENTRY(name, what, well, ill, ...)        \
@@ -154,97 +74,10 @@ bool make(uint32_t how, Handle* handle) {
 
 }  // namespace
 
-int kov::test::handlesOwed() {
-    const std::lock_guard held(gLock);
-    std::erase_if(gHandles, [](const auto& entry) { return !entry.second.owed; });
-    for (const auto& [handle, known] : gHandles)
-        std::fprintf(stderr, "not given back: %s\n", known.type->name());
-    return static_cast<int>(gHandles.size());
-}
-
 int property_get(const char*, char* value, const char* default_value) {
     const uint32_t how = ask();
     std::strcpy(value, how == 0 ? default_value : how % 2 ? "XSA" : "");
     return static_cast<int>(std::strlen(value));
-}
-
-// --- libmedia.so
-
-namespace android {
-
-MediaPlayer::MediaPlayer() : mVoice(nullptr) {}
-MediaPlayer::~MediaPlayer() = default;
-using Headers = KeyedVector<String8, String8>;
-ENTRY(MediaPlayer::setDataSource, true, 0, -1, const char*, const Headers*)
-ENTRY(MediaPlayer::setAudioStreamType, true, 0, -1, int)
-ENTRY(MediaPlayer::prepare, true, 0, -1)
-ENTRY(MediaPlayer::setVolume, true, 0, -1, float, float)
-ENTRY(MediaPlayer::seekTo, true, 0, -1, int)
-ENTRY(MediaPlayer::start, true, 0, -1)
-void MediaPlayer::disconnect() {}
-float VolumeCustomizer::getSituationVolume(int, int) {
-    return ask() ? -1e30F : 1;
-}
-
-}  // namespace android
-
-// --- libarccamera.so: pictures
-
-namespace {
-
-struct ComponentManager : MayBeMissing {};
-struct Stream {
-    std::vector<uint8_t> bytes;
-    size_t place = 0;
-};
-
-/// An encoder reads the whole picture, as far as it can be one.
-MRESULT save(MHandle manager, MHandle stream, const MBITMAP* bitmap, uint32_t how) {
-    use<ComponentManager>(manager);
-    const int64_t pixels = int64_t{bitmap->lWidth} * bitmap->lHeight;
-    if (how == 1 || pixels <= 0 || pixels > (1 << 20))
-        return 7;
-    uint32_t sum = 0;
-    for (int64_t i = 0; i < pixels; ++i)
-        sum += bitmap->pPlane[0][i];
-    if (how != 2)  // else an output that was not written
-        use<Stream>(stream)->bytes.assign(100 + sum % 7, 0xD8);
-    return how == 3 ? 7 : 0;
-}
-
-}  // namespace
-
-MRESULT AMCM_Create(MHandle, MHandle* manager) {
-    return make<ComponentManager>(ask(), manager) ? 0 : 5;
-}
-ENTRY(AMCM_RegisterEx, use<ComponentManager>(of), 0, 3, MHandle of, uint32_t, uint32_t, uint32_t, uint32_t, void*)
-ENTRY(AMCM_Destroy, giveBack<ComponentManager>(of), 0, 3, MHandle of)
-void MEncoder_AJL2Create(void) {}
-MHandle MStreamOpenFromMemoryBlock(void*, int32_t) {
-    return ask() ? nullptr : keep(std::make_shared<Stream>());
-}
-int32_t MStreamSeek(MHandle stream, int32_t, int32_t offset) {
-    use<Stream>(stream)->place = static_cast<size_t>(std::max(offset, 0));
-    return ask() ? -1 : 0;
-}
-int32_t MStreamGetSize(MHandle stream) {
-    return numberOf(ask(), static_cast<int32_t>(use<Stream>(stream)->bytes.size()));
-}
-int32_t MStreamRead(MHandle handle, void* destination, int32_t size) {
-    Stream* const stream = use<Stream>(handle);
-    const uint32_t how = ask();
-    const size_t left = stream->bytes.size() - std::min(stream->place, stream->bytes.size());
-    const size_t count = how == 1 ? 0 : std::min(static_cast<size_t>(size), left);
-    std::copy_n(stream->bytes.begin() + (stream->bytes.size() - left), count, static_cast<uint8_t*>(destination));
-    stream->place += count;
-    return numberOf(how, static_cast<int32_t>(count));
-}
-ENTRY(MStreamClose, giveBack<Stream>(of), 0, 1, MHandle of)
-MRESULT MdBitmapSave(MHandle manager, MHandle stream, uint32_t, MBITMAP* bitmap) {
-    return save(manager, stream, bitmap, ask());
-}
-MRESULT MdBitmapSaveEx(MHandle manager, MHandle stream, uint32_t, MBITMAP* bitmap, int32_t, uint32_t) {
-    return save(manager, stream, bitmap, ask());
 }
 
 // --- libarccamera.so: faces
@@ -492,121 +325,3 @@ int32_t PlusMe_GetFirstPersonPosition(PME_API_Instance instance, int32_t* positi
 ENTRY(PlusMe_SwitchFirstPersonPosition, use<PlusMe>(of), 0, 3, PME_API_Instance of)
 ENTRY(PlusMe_CancelCapture, use<PlusMe>(of), 0, 3, PME_API_Instance of)
 ENTRY(PlusMe_Finalize, giveBack<PlusMe>(*of), 0, 3, PME_API_Instance* of)
-
-// --- libcaps.so
-
-namespace {
-
-constexpr caps_result kFailed = 6;
-
-struct Buffer {
-    caps_data pair = {};  // what the product sees; stays first
-    std::vector<uint8_t> bytes;
-};
-struct Image {
-    caps_image head = {1};  // stays first
-    caps_data pixels = {};
-};
-
-}  // namespace
-
-struct caps_stream {
-    caps_data* pair;
-};
-struct cips {};
-struct caps_iterator {
-    caps_stream* output;
-    int done;
-};
-
-namespace {
-
-void fill(caps_stream* output, uint32_t how) {
-    auto* const buffer = use<Buffer>(use<caps_stream>(output)->pair);
-    buffer->bytes.assign(200, 0xD8);
-    buffer->pair = {how > 2 ? std::min(absurd(how), 0) : 200, how == 2 ? nullptr : buffer->bytes.data()};
-}
-
-}  // namespace
-
-int32_t caps_pixelBitSize(int32_t) {
-    return numberOf(ask(), 12);
-}
-caps_result caps_createImage(const caps_data* pixels, int32_t, int32_t, int32_t, int32_t, caps_image** image) {
-    const bool success = make<Image>(ask(), image);
-    if (*image)
-        use<Image>(*image)->pixels = *pixels;
-    return success ? CAPS_SUCCESS : kFailed;
-}
-// Pixels that it owned the library would release too: as bad as no image.
-ENTRY(caps_destroyImage, giveBack<Image>(of->owns_pixels ? nullptr : of), CAPS_SUCCESS, kFailed, caps_image* of)
-caps_result caps_createBuffer(int32_t, caps_data** buffer) {
-    return make<Buffer>(ask(), buffer) ? CAPS_SUCCESS : kFailed;
-}
-ENTRY(caps_destroyBuffer, giveBack<Buffer>(of), CAPS_SUCCESS, kFailed, caps_data* of)
-caps_result ctstream_createBufferStream(caps_data* pair, int32_t, caps_stream** stream) {
-    const bool success = make<caps_stream>(ask(), stream);
-    if (*stream)
-        (*stream)->pair = pair;
-    return success ? CAPS_SUCCESS : kFailed;
-}
-ENTRY(ctstream_destroy, giveBack<caps_stream>(of), CAPS_SUCCESS, kFailed, caps_stream* of)
-caps_result caps_createSession(caps_stream* input, int32_t, cips** session) {
-    const caps_data* const source = use<caps_stream>(input)->pair;
-    if (source->length > 0)
-        static_cast<volatile uint8_t*>(source->data)[source->length - 1];
-    return make<cips>(ask(), session) ? CAPS_SUCCESS : kFailed;
-}
-caps_result caps_newSessionWithRaw(caps_image* source, cips** session) {
-    return use<Image>(source) && make<cips>(ask(), session) ? CAPS_SUCCESS : kFailed;
-}
-ENTRY(caps_destroySession, giveBack<cips>(of), CAPS_SUCCESS, kFailed, cips* of)
-ENTRY(caps_beginCartoon, use<cips>(of), CAPS_SUCCESS, kFailed, cips* of)
-ENTRY(caps_setCartoon, use<cips>(of), CAPS_SUCCESS, kFailed, cips* of, int32_t)
-ENTRY(caps_endCartoon, use<cips>(of), CAPS_SUCCESS, kFailed, cips* of)
-ENTRY(caps_applySketch, use<cips>(of), CAPS_SUCCESS, kFailed, cips* of, int32_t)
-ENTRY(caps_beginStamp, use<cips>(of), CAPS_SUCCESS, kFailed, cips* of)
-ENTRY(caps_setStamp, use<cips>(of), CAPS_SUCCESS, kFailed, cips* of, int32_t, int32_t)
-ENTRY(caps_endStamp, use<cips>(of), CAPS_SUCCESS, kFailed, cips* of)
-ENTRY(caps_beginRotate, use<cips>(of), CAPS_SUCCESS, kFailed, cips* of)
-ENTRY(caps_setRotate, use<cips>(of), CAPS_SUCCESS, kFailed, cips* of, int32_t)
-ENTRY(caps_endRotate, use<cips>(of), CAPS_SUCCESS, kFailed, cips* of)
-ENTRY(caps_setJpegQuality, use<cips>(of), CAPS_SUCCESS, kFailed, cips* of, float)
-caps_result caps_render(cips* session, caps_stream* output, int32_t, int32_t, int32_t, int32_t,
-                        caps_iterator** iterator) {
-    use<cips>(session);
-    const uint32_t how = ask();
-    bool success = how != 1;
-    if (iterator)
-        success = make<caps_iterator>(how, iterator);
-    else if (success)
-        fill(output, how);
-    if (iterator && *iterator)
-        (*iterator)->output = output;
-    return success ? CAPS_SUCCESS : kFailed;
-}
-caps_result caps_doNextIteration(caps_iterator* iterator) {
-    const uint32_t how = use<caps_iterator>(iterator) ? ask() : 0;
-    if (how == 1)
-        return kFailed;
-    iterator->done += how == 0 || how > 8;  // else it stands still
-    if (iterator->done < 4)
-        return CAPS_SUCCESS;
-    fill(iterator->output, how);
-    return kFailed;
-}
-caps_result caps_estimateIterationCount(caps_iterator* iterator, int32_t* total) {
-    return use<caps_iterator>(iterator) && tell(ask(), total, 4) ? CAPS_SUCCESS : kFailed;
-}
-caps_result caps_getCurIterationCount(caps_iterator* iterator, int32_t* done) {
-    return use<caps_iterator>(iterator) && tell(ask(), done, iterator->done) ? CAPS_SUCCESS : kFailed;
-}
-ENTRY(caps_destroyIterator, giveBack<caps_iterator>(of), CAPS_SUCCESS, kFailed, caps_iterator* of)
-caps_result caps_renderAsRawToBuffer(cips* session, caps_image* destination, int32_t, int32_t) {
-    const caps_data pixels = use<Image>(destination)->pixels;
-    if (!use<cips>(session) || ask() == 1)
-        return kFailed;
-    if (pixels.length > 0)
-        std::memset(pixels.data, 7, static_cast<size_t>(pixels.length));
-    return CAPS_SUCCESS;
-}

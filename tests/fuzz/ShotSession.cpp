@@ -12,16 +12,17 @@
 #include <deque>
 #include <future>
 #include <mutex>
+#include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
 #include "adaptor/KovCameraHardwareInterface.h"
 #include "host/runtime/Log.h"
-#include "tests/fuzz/Answers.h"
-#include "tests/fuzz/HostileLibraries.h"
+#include "tests/support/Answers.h"
 #include "tests/support/FakeCameraHardware.h"
 #include "tests/support/FakeSystem.h"
+#include "tests/support/Handles.h"
 #include "tests/support/Region.h"
 
 using namespace android;
@@ -324,10 +325,10 @@ void runWith(std::launch policy, const std::function<void()>& actors) {
     while (runOldestThread()) {
     }
     FakeCameraHardware::setNext(nullptr);
-    const int owed = handlesOwed();
+    const std::string owed = handlesOwed();
     const int references = gCamera->getStrongCount() - 1;
-    if (owed || references) {
-        std::fprintf(stderr, "left over: %d handles, %d references to the vendor layer\n", owed, references);
+    if (!owed.empty() || references) {
+        std::fprintf(stderr, "left over:%s, %d references to the vendor layer\n", owed.c_str(), references);
         std::abort();
     }
     gCamera.clear();

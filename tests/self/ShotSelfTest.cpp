@@ -74,11 +74,6 @@ protected:
         ask();
         return runThread(prefix);
     }
-    /// As the adaptor does it.
-    void switchAway() {
-        shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
-        retireShot();
-    }
     /// The preview is restarted with other frames, from inside the shot.
     void restart(int width, int height) {
         const ShotGate::Entry inside(shot->gate());
@@ -89,12 +84,10 @@ protected:
     std::vector<std::function<void()>> threads;  // of pictures; run by the test, so that one at a time works
 };
 
-TEST_F(ShotSelfTest, GoesAndComesWithItsLinesAndHoldsTheFirstTwoFramesBack) {
+TEST_F(ShotSelfTest, TheFirstTwoFramesAreHeldBack) {
     retireShot();
-    EXPECT_EQ(recorder.take(),
-              (Lines{"I ShotSelf: ShotSelf destroyed: pid=PID", "I ShotCommon: ShotCommon destroyed: pid=PID"}));
     makeShot();
-    EXPECT_EQ(recorder.take("I ShotSelf"), Lines{"I ShotSelf: ShotSelf created: pid=PID"});
+    recorder.take();
     EXPECT_FALSE(shot->getRawHeap().get());
     for (const bool delivered : {false, false, true, true}) {
         const sp<IMemory> frame = makeFrame();
@@ -299,11 +292,9 @@ TEST_F(ShotSelfTest, FramesAreKeptAsFarAsTheyAreThere) {
     hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(460900, 30));  // padded
     recorder.take();
     EXPECT_EQ(picture(), pictureLines(30));
-    const sp<IMemoryHeap> heap = new MemoryHeapBase(460800);
-    const sp<IMemory> beyond = new MemoryBase(heap, 8, 460800);
     for (int i = 0; i < 2; ++i) {
         hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(460799, 31));
-        hardware->data(CAMERA_MSG_PREVIEW_FRAME, beyond);
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeLyingRegion(460800));
     }
     EXPECT_EQ(recorder.take("E "),
               (Lines{"E ShotSelf: a preview frame of 460799 bytes is smaller than 640 x 480; such frames are passed on "
@@ -378,7 +369,7 @@ TEST_F(ShotSelfTest, ASwitchDuringAPictureEndsItAndRestoresTheFormat) {
             switcher.join();
         EXPECT_EQ(shot, nullptr);
         EXPECT_STREQ(hardware->params.getPictureFormat(), "jpeg");
-        EXPECT_EQ(fakeCapsObjects(), 0);
+        EXPECT_EQ(handlesOwed(), "");
         hardware->during.clear();
         fakeCaps() = {};
     }

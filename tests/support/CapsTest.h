@@ -3,6 +3,7 @@
 
 #include "tests/support/FakeCaps.h"
 #include "tests/support/FakeSystem.h"
+#include "tests/support/Handles.h"
 #include "tests/support/ShotTest.h"
 
 namespace kov::test {
@@ -19,7 +20,7 @@ class CapsTest : public ShotTest<Mode> {
 protected:
     ~CapsTest() override {
         this->retireShot();
-        EXPECT_EQ(fakeCapsObjects(), 0);
+        EXPECT_EQ(handlesOwed(), "");
         fakeCaps() = {};
         resetFakeSystem();
     }

@@ -29,6 +29,11 @@ public:
         if (Mode* old = std::exchange(shot, nullptr))
             android::retireShot(old, old->gate());
     }
+    /// As the adaptor does it.
+    void switchAway() {
+        shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
+        retireShot();
+    }
     /// A preview frame of the vendor layer's preview size in 4:2:0, all bytes `fill`.
     android::sp<android::IMemory> makeFrame(uint8_t fill = 0) const {
         int width = 0;
