@@ -40,14 +40,16 @@ Outcome call(const char* name, const std::string& arguments = "") {
     return {result != fakeCaps().results.end() ? result->second : how == 1 ? kFailed : CAPS_SUCCESS, how};
 }
 
-/// The object goes to `handle`; null where the call fails.
+/// The object, which begins as told, goes to `handle`; null where the call fails.
 template <typename Object, typename Handle>
-Object* make(Handle** handle, const char* name, const std::string& arguments, caps_result* result) {
+caps_result make(Handle** handle, const Object& object, const char* name, const std::string& arguments) {
     const Outcome outcome = call(name, arguments);
-    *handle = nullptr;
     const uint32_t how = outcome != CAPS_SUCCESS ? 1 : fakeCaps().makesNothing.contains(name) ? 2 : outcome.how;
-    *result = kov::test::make<Object>(how, handle) ? CAPS_SUCCESS : outcome == CAPS_SUCCESS ? kFailed : outcome;
-    return *handle ? use<Object>(*handle) : nullptr;
+    *handle = nullptr;
+    const bool success = kov::test::make<Object>(how, handle);
+    if (*handle)
+        *use<Object>(*handle) = object;
+    return success ? CAPS_SUCCESS : outcome == CAPS_SUCCESS ? kFailed : outcome.result;
 }
 
 template <typename Object>
@@ -91,15 +93,9 @@ int32_t caps_pixelBitSize(int32_t format) {
 
 caps_result caps_createImage(const caps_data* pixels, int32_t width, int32_t height, int32_t stride, int32_t format,
                              caps_image** image) {
-    caps_result result = 0;
-    const int first = pixels->length > 0 ? pixels->data[0] : -1;
-    if (auto* const made = make<Image>(
-            image, "createImage",
-            text(" %d of %d, %dx%d stride %d %d", pixels->length, first, width, height, stride, format), &result)) {
-        made->owns_pixels = 1;
-        made->pixels = *pixels;
-    }
-    return result;
+    const Image made = {{1}, *pixels};
+    return make(image, made, "createImage",
+                text(" %d of %d, %dx%d stride %d %d", pixels->length, made.first(), width, height, stride, format));
 }
 caps_result caps_destroyImage(caps_image* image) {
     // Pixels that it owned it would release too: as bad as no image.
@@ -107,70 +103,52 @@ caps_result caps_destroyImage(caps_image* image) {
 }
 
 caps_result caps_createBuffer(int32_t capacity, caps_data** buffer) {
-    caps_result result = 0;
-    make<Buffer>(buffer, "createBuffer", text(" %d", capacity), &result);
-    return result;
+    return make(buffer, Buffer(), "createBuffer", text(" %d", capacity));
 }
 caps_result caps_destroyBuffer(caps_data* buffer) {
     return destroy<Buffer>(buffer, "destroyBuffer");
 }
 
 caps_result ctstream_createBufferStream(caps_data* buffer, int32_t mode, caps_stream** stream) {
-    caps_result result = 0;
     const bool input = buffer->length > 0;
     const char* const name = input ? "createBufferStream in" : "createBufferStream out";
-    if (auto* const made = make<caps_stream>(stream, name, text(" %d", mode), &result))
-        *made = {buffer, input};
-    return result;
+    return make(stream, caps_stream{buffer, input}, name, text(" %d", mode));
 }
 caps_result ctstream_destroy(caps_stream* stream) {
     return destroy<caps_stream>(stream, stream->input ? "destroyStream in" : "destroyStream out");
 }
 
 caps_result caps_createSession(caps_stream* input, int32_t mode, cips** session) {
-    caps_result result = 0;
     const caps_data* const source = use<caps_stream>(input)->data;
     if (source->length > 0)
         static_cast<const volatile uint8_t*>(source->data)[source->length - 1];
-    make<cips>(session, "createSession", text(" %d%s", mode, input->input ? "" : " of the output"), &result);
-    return result;
+    return make(session, cips(), "createSession", text(" %d%s", mode, input->input ? "" : " of the output"));
 }
 caps_result caps_newSessionWithRaw(caps_image* source, cips** session) {
-    caps_result result = 0;
     const auto* const image = use<Image>(source);
-    make<cips>(session, "newSessionWithRaw", text(" of %d..%d", image->first(), image->last()), &result);
-    return result;
+    return make(session, cips(), "newSessionWithRaw", text(" of %d..%d", image->first(), image->last()));
 }
 caps_result caps_destroySession(cips* session) {
     return destroy<cips>(session, "destroySession");
 }
 
-// What is done to a session, without a value or with one.
-#define STEP(name)                           \
-    caps_result caps_##name(cips* session) { \
-        use<cips>(session);                  \
-        return call(#name);                  \
+// What is done to a session, with values or without.
+#define STEP(name, arguments, ...)         \
+    caps_result caps_##name(__VA_ARGS__) { \
+        use<cips>(session);                \
+        return call(#name, arguments);     \
     }
-#define STEP_WITH(name)                                     \
-    caps_result caps_##name(cips* session, int32_t value) { \
-        use<cips>(session);                                 \
-        return call(#name, text(" %d", value));             \
-    }
-STEP(beginCartoon)
-STEP_WITH(setCartoon)
-STEP(endCartoon)
-STEP_WITH(applySketch)
-STEP(beginStamp)
-caps_result caps_setStamp(cips*, int32_t smoothness, int32_t threshold) {
-    return call("setStamp", text(" %d %d", smoothness, threshold));
-}
-STEP(endStamp)
-STEP(beginRotate)
-STEP_WITH(setRotate)
-STEP(endRotate)
-caps_result caps_setJpegQuality(cips*, float quality) {
-    return call("setJpegQuality", text(" %.2f", static_cast<double>(quality)));
-}
+STEP(beginCartoon, "", cips* session)
+STEP(setCartoon, text(" %d", on), cips* session, int32_t on)
+STEP(endCartoon, "", cips* session)
+STEP(applySketch, text(" %d", color), cips* session, int32_t color)
+STEP(beginStamp, "", cips* session)
+STEP(setStamp, text(" %d %d", smoothness, threshold), cips* session, int32_t smoothness, int32_t threshold)
+STEP(endStamp, "", cips* session)
+STEP(beginRotate, "", cips* session)
+STEP(setRotate, text(" %d", degrees), cips* session, int32_t degrees)
+STEP(endRotate, "", cips* session)
+STEP(setJpegQuality, text(" %.2f", static_cast<double>(quality)), cips* session, float quality)
 
 caps_result caps_render(cips* session, caps_stream* output, int32_t width, int32_t height, int32_t flags, int32_t mode,
                         caps_iterator** iterator) {
@@ -183,10 +161,7 @@ caps_result caps_render(cips* session, caps_stream* output, int32_t width, int32
             fill(output->data, outcome.how);
         return outcome;
     }
-    caps_result result = 0;
-    if (auto* const made = make<caps_iterator>(iterator, "render", arguments, &result))
-        made->output = output;
-    return result;
+    return make(iterator, caps_iterator{output, 0}, "render", arguments);
 }
 
 caps_result caps_doNextIteration(caps_iterator* iterator) {

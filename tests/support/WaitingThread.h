@@ -15,7 +15,7 @@ namespace kov::test {
 /// Waits for `done`, with patience for a machine that is busy with other things. Whether it came.
 template <typename Done>
 bool waitUntil(Done done) {
-    for (int i = 0; i < 20000 && !done(); ++i)
+    for (int i = 0; i < 60000 && !done(); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     return done();
 }
