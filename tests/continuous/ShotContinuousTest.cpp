@@ -350,20 +350,33 @@ TEST_F(ShotContinuousTest, AShotThatGoesAwayTakesItsEncoderAlong) {
     }
 }
 
+// Another burst, that is begun and stopped while a picture is encoded: its encoder waits for the one at work.
 TEST_F(ShotContinuousTest, APictureOfAnAbandonedBurstComesOnlyWhileThereIsNoOther) {
+    const Lines abandoned = {"app.notify 0xE00 1 9", "app.notify 0xE00 2 9", "app.notify 0x1000 2 0"};
+    const Lines alone = {"app.data 0x100 4"};
+    const Lines next = {"app.notify 0xE00 1 9", "app.notify 0x1000 1 0", "app.data 0x100 4", kDone};
     for (const bool another : {false, true}) {
-        fakeArcJpeg().duringSave = [&] {
-            fakeArcJpeg().duringSave = {};
+        std::jthread encoder;
+        fakeArcJpeg().duringSave = [&, saves = 0]() mutable {
+            if (++saves > 1)
+                return;
             command(1025);
-            another ? takeFrames(1) : void();
-        };
-        EXPECT_EQ(only(burst(2, "-exit: "), {"app.notify", "app.data 0x100"}),
-                  (Lines{"app.notify 0xE00 1 9", "app.notify 0xE00 2 9", "app.notify 0x1000 2 0",
-                         another ? "app.notify 0xE00 1 9" : "app.data 0x100 4"}));
-        if (another) {
+            if (!another)
+                return;
+            std::function<void()> work;
+            fakeSystem().startThread = [&](const auto& thread) {
+                work = thread;
+                return true;
+            };
+            takeFrames(1);
             command(1024);
-            EXPECT_EQ(only(until(kDone), {"app."}), (Lines{"app.notify 0x1000 1 0", "app.data 0x100 4", kDone}));
-        }
+            fakeSystem().startThread = {};
+            encoder = startUntilItWaits(work);
+            EXPECT_EQ(saves, 1);
+        };
+        EXPECT_EQ(only(burst(2, another ? kDone : "-exit: "), {"app.notify", "app.data 0x100"}),
+                  abandoned + (another ? next : alone));
+        fakeArcJpeg().duringSave = {};
         expectCleanBurst();
     }
 }

@@ -306,19 +306,20 @@ private:
 void runWith(std::launch policy, const std::function<void()>& actors) {
     kov::host::setLogLevel(ANDROID_LOG_SILENT);
     gPolicy = policy;
-    fakeSystem() = {.now = [](int) { return gMilliseconds * 1000000; },
-                    .sleep = [](int64_t microseconds) { gMilliseconds += microseconds / 1000; },
-                    .wait = [](Condition& condition, Mutex& held, int64_t) { condition.waitRelative(held, 1000); },
-                    .allowsMemory = [](size_t size) { return !ask("allocate") && size <= kMostMemory; },
-                    .allowsHeap = [](size_t size) { return !ask("newHeap") && size <= kMostMemory; },
-                    .startThread =
-                        [](std::function<void()> thread) {
-                            if (ask("startThread"))
-                                return false;
-                            const std::lock_guard held(gThreadsLock);
-                            gThreads.push_back(std::async(gPolicy, std::move(thread)));
-                            return true;
-                        }};
+    fakeSystem() = {
+        .now = [](int) { return gMilliseconds * 1000000; },
+        .sleep = [](int64_t microseconds) { gMilliseconds += microseconds / 1000; },
+        .wait = [](Condition& condition, Mutex& held, int64_t) REQUIRES(held) { condition.waitRelative(held, 1000); },
+        .allowsMemory = [](size_t size) { return !ask("allocate") && size <= kMostMemory; },
+        .allowsHeap = [](size_t size) { return !ask("newHeap") && size <= kMostMemory; },
+        .startThread =
+            [](std::function<void()> thread) {
+                if (ask("startThread"))
+                    return false;
+                const std::lock_guard held(gThreadsLock);
+                gThreads.push_back(std::async(gPolicy, std::move(thread)));
+                return true;
+            }};
     gCamera = new HostileCamera;
     FakeCameraHardware::setNext(gCamera.get());
     actors();
