@@ -30,10 +30,6 @@ inline android::sp<android::IMemory> makeMemory(size_t size, uint8_t fill = 0, s
     return new android::MemoryBase(heap.get(), kAround, claimed ? claimed : size);
 }
 
-inline android::sp<android::IMemory> makeRegion(size_t size, uint8_t fill = 0) {
-    return makeMemory(size, fill);
-}
-
 /// A region of `size` bytes that reaches beyond its heap.
 inline android::sp<android::IMemory> makeLyingRegion(size_t size) {
     return new android::MemoryBase(new PlainHeap(size), 8, size);
