@@ -8,6 +8,7 @@
 #include <plusme/plusme.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -76,8 +77,8 @@ void show(uint32_t how, Pixels& pixels, Image* image) {
 
 int property_get(const char*, char* value, const char* default_value) {
     const uint32_t how = ask();
-    std::strcpy(value, how == 0 ? default_value : how % 2 ? "XSA" : "");
-    return static_cast<int>(std::strlen(value));
+    const char* const text = how == 0 ? default_value : how % 2 ? "XSA" : "";
+    return std::snprintf(value, PROPERTY_VALUE_MAX, "%s", text);
 }
 
 // --- libarccamera.so: faces
