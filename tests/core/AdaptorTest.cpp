@@ -323,7 +323,7 @@ TEST_F(AdaptorTest, EveryModeCodeMakesItsShotOrNone) {
     }
 }
 
-TEST_F(AdaptorTest, TheLastReferenceMayGoWithinACallback) {
+TEST_F(AdaptorTest, TheLastReferenceMayGoWithinACallbackOrAnOperation) {
     open(new FakeCameraHardware);
     const auto drop = [](int32_t, int32_t, int32_t, void* held) { static_cast<sp<Camera>*>(held)->clear(); };
     adaptor->setCallbacks(drop, nullptr, nullptr, &adaptor);
@@ -331,9 +331,6 @@ TEST_F(AdaptorTest, TheLastReferenceMayGoWithinACallback) {
     hardware->notify(CAMERA_MSG_SHUTTER);
     EXPECT_EQ(recorder.take(), kSingleDestroyed);
     EXPECT_EQ(hardware->getStrongCount(), 2);
-}
-
-TEST_F(AdaptorTest, TheLastReferenceMayGoWithinAnOperation) {
     const auto registers = [](Camera& c) { c.setCallbacks(nullptr, nullptr, nullptr, nullptr); };
     // The mode, the vendor layer's operation in which the service drops its reference, and what leads to it.
     const std::tuple<int32_t, const char*, std::function<void(Camera&)>> cases[] = {

@@ -25,7 +25,7 @@ void resetFakeArcJpeg() {
 
 namespace {
 
-struct Manager : MayBeMissing {};
+struct Manager {};
 struct Stream {
     std::string bytes;
     size_t place = 0;
@@ -33,7 +33,7 @@ struct Stream {
 
 /// An encoder reads the whole picture, as far as it can be one.
 MRESULT save(MHandle manager, MHandle stream, MBITMAP* bitmap, const std::string& how) {
-    record((use<Manager>(manager) ? "" : "without manager: ") + how);
+    record((manager && use<Manager>(manager) ? "" : "without manager: ") + how);
     fakeArcJpeg().lastBitmap = *bitmap;
     const uint32_t asked = ask();
     const int64_t pixels = int64_t{bitmap->lWidth} * bitmap->lHeight;

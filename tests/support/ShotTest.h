@@ -9,8 +9,10 @@
 
 #include "shots/ShotCallbacks.h"
 #include "tests/support/FakeCameraHardware.h"
+#include "tests/support/Handles.h"
 #include "tests/support/Recorder.h"
 #include "tests/support/Region.h"
+#include "tests/support/WaitingThread.h"
 
 namespace kov::test {
 
@@ -41,7 +43,11 @@ public:
         hardware->params.getPreviewSize(&width, &height);
         return makeMemory(static_cast<size_t>(width) * height * 3 / 2, fill);
     }
-    void TearDown() override { retireShot(); }
+    /// Whatever a test does, nothing of a library's is left when its shot has gone.
+    void TearDown() override {
+        retireShot();
+        EXPECT_TRUE(waitUntil([] { return handlesOwed().empty(); })) << handlesOwed();
+    }
 
     Recorder recorder;
     android::sp<FakeCameraHardware> hardware = new FakeCameraHardware;
