@@ -3,6 +3,7 @@
 #include "shots/self/ShotSelf.h"
 
 #include <algorithm>
+#include <atomic>
 #include <future>
 #include <thread>
 #include <tuple>
@@ -150,6 +151,22 @@ TEST_F(ShotSelfTest, FramesThatComeBeforeAPictureIsRenderedAreDeliveredButNotKep
     EXPECT_EQ(picture(), pictureLines(50));
 }
 
+TEST_F(ShotSelfTest, OnePictureIsMadeAtATime) {
+    ask();
+    ask();
+    std::jthread second;
+    std::atomic<bool> isBegun{false};
+    whileReceiving = [&] {
+        if (isBegun.exchange(true))
+            return;
+        second = startUntilItWaits(threads.back());
+        EXPECT_EQ(recorder.take("E "), kBegun) << "of the first";
+    };
+    threads.front()();
+    second.join();
+    EXPECT_EQ(recorder.take("app.data"), (Lines{"app.data 0x100 9", "app.data 0x80 460808", "app.data 0x100 9"}));
+}
+
 TEST_F(ShotSelfTest, AFailedCallEndsThePictureAndLeavesTheFormatUntilTheSwitch) {
     const Lines all = rendering();
     const std::tuple<const char*, int, const char*, Lines> cases[] = {
@@ -284,7 +301,8 @@ TEST_F(ShotSelfTest, TheCopyGrowsWithThePreview) {
 }
 
 TEST_F(ShotSelfTest, FramesAreKeptAsFarAsTheyAreThere) {
-    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(460900, 30));  // padded
+    fakeSystem().allowsMemory = [](size_t size) { return size != 460800; };  // there is room for a frame already
+    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(460900, 30));        // padded
     recorder.take();
     EXPECT_EQ(picture(), pictureLines(30));
     for (int i = 0; i < 2; ++i) {
@@ -337,6 +355,15 @@ TEST_F(ShotSelfTest, ASwitchDuringAPictureEndsItAndRestoresTheFormat) {
     const std::tuple<const char*, std::function<void()>, size_t, Lines> cases[] = {
         {"before its thread begins", restored, 0, {}},
         {"while the format is changed", [&] { hardware->during["setParameters"] = [&] { retireShot(); }; }, 0, {}},
+        {"from another thread while the format is set back",
+         [&] {
+             hardware->during["setParameters"] = [&, calls = 0]() mutable {
+                 if (++calls == 2)
+                     std::thread(restored).join();
+             };
+         },
+         0,
+         {"app.data 0x80 460808"}},
         {"from another thread while it is rendered",
          [&] {
              fakeCaps().during = [&](const std::string& name) {
