@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
+#include <ostream>
 #include <random>
 #include <string_view>
 #include <thread>
@@ -85,18 +86,20 @@ struct Scene {
     std::vector<int32_t> commands;  // that it sends in the others
     bool drops;                     // whether the last reference to the adaptor goes again and again
     uint64_t switched, pictures;    // at least
+
+    friend void PrintTo(const Scene& scene, std::ostream* to) { *to << scene.name; }
 };
 
 const Scene kScenes[] = {
-    {"every mode",
+    {"EveryMode",
      {1000, 1001, 1002, 1003, 1004, 1006, 1009, 1010, 1013, 1016},
      2,
      {1017, 1018, 1019, 1020, 1022, 1023, 1024, 1029, 1030, 1033, 1034, 1035, 1037, 1038, 1039},
      true,
      300,
      20},
-    {"self pictures", {1006, 1006, 1006, 1013, 1000}, 8, {1039}, true, 20, 20},
-    {"bursts", {1000, 1001, 1001, 1001}, 32, {1023, 1023, 1024, 1024, 1023, 1024, 1026, 1025}, false, 20, 10},
+    {"SelfPictures", {1006, 1006, 1006, 1013, 1000}, 8, {1039}, true, 20, 20},
+    {"Bursts", {1000, 1001, 1001, 1001}, 32, {1023, 1023, 1024, 1024, 1023, 1024, 1026, 1025}, false, 20, 10},
 };
 
 /// The camera service. It takes a lock of its own in its callbacks and around every other call.
@@ -130,7 +133,7 @@ public:
                 call(*adaptor.get(), random());
             }
         }
-        std::this_thread::sleep_for(std::chrono::microseconds(random() % 1000));
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 3000));
     }
     void act(CameraHardwareInterface& adaptor, uint32_t random) {
         const auto& [codes, every] =
@@ -207,7 +210,7 @@ TEST_P(SwitchStressTest, NothingTouchesTheDeadAndNobodyWaitsForever) {
     vendor->params.setPreviewSize(64, 48);
     FakeCameraHardware::setNext(vendor.get());
     const size_t openedBefore = FakeCameraHardware::timesOpened(), heapsBefore = kov::host::liveHeaps();
-    Service& service = *new Service(GetParam());  // late messages may arrive until the process ends
+    Service service(GetParam());
     sp<CameraHardwareInterface> adaptor = service.scene.drops ? nullptr : openKovCameraHardware();
 
     for (int kind = 0; kind < 3; ++kind)
@@ -257,6 +260,6 @@ TEST_P(SwitchStressTest, NothingTouchesTheDeadAndNobodyWaitsForever) {
         FakeCameraHardware::timesOpened() - openedBefore);
 }
 
-INSTANTIATE_TEST_SUITE_P(Scenes, SwitchStressTest, ::testing::ValuesIn(kScenes));
+INSTANTIATE_TEST_SUITE_P(Scenes, SwitchStressTest, ::testing::ValuesIn(kScenes), ::testing::PrintToStringParamName());
 
 }  // namespace
