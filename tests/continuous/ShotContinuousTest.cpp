@@ -438,6 +438,12 @@ TEST_F(ShotContinuousTest, AFrameThatIsNotThereIsNotTaken) {
     EXPECT_EQ(recorder.take(), (Lines{"E ShotContinuous: a preview frame reaches beyond its heap; such frames are "
                                       "passed on as they are",
                                       "app.data 0x10 4608", "app.data 0x10 4608"}));
+    frameAfter(0);
+    command(1025);
+    recorder.take();
+    EXPECT_EQ(shot->Capture(nullptr), AfterCall::GoOn);
+    EXPECT_EQ(recorder.take(), (Lines{"I ShotContinuous: Capture() - start - Frame count : 0",
+                                      "E ShotContinuous: Capture() - preview frame is NULL"}));
 }
 
 TEST_F(ShotContinuousTest, LoadingTheSoundKeepsNoFrameWaiting) {
