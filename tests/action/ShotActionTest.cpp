@@ -247,9 +247,15 @@ TEST_F(ShotActionTest, FramesOfSeveralThreadsAndCommandsAtRandom) {
     start();
     fakeActionShot().progress = {40, 100};
     std::atomic<int> inside{0};  // the library
-    std::atomic<int> overlaps{0};
+    std::atomic<int> wrong{0};
+    std::atomic<bool> runs{false}, stopped{false};  // a series
     fakeActionShot().during = [&, last = std::string()](const std::string& call) mutable {
-        overlaps += inside++ != 0 || (last == "CreateResult" && call == "HandleFrame");  // not while a result is made
+        wrong += inside++ != 0;
+        const bool creates = call == "CreateResult";
+        runs = call == "StartSeries" || (runs && call != "CancelSeries");
+        // No frame while a result is made, no result that was not asked for, and neither after a cancel.
+        wrong += (last == "CreateResult" && call == "HandleFrame") || (creates && !stopped);
+        wrong += (creates || call == "HandleFrame") && !runs;
         last = call;
         std::this_thread::sleep_for(std::chrono::microseconds(20));  // for another thread to come in
         --inside;
@@ -263,12 +269,14 @@ TEST_F(ShotActionTest, FramesOfSeveralThreadsAndCommandsAtRandom) {
     for (int i = 0; i < 2; ++i)
         threads.emplace_back(deliver);
     for (uint32_t i = 0; i < 1000; ++i) {
+        stopped = stopped || i % 5 == 3;
         command(i % 5 < 3 ? 1029 : i % 5 == 3 ? 1031 : 1030);
+        stopped = stopped && i % 5 >= 3;
         std::this_thread::sleep_for(std::chrono::microseconds(i % 300));
     }
     over = true;
     threads.clear();
-    EXPECT_EQ(overlaps, 0);
+    EXPECT_EQ(wrong, 0);
     fakeActionShot() = {};
     for (const int32_t code : {1030, 1029, 1031})  // and the next series is as ever
         command(code);
@@ -302,6 +310,14 @@ TEST_F(ShotActionTest, AStartThatFailsAndMemoryThatIsShort) {
         command(1029);
         EXPECT_EQ(recorder.take().back(), "as.StartSeries");
     }
+    // A series that could not be started can be stopped, as one that was stopped and cancelled before.
+    fakeSystem().allowsMemory = nullptr;
+    start({1029, 1031, 0, 1030});
+    fakeActionShot().results = {{"StartSeries", 0}};
+    command(1029);
+    command(1031);
+    taken();
+    EXPECT_EQ(afterFrame(), kStopped);
     fakeActionShot().results = {{"UnsetTempMemory", 0}};  // the blocks are freed all the same
     for (int blocks = 1; blocks <= 15; ++blocks) {
         limit(blocks);

@@ -130,29 +130,21 @@ TEST(JpegEncoderAddMe, AnObjectKeepsItsFirstDestination) {
     jpeg_error_mgr errors;
     info.err = jpeg_std_error(&errors);
     jpeg_create_compress(&info);
-    info.image_width = 16;
-    info.image_height = 1;
-    info.input_components = 1;
-    info.in_color_space = JCS_GRAYSCALE;
-    jpeg_set_defaults(&info);
-    uint8_t first[2048] = {};
-    uint8_t second[2048] = {};
+    uint8_t first[2], second[4];
     jpeg_mem_dest_AddMe(&info, first, sizeof first);
-    const jpeg_destination_mgr* const dest = info.dest;
-    info.dest->term_destination = nullptr;
+    jpeg_destination_mgr* const dest = info.dest;
+    dest->term_destination = nullptr;
     jpeg_mem_dest_AddMe(&info, second, sizeof second);
     EXPECT_EQ(info.dest, dest);
-    EXPECT_EQ(info.dest->term_destination, term_destination_AddMe);
-    jpeg_start_compress(&info, TRUE);
+    EXPECT_EQ(dest->term_destination, term_destination_AddMe);
+    dest->init_destination(&info);
+    EXPECT_EQ(dest->next_output_byte, second);
+    EXPECT_EQ(dest->free_in_buffer, sizeof second);
+    --dest->free_in_buffer;
     EXPECT_EQ(jpeg_mem_size_AddMe(&info), 0U);
-    JSAMPROW row = first + 1024;  // black
-    jpeg_write_scanlines(&info, &row, 1);
-    jpeg_finish_compress(&info);
-    const unsigned size = jpeg_mem_size_AddMe(&info);
+    dest->term_destination(&info);
+    EXPECT_EQ(jpeg_mem_size_AddMe(&info), 1U);
     jpeg_destroy_compress(&info);
-    ASSERT_GT(size, 2U);
-    EXPECT_EQ(second[size - 1], 0xD9);
-    EXPECT_EQ(first[0], 0);
 }
 
 }  // namespace

@@ -94,13 +94,15 @@ TEST_F(KovcamTest, TheTraceShowsAStillCaptureInItsOrder) {
     EXPECT_EQ(seen, expected);
 }
 
-TEST_F(KovcamTest, RunsAScript) {
+TEST_F(KovcamTest, RunsAScriptAndKeepsWhatWasSavedWhenAStepFails) {
     write("session.kov",
           "0.0 mode single  # a comment\n\n0.0 start-preview\n+0 wait 0x10\n+0 set jpeg-quality 30\n+0 picture\n"
-          "+0 wait 0x100 timeout 10\n+0 set preview-size 320x240\n+0 start-preview\n+0 wait 0x10\n+0 command 1016\n");
+          "+0 wait 0x100 timeout 10\n+0 set preview-size 320x240\n+0 start-preview\n+0 wait 0x10\n+0 command 1016\n"
+          "+0 wait 0xA00 timeout 0.1\n");
     const Outcome run = kovcam("script " + folder / "session.kov" + " -i scene:still-life" + out +
                                " --picture-size 640x480 --save-preview 1");
-    EXPECT_EQ(run.status, 0) << run.output;
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.output.find("no message 0xA00 came in time"), std::string::npos) << run.output;
     EXPECT_EQ(sizeOf("picture-001.jpg"), cv::Size(640, 480));
     EXPECT_FALSE(std::filesystem::exists(folder / "picture-002.jpg"));
     EXPECT_EQ(sizeOf("preview-00000.jpg"), cv::Size(640, 480));
@@ -117,61 +119,63 @@ TEST_F(KovcamTest, SaysInOneLineWhatIsWrong) {
     write("cut.jpg", std::string(jpeg.begin(), jpeg.end() - 40));
     write("huge.png",
           std::string("\x89PNG\r\n\x1A\n\0\0\0\rIHDR\0\0\x9C\x40\0\0\x9C\x40\x8\x2\0\0\0", 29) + "CRC.IEND");
-    write("two.kov", "0 mode nosuch\n");
     write("binary.kov", std::string("0 picture\n\0\1", 12));
     cv::VideoWriter(folder / "clip.avi", cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), 25, {64, 64})
         .write(cv::Mat(64, 64, CV_8UC3, cv::Scalar(9, 9, 9)));
     std::filesystem::create_directory(folder / "full");
     write("full/letter.txt", "not to be lost");
-    write("bad-step.kov", "0 start-preview\n1 jump\n");
-    write("bad-time.kov", "soon picture\n");
-    write("bad-code.kov", "0 command 99999999999\n");
-    write("bad-wait.kov", "0 picture\n0 wait 0x100 timeout soon\n");
-    const std::string scene = " -i scene:still-life";
+    const std::string one = "shoot single -i scene:still-life";
+    // Arguments, and what the line must contain.
     const std::pair<std::string, const char*> cases[] = {
-        // Arguments, and what the line must contain.
         {"shoot single -i scene:nowhere" + out, "unknown scene"},
         {"shoot single -i " + folder / "missing.jpg" + out, "there is no file"},
         {"shoot single -i " + folder / "broken.avi" + out, "broken.avi"},
-        {"shoot single" + scene + " -o /proc/none", "cannot be written"},
-        {"shoot single" + scene + out + " --preview-size 641x480", "641x480"},
-        {"shoot single" + scene + out + " --picture-size 9000x9000", "9000x9000"},
-        {"shoot single" + scene + out + " --picture-size large", "write it as 640x480"},
-        {"shoot single" + scene + out + " --quality 300", "--quality"},
-        {"shoot single" + scene + out + " --quality 0", "--quality"},
-        {"shoot single" + scene + out + " --fps 31", "preview-frame-rate"},
-        {"shoot single" + scene + out + " --count 0", "--count"},
-        {"shoot single" + scene + out + " --trace /none/trace", "/none/trace"},
-        {"shoot single" + scene + " -i b" + out, "too many sources"},
-        {"shoot single" + out, "--input"},
-        {"script " + folder.path() + scene + out, "cannot be read"},
-        {"script " + folder / "none.kov" + scene + out, "cannot be read"},
-        {"script " + folder / "bad-step.kov" + scene + out, "bad-step.kov:2: \"jump\""},
-        {"script " + folder / "bad-time.kov" + scene + out, "bad-time.kov:1: \"soon\""},
-        {"script " + folder / "bad-wait.kov" + scene + out, "bad-wait.kov:2: write it as wait"},
-        {"script " + folder / "bad-code.kov" + scene + out, "bad-code.kov:1: write it as command"},
-        {"shoot single" + scene + " -o \"\"", "-o has an empty name"},
-        {"shoot single -i \"\"" + out, "-i has an empty name"},
-        {"shoot single" + scene + out + " --fps 0", "--fps"},
-        {"shoot single" + scene + out + " --fps abc", "--fps"},
-        {"shoot single" + scene + " -o out/{x}.jpg", "unknown field {x}"},
         {"shoot single -i " + folder / "cut.jpg" + out, "cut.jpg is cut short"},
         {"shoot single -i " + folder / "huge.png" + out, "huge.png has more pixels"},
+        {"shoot single -i \"\"" + out, "-i has an empty name"},
+        {"shoot single" + out, "--input"},
+        {one + " -o \"\"", "-o has an empty name"},
+        {one + " -o out/{x}.jpg", "unknown field {x}"},
+        {one + " -o /proc/none", "cannot be written"},
+        {one + out + " --preview-size 641x480", "641x480"},
+        {one + out + " --picture-size 9000x9000", "9000x9000"},
+        {one + out + " --picture-size large", "write it as 640x480"},
+        {one + out + " --quality 300", "--quality"},
+        {one + out + " --quality 0", "--quality"},
+        {one + out + " --fps 31", "preview-frame-rate"},
+        {one + out + " --fps 0", "--fps"},
+        {one + out + " --fps abc", "--fps"},
+        {one + out + " --count 0", "--count"},
+        {one + out + " --trace /none/trace", "/none/trace"},
+        {one + out + " -i b", "too many sources"},
+        {"shoot nothing -i scene:still-life" + out, "\"nothing\""},
         {"shoot panorama -i " + folder / "clip.avi" + out + " --direction left", "--direction is for"},
-        {"script " + folder / "two.kov" + " --check", "two.kov:1: "},
+        {"script " + folder.path(), "cannot be read"},
+        {"script " + folder / "none.kov", "cannot be read"},
         {"script " + folder / "binary.kov", "is no text file"},
-        {"trace " + folder / "two.kov", "is no trace"},
+        {"trace " + folder / "binary.kov", "is no trace"},
         {"demo -o " + folder / "full", "is no gallery"},
         {"demo nosuch -o " + folder / "new", "there is no mode"},
-        {"shoot nothing" + scene + out, "\"nothing\""},
         {"demo -o /proc/none", "cannot be written"}};
-    for (const auto& [arguments, expected] : cases) {
+    const auto expectLine = [&](const std::string& arguments, const std::string& expected) {
         SCOPED_TRACE(arguments);
         const Outcome run = kovcam(arguments);
         EXPECT_NE(run.status, 0);
         EXPECT_TRUE(run.output.starts_with("kovcam: ")) << run.output;
         EXPECT_NE(run.output.find(expected), std::string::npos) << run.output;
         EXPECT_EQ(run.output.find('\n'), run.output.size() - 1) << run.output;
+    };
+    for (const auto& [arguments, expected] : cases)
+        expectLine(arguments, expected);
+    const std::pair<const char*, const char*> scripts[] = {
+        {"0 mode nosuch\n", "bad.kov:1: "},
+        {"0 start-preview\n1 jump\n", "bad.kov:2: \"jump\""},
+        {"soon picture\n", "bad.kov:1: \"soon\""},
+        {"0 picture\n0 wait 0x100 timeout soon\n", "bad.kov:2: write it as wait"},
+        {"0 command 99999999999\n", "bad.kov:1: write it as command"}};
+    for (const auto& [script, expected] : scripts) {
+        write("bad.kov", script);
+        expectLine("script " + folder / "bad.kov --check", expected);
     }
 }
 
@@ -194,14 +198,22 @@ TEST_F(KovcamTest, NeverWritesOverAPicture) {
         EXPECT_FALSE(entry.path().filename().string().starts_with(".kovcam")) << entry.path();
 }
 
-TEST_F(KovcamTest, AFullDiskLeavesNoPictureThatIsCut) {
+TEST_F(KovcamTest, WhatCannotBeWrittenTakesNothingElseAway) {
     const std::string full = folder / "full";
-    const Outcome run = kovcam("shoot single -i scene:landscape --count 9 -o " + full + " --picture-size 1280x960",
-                               kov::test::fullDisk(full));
-    EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.output.find("single-001.jpg cannot be written: No space left on device"), std::string::npos)
-        << run.output;
+    const Outcome disk = kovcam("shoot single -i scene:landscape --count 9 -o " + full + " --picture-size 1280x960",
+                                kov::test::fullDisk(full));
+    EXPECT_EQ(disk.status, 1);
+    EXPECT_NE(disk.output.find("single-001.jpg cannot be written: No space left on device"), std::string::npos)
+        << disk.output;
     EXPECT_TRUE(std::filesystem::is_empty(full));
+    const Outcome trace =
+        kovcam("shoot single -i scene:still-life --picture-size 640x480" + out + " --trace /dev/full");
+    EXPECT_EQ(trace.status, 1);
+    EXPECT_NE(trace.output.find("kovcam: the trace /dev/full"), std::string::npos) << trace.output;
+    EXPECT_FALSE(sizeOf("single-001.jpg").empty());
+    write("trace", "of an earlier session");
+    EXPECT_NE(kovcam("shoot single -i scene:nowhere" + out + " --trace " + folder / "trace").status, 0);
+    EXPECT_EQ(std::filesystem::file_size(folder / "trace"), std::string("of an earlier session").size());
 }
 
 TEST_F(KovcamTest, ASignalDeliversWhatWasTaken) {
@@ -231,23 +243,6 @@ TEST_F(KovcamTest, TheExampleScriptsRun) {
         ++scripts;
     }
     EXPECT_GE(scripts, 8);
-}
-
-TEST_F(KovcamTest, WhatWasSavedStaysWhenALaterStepFails) {
-    write("session.kov", "0 start-preview\n0 picture\n0 wait 0x100\n0 wait 0xA00 timeout 0.1\n");
-    write("trace", "of an earlier session");
-    EXPECT_NE(kovcam("shoot single -i scene:nowhere" + out + " --trace " + folder / "trace").status, 0);
-    EXPECT_EQ(std::filesystem::file_size(folder / "trace"), std::string("of an earlier session").size());
-    const Outcome run =
-        kovcam("script " + folder / "session.kov" + " -i scene:still-life" + out + " --picture-size 640x480");
-    EXPECT_EQ(run.status, 1);
-    const Outcome full =
-        kovcam("shoot single -i scene:still-life --picture-size 640x480 -o " + folder / "full --trace /dev/full");
-    EXPECT_EQ(full.status, 1);
-    EXPECT_NE(full.output.find("kovcam: the trace /dev/full"), std::string::npos) << full.output;
-    EXPECT_FALSE(sizeOf("full/single-001.jpg").empty());
-    EXPECT_NE(run.output.find("no message 0xA00 came in time"), std::string::npos) << run.output;
-    EXPECT_EQ(sizeOf("picture-001.jpg"), cv::Size(640, 480));
 }
 
 TEST_F(KovcamTest, TakesThePictureWhenTheFaceHasBegunToSmile) {
