@@ -76,24 +76,6 @@ protected:
         frame();
         return taken();
     }
-    /// Runs `action` within the messages of a type.
-    void within(int32_t type, const std::function<void()>& action) {
-        mWithin = type;
-        mAction = action;
-        shot->setCallbacks(
-            [](int32_t msgType, int32_t ext1, int32_t ext2, void* user) {
-                onNotify(msgType, ext1, ext2, user);
-                auto* test = static_cast<ShotActionTest*>(user);
-                if (msgType == test->mWithin)
-                    test->mAction();
-            },
-            onData, onDataTimestamp, this);
-        recorder.take();
-    }
-
-private:
-    int32_t mWithin = 0;
-    std::function<void()> mAction;
 };
 
 TEST_F(ShotActionTest, SetsTheLibraryUpWithAsMuchMemoryAsThereIs) {
@@ -215,8 +197,11 @@ TEST_F(ShotActionTest, ACommandFromWithinAMessageOfTheResult) {
                  {0, 0x1600, untilMade, {}}};
     for (const auto& each : cases) {
         SCOPED_TRACE(text("%d within %x", each.command, each.within));
+        whileNotified = nullptr;
         start({1029, 1031});
-        within(each.within, [&] { each.command ? command(each.command) : retireShot(); });
+        whileNotified = [&](int32_t type, int32_t) {
+            type != each.within ? void() : each.command ? command(each.command) : retireShot();
+        };
         Lines lines = afterFrame();
         std::erase_if(lines, [](auto& line) {
             return line.ends_with("destroyed: pid=PID") || line == "as.UnsetTempMemory" || line == "as.Finalize";

@@ -82,25 +82,20 @@ protected:
     /// Merges two pictures on a new shot, in steps to 50 and 100; `act` runs once when the application is told of 50.
     Lines mergeDisturbed(const std::function<void()>& act) {
         made();
-        shot->setCallbacks(
-            [](int32_t type, int32_t ext1, int32_t ext2, void* user) {
-                onNotify(type, ext1, ext2, user);
-                if (type == 0x2000)
-                    std::exchange(static_cast<ShotAddMeTest*>(user)->mWhileMerging, [] {})();
-            },
-            onData, onDataTimestamp, this);
         picture();
         fakePlusMe().progress = {50, 100};
-        mWhileMerging = act;
+        whileNotified = [this, act](int32_t type, int32_t) {
+            if (type == 0x2000) {
+                whileNotified = nullptr;
+                act();
+            }
+        };
         return picture();
     }
     void send(const std::vector<int32_t>& codes) {
         for (const int32_t code : codes)
             EXPECT_EQ(shot->sendCommand(code, 1, 0), NO_ERROR);
     }
-
-private:
-    std::function<void()> mWhileMerging;
 };
 
 TEST_F(ShotAddMeTest, ANewShotIsReadyAndItsCommandsReachTheLibraryOrTheVendorLayer) {
