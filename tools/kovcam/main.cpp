@@ -10,6 +10,7 @@
 #include "tools/kovcam/Camera.h"
 #include "tools/kovcam/Child.h"
 #include "tools/kovcam/Demonstration.h"
+#include "tools/kovcam/Gallery.h"
 #include "tools/kovcam/Listings.h"
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/Options.h"
@@ -98,6 +99,7 @@ void addCommonOptions(CLI::App& app, CommonOptions& options, bool sourceAndFolde
                    "Seconds that the camera may show no progress while something is waited for")
         ->check(CLI::Range(0.1, 86400.0))
         ->capture_default_str();
+    app.add_option("--record", options.camera.record, "Make a video of the preview: an .mp4 or .mkv file");
     app.add_option("--trace", options.camera.trace, "Write everything that happens to this file, a JSON object a line");
 }
 
@@ -189,7 +191,7 @@ struct Values {
     std::string mode;
     std::vector<std::string> folders;
     std::string trace;
-    std::string drawing;
+    std::string page;
     std::string level;
 };
 
@@ -210,11 +212,20 @@ void addCommands(CLI::App& app, Values& values) {
     demonstrating->add_option("-o,--output", values.folder, "Folder for the gallery")->capture_default_str();
     demonstrating->callback([&values] { demo(values.folder, values.mode); });
 
+    auto* showing =
+        app.add_subcommand("gallery", "Write a page of the pictures in folders, with the time line of their traces")
+            ->footer(
+                "A trace is shown where the folder holds it as trace.jsonl.\n\n"
+                "Example:\n  kovcam gallery out\n  kovcam gallery monday tuesday -o week.html\n");
+    showing->add_option("FOLDER", values.folders, "Folders that kovcam wrote pictures to")->required();
+    showing->add_option("-o,--output", values.page, "The page (default: index.html in the folder)");
+    showing->callback([&values] { std::printf("%s\n", writeGallery(values.folders, values.page).c_str()); });
+
     auto* tracing = app.add_subcommand("trace", "Draw a trace as text, or with -o as a page with a time line")
                         ->footer("Example:\n  kovcam trace out/trace.jsonl -o out/trace.html\n");
     tracing->add_option("FILE", values.trace, "What --trace wrote")->required();
-    tracing->add_option("-o,--output", values.drawing, "The page");
-    tracing->callback([&values] { drawTrace(values.trace, values.drawing); });
+    tracing->add_option("-o,--output", values.page, "The page");
+    tracing->callback([&values] { drawTrace(values.trace, values.page); });
 }
 
 /// Says in one line what is wrong with the command line.
