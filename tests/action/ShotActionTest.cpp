@@ -14,6 +14,7 @@
 #include "tests/support/LongWork.h"
 #include "tests/support/PlacedMemory.h"
 #include "tests/support/ShotTest.h"
+#include "tests/support/WaitingThread.h"
 
 using namespace android;
 using namespace kov::test;
@@ -226,6 +227,21 @@ TEST_F(ShotActionTest, ASwitchAStartAndACancelEndTheResultAtItsNextStep) {
         EXPECT_EQ(result.stepsAfter([&] { frame(); }, prepare, end), 0);
         fakeActionShot() = {};
     }
+}
+
+TEST_F(ShotActionTest, AStartThatWaitsForACancelCanBeStopped) {
+    start({1029, 1031, 0});
+    std::jthread starting;
+    fakeActionShot().during = [&](auto& call) {
+        if (call == "CancelSeries" && !starting.joinable())
+            starting = startUntilItWaits([&] { command(1029); });
+    };
+    command(1030);
+    starting.join();
+    fakeActionShot().during = nullptr;
+    command(1031);
+    taken();
+    EXPECT_EQ(afterFrame(), kStopped);
 }
 
 TEST_F(ShotActionTest, FramesOfSeveralThreadsAndCommandsAtRandom) {

@@ -3,8 +3,6 @@
 #include "shots/addme/JpegEncoderAddMe.h"
 
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 #ifdef KOV_WITH_TURBOJPEG
 #include <turbojpeg.h>
 #endif
@@ -12,7 +10,6 @@
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
-#include <functional>
 #include <memory>
 #include <random>
 #include <vector>
@@ -24,24 +21,18 @@ using namespace android;
 
 namespace {
 
-/// A frame that ends where memory that can be read ends, of noise, so that every coefficient counts.
-std::unique_ptr<uint8_t, std::function<void(uint8_t*)>> guardedFrame(unsigned width, unsigned height) {
-    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    const size_t size = size_t{width} * height * 3 / 2;
-    const size_t mapped = (size / page + 2) * page;
-    void* const base = mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    uint8_t* const end = static_cast<uint8_t*>(base) + mapped - page;
-    mprotect(end, page, PROT_NONE);
-    uint8_t* const yuv = end - size;
-    std::generate_n(yuv, size, [random = std::minstd_rand(7)]() mutable { return random() >> 8 & 0x3F; });
-    return {yuv, [=](uint8_t*) { munmap(base, mapped); }};
+/// A frame of noise, so that every coefficient counts.
+std::vector<uint8_t> noise(unsigned width, unsigned height) {
+    std::vector<uint8_t> yuv(size_t{width} * height * 3 / 2);
+    std::generate(yuv.begin(), yuv.end(), [random = std::minstd_rand(7)]() mutable { return random() >> 8 & 0x3F; });
+    return yuv;
 }
 
 /// The stream; empty when the encoder refused.
-std::vector<uint8_t> encode(uint8_t* yuv, unsigned width, unsigned height) {
+std::vector<uint8_t> encode(std::vector<uint8_t>& yuv, unsigned width, unsigned height) {
     std::vector<uint8_t> stream(size_t{width} * height * 3 / 2 + 4096);
     const int size =
-        jpeg_compress_yuv420sp_AddMe(stream.data(), static_cast<unsigned>(stream.size()), yuv, width, height);
+        jpeg_compress_yuv420sp_AddMe(stream.data(), static_cast<unsigned>(stream.size()), yuv.data(), width, height);
     stream.resize(static_cast<size_t>(size));
     return stream;
 }
@@ -73,21 +64,21 @@ TEST(JpegEncoderAddMe, WritesWhatTurboJpegWrites) {
     const unsigned sizes[][2] = {{16, 16}, {640, 480}, {1280, 720}, {2560, 1920}, {48, 80},   {2544, 1904},
                                  {2, 2},   {18, 34},   {24, 8},     {40, 50},     {638, 478}, {30, 1000}};
     for (const auto& [width, height] : sizes) {
-        const auto frame = guardedFrame(width, height);
-        EXPECT_TRUE(encode(frame.get(), width, height) == byTurboJpeg(frame.get(), width, height)) << width;
+        auto frame = noise(width, height);
+        EXPECT_TRUE(encode(frame, width, height) == byTurboJpeg(frame.data(), width, height)) << width;
     }
 }
 
 #endif
 
 TEST(JpegEncoderAddMe, KeepsToTheCapacity) {
-    const auto frame = guardedFrame(320, 240);
-    const unsigned length = static_cast<unsigned>(encode(frame.get(), 320, 240).size());
+    auto frame = noise(320, 240);
+    const unsigned length = static_cast<unsigned>(encode(frame, 320, 240).size());
     ASSERT_GT(length, 1000U);
     for (const unsigned capacity : {1U, 2U, 20U, 300U, 700U, length / 2, length - 1, length, length + 1}) {
         SCOPED_TRACE(capacity);
         std::vector<uint8_t> stream(100000, 0xA5);
-        EXPECT_EQ(jpeg_compress_yuv420sp_AddMe(stream.data(), capacity, frame.get(), 320, 240),
+        EXPECT_EQ(jpeg_compress_yuv420sp_AddMe(stream.data(), capacity, frame.data(), 320, 240),
                   capacity > length ? static_cast<int>(length) : 0);
         EXPECT_TRUE(std::all_of(stream.begin() + capacity, stream.end(), [](uint8_t byte) { return byte == 0xA5; }));
     }
@@ -113,14 +104,14 @@ TEST(JpegEncoderAddMe, WorksInEightRowsOfChroma) {
                                  {34, 48, (8 + 16) * 48}};
     for (const auto& [width, height, scratch] : cases) {
         SCOPED_TRACE(width);
-        const auto frame = guardedFrame(width, height);
+        auto frame = noise(width, height);
         size_t asked = 0;
         kov::test::fakeSystem().allowsMemory = [&, scratch = scratch](size_t size) {
             return (asked += size) == scratch;
         };
-        EXPECT_FALSE(encode(frame.get(), width, height).empty());
+        EXPECT_FALSE(encode(frame, width, height).empty());
         kov::test::fakeSystem().allowsMemory = [](size_t) { return false; };
-        EXPECT_TRUE(encode(frame.get(), width, height).empty());
+        EXPECT_TRUE(encode(frame, width, height).empty());
         kov::test::resetFakeSystem();
     }
 }

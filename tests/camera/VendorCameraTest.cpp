@@ -430,10 +430,12 @@ TEST_F(VendorCameraTest, FocusesAndCancels) {
     camera->autoFocus();
     EXPECT_EQ(await(CAMERA_MSG_FOCUS).front().ext1, 1);
     forget();
-    camera->autoFocus();
-    camera->cancelAutoFocus();
     camera->takePicture();
     EXPECT_EQ(camera->takePicture(), INVALID_OPERATION);
+    await(CAMERA_MSG_SHUTTER);  // the thread that focuses too is held there
+    camera->startPreview();
+    camera->autoFocus();
+    camera->cancelAutoFocus();
     camera->cancelPicture();
     cancelled = true;
     await([&] { return camera->takePicture() == NO_ERROR; });

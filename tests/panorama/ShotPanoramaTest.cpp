@@ -466,14 +466,4 @@ TEST_F(ShotPanoramaTest, CommandsAndASwitchWhileFramesCome) {
     EXPECT_EQ(recorder.take("px_free").size(), static_cast<size_t>(fakePanoraMax().made));
 }
 
-TEST_F(ShotPanoramaTest, WithoutAVendorLayer) {
-    retireShot();
-    hardware.clear();
-    makeShot();
-    EXPECT_EQ(shot->sendCommand(1019, 0, 0), INVALID_OPERATION);
-    shot->processDataCallback(CAMERA_MSG_PREVIEW_FRAME, makeRegion(100));
-    EXPECT_EQ(recorder.take("E ShotPanorama"),
-              (Lines{"E ShotPanorama: mHardware is NULL, returning.", "E ShotPanorama: mDataCb is NULL, returning."}));
-}
-
 }  // namespace
