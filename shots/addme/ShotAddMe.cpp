@@ -198,9 +198,7 @@ status_t ShotAddMe::startPreview() {
 /// Replaces the slots by two of this size. False, with a line, when there is no memory for them.
 bool ShotAddMe::makeSlots(size_t frameSize) {
     pPreviewHeapBase = nullptr;
-    mPreviewHeap.clear();
-    if (frameSize <= PTRDIFF_MAX / 2)
-        mPreviewHeap = os::newHeap(2 * frameSize);
+    mPreviewHeap = frameSize <= PTRDIFF_MAX / 2 ? os::newHeap(2 * frameSize) : sp<MemoryHeapBase>();
     if (mPreviewHeap.get()) {
         pPreviewHeapBase = static_cast<unsigned char*>(mPreviewHeap->getBase());
         return true;

@@ -73,6 +73,7 @@ int32_t ActionShot_StartSeries(ActionShot_Handle engine) {
 }
 
 int32_t ActionShot_IsConnected(ActionShot_Handle engine) {
+    call(engine);
     return engine == gEngine;
 }
 

@@ -25,7 +25,7 @@ constexpr size_t kFrame = 64 * 48 * 3 / 2;
 constexpr size_t kBlock = 460800;
 
 const Lines kShown = {"app.data 0x10 4608"};
-const Lines kHandled = {"as.HandleFrame 64x48 of 9"};
+const Lines kHandled = {"as.IsConnected", "as.HandleFrame 64x48 of 9", "as.IsConnected"};
 const Lines kFollowed = kHandled + Lines{"app.notify 0x1800 42 0"} + kShown;
 const Lines kEnded = kHandled + Lines{"E ShotAction: call StopCapture 3",
                                       "D ShotAction: Stopping acquisition by myself.", "app.notify 0x1200 0 0"};
@@ -126,6 +126,11 @@ TEST_F(ShotActionTest, SetsTheLibraryUpWithAsMuchMemoryAsThereIs) {
         EXPECT_EQ(recorder.take(), Lines{"I ShotAction: ShotAction destroyed: pid=PID"} + each.gone +
                                        Lines{"I ShotCommon: ShotCommon destroyed: pid=PID"});
     }
+    fakeActionShot() = {};
+    fakeSystem().allowsMemory = nullptr;
+    hardware->params.setPreviewSize(1, 1);
+    makeShot();
+    EXPECT_EQ(recorder.take("E "), Lines{});
 }
 
 TEST_F(ShotActionTest, TheLibrarySaysWhatBecomesOfAFrameAndEndsTheSeries) {
@@ -255,7 +260,7 @@ TEST_F(ShotActionTest, FramesOfSeveralThreadsAndCommandsAtRandom) {
         const bool creates = call == "CreateResult";
         runs = call == "StartSeries" || (runs && call != "CancelSeries");
         // No frame while a result is made, no result that was not asked for, and neither after a cancel.
-        wrong += (last == "CreateResult" && call == "HandleFrame") || (creates && !stopped);
+        wrong += (last == "CreateResult" && call == "IsConnected") || (creates && !stopped);
         wrong += (creates || call == "HandleFrame") && !runs;
         last = call;
         std::this_thread::sleep_for(std::chrono::microseconds(20));  // for another thread to come in
@@ -434,25 +439,28 @@ TEST_F(ShotActionTest, TheGuidesAreDrawnToTheByte) {
     hardware->params.setPreviewSize(320, 240);
     start({1029});
     auto& display = fakeActionShot().display;
-    display.entries[0] = {101, 101, 201, 181, 0};  // odd: corners are made even
-    display.entries[1] = {41, 21, 121, 151, 1};
-    display.entries[2] = {5, 5, 50, 50, 2};
+    std::vector<uint8_t> expected;
+    for (const int by : {0, 1}) {  // corners are made even
+        display.entries[0] = {101 + by, 101 + by, 201 + by, 181 + by, 0};
+        display.entries[1] = {41 + by, 21 + by, 121 + by, 151 + by, 1};
+        display.entries[2] = {5, 5, 50, 50, 2};
+        display.count = 3;
+        frame(placedMemory(320 * 240 * 3 / 2, 90));
+        expected.assign(320 * 240 * 3 / 2, 90);
+        uint8_t* const chroma = expected.data() + 320 * 240;
+        const auto draw = [&](int left, int top, int right, int bottom, uint32_t rgb) {
+            drawRectangle({320, 240, {expected.data(), chroma, chroma + 1}}, OverlayLayout::SemiPlanar, left + by,
+                          top + by, right + by, bottom + by, overlayColor(rgb), OverlayFrame::Outward2);
+        };
+        draw(117, 125, 217, 205, 0x00FF00);
+        draw(27, 45, 137, 125, 0x000000);
+        draw(29, 47, 135, 123, 0xFFFFFF);
+        draw(133, 121, 135, 123, 0xFFFFFF);
+        draw(31, 49, 133, 121, 0xFFFFFF);
+        draw(33, 51, 131, 119, 0x000000);
+        EXPECT_TRUE(bytesOf(lastData) == expected) << by;
+    }
     display.entries[3] = {INT32_MIN, INT32_MAX, INT32_MAX, INT32_MIN, 1};
-    display.count = 3;
-    frame(placedMemory(320 * 240 * 3 / 2, 90));
-    std::vector<uint8_t> expected(320 * 240 * 3 / 2, 90);
-    uint8_t* const chroma = expected.data() + 320 * 240;
-    const auto draw = [&](int left, int top, int right, int bottom, uint32_t rgb) {
-        drawRectangle({320, 240, {expected.data(), chroma, chroma + 1}}, OverlayLayout::SemiPlanar, left, top, right,
-                      bottom, overlayColor(rgb), OverlayFrame::Outward2);
-    };
-    draw(116, 124, 216, 204, 0x00FF00);
-    draw(26, 44, 136, 124, 0x000000);
-    draw(28, 46, 134, 122, 0xFFFFFF);
-    draw(132, 120, 134, 122, 0xFFFFFF);
-    draw(30, 48, 132, 120, 0xFFFFFF);
-    draw(32, 50, 130, 118, 0x000000);
-    EXPECT_TRUE(bytesOf(lastData) == expected);
     for (const int32_t count : {4, 1000, -5}) {  // wild coordinates and counts draw nothing outside
         display.count = count;
         frame(placedMemory(320 * 240 * 3 / 2, 90));

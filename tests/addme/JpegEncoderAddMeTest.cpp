@@ -12,12 +12,14 @@
 #include <cstdlib>
 #include <memory>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include "tests/support/FakeSystem.h"
 #include "tests/support/Recorder.h"
 
 using namespace android;
+using namespace kov::test;
 
 namespace {
 
@@ -61,8 +63,8 @@ std::vector<uint8_t> byTurboJpeg(const uint8_t* frame, unsigned width, unsigned 
 
 // Planes, tables, DCT, padding, restart interval and markers: a change of any of them would show.
 TEST(JpegEncoderAddMe, WritesWhatTurboJpegWrites) {
-    const unsigned sizes[][2] = {{16, 16}, {640, 480}, {1280, 720}, {2560, 1920}, {48, 80},   {2544, 1904},
-                                 {2, 2},   {18, 34},   {24, 8},     {40, 50},     {638, 478}, {30, 1000}};
+    const unsigned sizes[][2] = {{16, 16}, {640, 480}, {1280, 720}, {2560, 1920}, {48, 80},   {2544, 1904}, {2, 2},
+                                 {18, 34}, {24, 8},    {40, 50},    {638, 478},   {30, 1000}, {65500, 2}};
     for (const auto& [width, height] : sizes) {
         auto frame = noise(width, height);
         EXPECT_TRUE(encode(frame, width, height) == byTurboJpeg(frame.data(), width, height)) << width;
@@ -71,30 +73,42 @@ TEST(JpegEncoderAddMe, WritesWhatTurboJpegWrites) {
 
 #endif
 
-TEST(JpegEncoderAddMe, KeepsToTheCapacity) {
+/// The line that says why there is no stream.
+Lines refusal(unsigned width, unsigned height, unsigned capacity, const char* reason) {
+    return {text("E JpegEncoderAddMe: cannot compress %ux%u into %u bytes: %s", width, height, capacity, reason)};
+}
+
+TEST(JpegEncoderAddMe, KeepsToTheCapacityAndRefusesWhatCannotBe) {
+    Recorder log;
     auto frame = noise(320, 240);
     const unsigned length = static_cast<unsigned>(encode(frame, 320, 240).size());
     ASSERT_GT(length, 1000U);
     for (const unsigned capacity : {1U, 2U, 20U, 300U, 700U, length / 2, length - 1, length, length + 1}) {
         SCOPED_TRACE(capacity);
         std::vector<uint8_t> stream(100000, 0xA5);
+        const bool fits = capacity > length;
         EXPECT_EQ(jpeg_compress_yuv420sp_AddMe(stream.data(), capacity, frame.data(), 320, 240),
-                  capacity > length ? static_cast<int>(length) : 0);
+                  fits ? static_cast<int>(length) : 0);
+        EXPECT_EQ(log.take(), fits ? Lines{} : refusal(320, 240, capacity, "the buffer is full"));
         EXPECT_TRUE(std::all_of(stream.begin() + capacity, stream.end(), [](uint8_t byte) { return byte == 0xA5; }));
     }
-}
-
-TEST(JpegEncoderAddMe, RefusesWhatCannotBe) {
-    std::vector<uint8_t> frame(64 * 64 * 3 / 2);
-    std::vector<uint8_t> out(4096);
-    const unsigned sizes[][2] = {
-        {0, 64}, {64, 0}, {63, 64}, {64, 63}, {65536, 16}, {16, UINT_MAX - 1}, {1U << 31, 1U << 31}};
-    for (const auto& [width, height] : sizes)
-        EXPECT_EQ(jpeg_compress_yuv420sp_AddMe(out.data(), 4096, frame.data(), width, height), 0) << width;
-    EXPECT_EQ(jpeg_compress_yuv420sp_AddMe(out.data(), 0, frame.data(), 64, 64), 0);
-    EXPECT_EQ(jpeg_compress_yuv420sp_AddMe(nullptr, 4096, frame.data(), 64, 64), 0);
-    EXPECT_EQ(jpeg_compress_yuv420sp_AddMe(out.data(), 4096, nullptr, 64, 64), 0);
-    EXPECT_GT(jpeg_compress_yuv420sp_AddMe(out.data(), 4096, frame.data(), 64, 64), 0);
+    uint8_t* const yuv = frame.data();
+    uint8_t out[4096];
+    const std::tuple<uint8_t*, unsigned, uint8_t*, unsigned, unsigned> cases[] = {{out, 4096, yuv, 0, 64},
+                                                                                  {out, 4096, yuv, 64, 0},
+                                                                                  {out, 4096, yuv, 63, 64},
+                                                                                  {out, 4096, yuv, 64, 63},
+                                                                                  {out, 4096, yuv, 65502, 2},
+                                                                                  {out, 4096, yuv, 2, 65502},
+                                                                                  {out, 4096, yuv, 16, UINT_MAX - 1},
+                                                                                  {out, 4096, yuv, 1U << 31, 1U << 31},
+                                                                                  {out, 0, yuv, 64, 64},
+                                                                                  {nullptr, 4096, yuv, 64, 64},
+                                                                                  {out, 4096, nullptr, 64, 64}};
+    for (const auto& [to, capacity, from, width, height] : cases) {
+        EXPECT_EQ(jpeg_compress_yuv420sp_AddMe(to, capacity, from, width, height), 0);
+        EXPECT_EQ(log.take(), refusal(width, height, capacity, "not a frame, or no buffer"));
+    }
 }
 
 TEST(JpegEncoderAddMe, WorksInEightRowsOfChroma) {
@@ -106,13 +120,13 @@ TEST(JpegEncoderAddMe, WorksInEightRowsOfChroma) {
         SCOPED_TRACE(width);
         auto frame = noise(width, height);
         size_t asked = 0;
-        kov::test::fakeSystem().allowsMemory = [&, scratch = scratch](size_t size) {
-            return (asked += size) == scratch;
-        };
+        Recorder log;
+        fakeSystem().allowsMemory = [&, scratch = scratch](size_t size) { return (asked += size) == scratch; };
         EXPECT_FALSE(encode(frame, width, height).empty());
-        kov::test::fakeSystem().allowsMemory = [](size_t) { return false; };
+        fakeSystem().allowsMemory = [](size_t) { return false; };
         EXPECT_TRUE(encode(frame, width, height).empty());
-        kov::test::resetFakeSystem();
+        EXPECT_EQ(log.take(), refusal(width, height, width * height * 3 / 2 + 4096, "no memory"));
+        resetFakeSystem();
     }
 }
 

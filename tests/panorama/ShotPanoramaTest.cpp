@@ -13,7 +13,7 @@
 #include "tests/support/FakeArcJpeg.h"
 #include "tests/support/FakeSystem.h"
 #include "tests/support/LongWork.h"
-#include "tests/support/Region.h"
+#include "tests/support/PlacedMemory.h"
 #include "tests/support/ShotTest.h"
 #include "tests/support/WaitingThread.h"
 
@@ -70,7 +70,7 @@ protected:
         int width = 0, height = 0;
         hardware->params.getPreviewSize(&width, &height);
         fakePanoraMax().status.status = status;
-        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeRegion(static_cast<size_t>(width) * height * 3 / 2, fill));
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, placedMemory(static_cast<size_t>(width) * height * 3 / 2, fill));
     }
     Lines frame(uint32_t status = 1, uint8_t fill = 0) {
         deliver(status, fill);
@@ -140,7 +140,7 @@ TEST_F(ShotPanoramaTest, ASweepFromStartToPicture) {
     EXPECT_EQ(fakeArcJpeg().lastBitmap.pPlane[0], fakePanoraMax().bytes.data());
     EXPECT_EQ(fakeArcJpeg().lastBitmap.dwPixelArrayFormat, 0x70000002U);
     EXPECT_EQ(frame(), passed);
-    EXPECT_EQ(shot->handled(makeRegion(460800)), Lines{"0"});
+    EXPECT_EQ(shot->handled(placedMemory(460800)), Lines{"0"});
     EXPECT_EQ(shot->image(), (std::vector{1, 32, 16}));
     recorder.take();
     EXPECT_EQ(command(1019), (start + init + Lines{"W free", "px_free #1"} + started(2)));
@@ -194,7 +194,7 @@ TEST_F(ShotPanoramaTest, StopAndCancelOutsideAndInside) {
     command(1019);
     fakePanoraMax().results["px_endCapture"] = 5;
     command(1020);
-    EXPECT_EQ(shot->handled(makeRegion(460800)), Lines{"0"});
+    EXPECT_EQ(shot->handled(placedMemory(460800)), Lines{"0"});
     retireShot();
     EXPECT_EQ(recorder.take(), (Lines{"I ShotPanorama: ShotPanorama destroyed: pid=PID", "W ShotPanorama: free",
                                       "px_free #5", "I ShotCommon: ShotCommon destroyed: pid=PID"}));
@@ -279,11 +279,11 @@ TEST_F(ShotPanoramaTest, InitTakesItsOwnSizeAndRefusesAndIgnores) {
     shot->init(640, 240, true);
     taken();
     fakePanoraMax().status = {2, 0, 0, 1, 30, 10, {}, 2};
-    EXPECT_EQ(shot->handled(makeRegion(460800)), Lines{"1"});  // ready, but not added
+    EXPECT_EQ(shot->handled(placedMemory(460800)), Lines{"1"});  // ready, but not added
     EXPECT_EQ(taken(), Lines{"px_handleFrame #2 640x240 of 0 at 100"});
     fakePanoraMax().status.status = 3;                  // add it
     for (const char* const how : {"2", "2", "0", "0"})  // the buffer is full, but there is no capture to stop
-        EXPECT_EQ(shot->handled(makeRegion(460800)), Lines{how});
+        EXPECT_EQ(shot->handled(placedMemory(460800)), Lines{how});
 }
 
 TEST_F(ShotPanoramaTest, FramesThatAreNotTheCapturesGoByUnread) {
@@ -291,7 +291,7 @@ TEST_F(ShotPanoramaTest, FramesThatAreNotTheCapturesGoByUnread) {
         "E preview frames are not semi-planar 4:2:0 of 640 x 480, as the capture wants them; they "
         "are passed on as they are";
     command(1019);
-    const sp<IMemory> frames[] = {makeRegion(460799), makeRegion(0), makeLyingRegion(460800),
+    const sp<IMemory> frames[] = {placedMemory(460799), placedMemory(0), placedMemory(16, 0, 460800),
                                   new MemoryBase(nullptr, 0, 460800), nullptr};
     for (int round = 0; round < 2; ++round) {
         for (const auto& data : frames)
@@ -301,9 +301,9 @@ TEST_F(ShotPanoramaTest, FramesThatAreNotTheCapturesGoByUnread) {
                   round == 0 ? 3 : 0);
         EXPECT_EQ(lines.size(), round == 0 ? 8U : 5U);
     }
-    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeRegion(460801));  // with something behind it
+    hardware->data(CAMERA_MSG_PREVIEW_FRAME, placedMemory(460801));  // with something behind it
     EXPECT_EQ(taken(), analysed(100) + Lines{"app.data 0x10 460801"});
-    hardware->data(CAMERA_MSG_RAW_IMAGE, makeRegion(460800));
+    hardware->data(CAMERA_MSG_RAW_IMAGE, placedMemory(460800));
     const auto restart = [&](int width, int height) {
         hardware->params.setPreviewSize(width, height);
         EXPECT_EQ(shot->startPreview(), NO_ERROR);

@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "tests/smile/FakeArcFace.h"
-#include "tests/support/Region.h"
+#include "tests/support/PlacedMemory.h"
 #include "tests/support/ShotTest.h"
 #include "tests/support/WaitingThread.h"
 
@@ -96,7 +96,7 @@ protected:
     void deliver(uint8_t fill = 0) {
         int width = 0, height = 0;
         hardware->params.getPreviewSize(&width, &height);
-        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeRegion(static_cast<size_t>(width) * height * 3 / 2, fill));
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, placedMemory(static_cast<size_t>(width) * height * 3 / 2, fill));
     }
     Lines framed() {
         frame();
@@ -201,11 +201,15 @@ TEST_F(ShotSmileTest, EnginesThatLieAreSurvived) {
     make();
     start();
     show(6, 6);
-    fakeArcFace().smiles = std::vector<__tag_rect>(64, kSmile);
+    fakeArcFace().smiles = std::vector<__tag_rect>(66, kSmile);
+    fakeArcFace().smiles[63] = {100, 20, 120, 40};
+    fakeArcFace().smiles[64] = {100, 60, 120, 80};  // one too many
     fakeArcFace().smileCount = INT_MAX;
     fakeArcFace().faces = {kFace, kSmile, kFace};
     fakeArcFace().faceCount = INT_MAX;
     EXPECT_EQ(framed().size(), 5U);  // both looked for, success, told, delivered
+    EXPECT_EQ(bytesOf(lastData)[20 * 160 + 110], 118);
+    EXPECT_EQ(bytesOf(lastData)[60 * 160 + 110], 0);
     start();
     fakeArcFace().smiles.clear();
     fakeArcFace().faceCount = 1;
@@ -356,15 +360,15 @@ TEST_F(ShotSmileTest, AFrameInTheEnginesHasTheSizeThatTheyWereMadeFor) {
 TEST_F(ShotSmileTest, OtherMessagesAndNoVendorLayer) {
     make();
     for (int round = 0; round < 2; ++round) {  // one line for each kind of fault
-        for (const auto& data : {makeRegion(28799), makeRegion(0), makeLyingRegion(28800)})
+        for (const auto& data : {placedMemory(28799), placedMemory(0), placedMemory(16, 0, 28800)})
             hardware->data(CAMERA_MSG_PREVIEW_FRAME, data);
         const Lines lines = recorder.take();
         EXPECT_EQ(lines.size(), round == 0 ? 6U : 3U);
     }
-    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeRegion(30000));  // with something behind it
+    hardware->data(CAMERA_MSG_PREVIEW_FRAME, placedMemory(30000));  // with something behind it
     EXPECT_EQ(recorder.take(), tracked() + Lines{"app.data 0x10 30000"});
     hardware->data(CAMERA_MSG_PREVIEW_FRAME, nullptr);
-    hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeRegion(5));
+    hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, placedMemory(5));
     EXPECT_EQ(shot->sendCommand(1018, 1, 2), NO_ERROR);
     EXPECT_EQ(shot->sendCommand(1017, 1, 2), NO_ERROR);
     EXPECT_EQ(shot->sendCommand(1019, 1, 2), NO_ERROR);
