@@ -356,6 +356,7 @@ TEST_F(ShotPanoramaTest, TheGuideIsInTheFrameAndIsThatFramesOwn) {
 }
 
 TEST_F(ShotPanoramaTest, ACancelOrASwitchEndsTheStitchAtItsNextStep) {
+    resetFakeSystem();  // the real clock, which threads may share
     const auto cancel = [&] { EXPECT_EQ(shot->sendCommand(1022, 0, 0), NO_ERROR); };
     const auto begin = [&](const std::vector<uint32_t>& progress) {
         retireShot();
