@@ -250,6 +250,26 @@ TEST_F(ShotActionTest, AStartThatWaitsForACancelCanBeStopped) {
     EXPECT_EQ(afterFrame(), kStopped);
 }
 
+TEST_F(ShotActionTest, AResultThatBeginsWhileACommandWaitsEndsWithIt) {
+    for (const int32_t code : {1029, 1030}) {
+        start({1029, 1031});
+        std::jthread framing, commanding;
+        whileNotified = [&](int32_t type, int32_t) { type == 0x1200 ? commanding.join() : void(); };
+        fakeSystem().allowsHeap = [&](size_t) {
+            framing = startUntilItWaits([&] { frame(); });  // which goes on first
+            commanding = startUntilItWaits([&, code] { command(code); });
+            return true;
+        };
+        shot->startPreview();
+        framing.join();
+        if (commanding.joinable())
+            commanding.join();
+        whileNotified = nullptr;
+        fakeSystem().allowsHeap = nullptr;
+        EXPECT_TRUE(recorder.take("as.CreateResult").empty()) << code;
+    }
+}
+
 TEST_F(ShotActionTest, FramesOfSeveralThreadsAndCommandsAtRandom) {
     hardware->params.setPreviewSize(640, 480);  // whose copies take long enough for a command to come meanwhile
     start();

@@ -179,9 +179,7 @@ TEST_F(FaceEnginesTest, TheNetworksOfAFolderAreUsedWhenTheyAreWhole) {
     std::filesystem::resize_file(folder / "face_expression.bin", 100);
     EXPECT_EQ(remake(), 1U);
     writeNetwork(folder / "tiny_face_detector", {{"conv0/filters", {3, 3, 3, 0}}});
-    EXPECT_EQ(remake(), 2U);
-    EXPECT_FALSE(smilesOnce(240));  // a cascade sees no face in it
-    EXPECT_EQ(faces.count, 0);
+    EXPECT_EQ(remake(), 2U);  // the cascades are taken
 }
 
 TEST_F(FaceEnginesTest, AnEngineThatCannotBeIsNotMade) {
