@@ -254,7 +254,10 @@ TEST_F(ShotActionTest, AResultThatBeginsWhileACommandWaitsEndsWithIt) {
     for (const int32_t code : {1029, 1030}) {
         start({1029, 1031});
         std::jthread framing, commanding;
-        whileNotified = [&](int32_t type, int32_t) { type == 0x1200 ? commanding.join() : void(); };
+        whileNotified = [&](int32_t type, int32_t) {
+            if (type == 0x1200 && commanding.joinable())
+                commanding.join();
+        };
         fakeSystem().allowsHeap = [&](size_t) {
             framing = startUntilItWaits([&] { frame(); });  // which goes on first
             commanding = startUntilItWaits([&, code] { command(code); });
