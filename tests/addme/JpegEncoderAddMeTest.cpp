@@ -63,8 +63,8 @@ std::vector<uint8_t> byTurboJpeg(const uint8_t* frame, unsigned width, unsigned 
 
 // Planes, tables, DCT, padding, restart interval and markers: a change of any of them would show.
 TEST(JpegEncoderAddMe, WritesWhatTurboJpegWrites) {
-    const unsigned sizes[][2] = {{16, 16}, {640, 480}, {1280, 720}, {2560, 1920}, {48, 80},   {2544, 1904}, {2, 2},
-                                 {18, 34}, {24, 8},    {40, 50},    {638, 478},   {30, 1000}, {65500, 2}};
+    const unsigned sizes[][2] = {{16, 16}, {640, 480}, {1280, 720}, {2560, 1920}, {48, 80},   {2544, 1904},
+                                 {2, 2},   {18, 34},   {24, 8},     {40, 50},     {638, 478}, {30, 1000}};
     for (const auto& [width, height] : sizes) {
         auto frame = noise(width, height);
         EXPECT_TRUE(encode(frame, width, height) == byTurboJpeg(frame.data(), width, height)) << width;
