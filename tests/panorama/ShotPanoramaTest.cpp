@@ -258,7 +258,7 @@ TEST_F(ShotPanoramaTest, NothingThatCannotBeAnImageIsEncodedAndNoFailureIsSilent
     const std::string unmade = "E the panorama could not be encoded; there is no picture of it";
     for (const bool opens : {false, true}) {
         capture();
-        fakePanoraMax().image = {0, 32, 16, {fakePanoraMax().bytes.data(), nullptr, nullptr}};
+        fakePanoraMax().image = {0, 1, 1, {fakePanoraMax().bytes.data(), nullptr, nullptr}};
         fakeArcJpeg().streamOpens = opens;
         fakeArcJpeg().jpeg = "";
         const Lines lines = command(1020);
