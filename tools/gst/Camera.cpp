@@ -16,7 +16,7 @@ using cam::Session;
 namespace {
 
 constexpr int kFramesBefore = 12;                        // of preview, as a person would take to frame the picture
-constexpr nsecs_t kPatience = 60 * nsecs_t{1000000000};  // for a picture; then another may be taken
+constexpr nsecs_t kPatience = 30 * nsecs_t{1000000000};  // for a mode that is to give pictures and says nothing
 
 }  // namespace
 
@@ -218,11 +218,11 @@ void Camera::beginCapture(Session& session) {
             mBeganByItself = false;
             throw Error("a capture needs a running preview; set the pipeline to PLAYING first");
         }
-        const bool stuck = mTaking && systemTime() - mAsked > kPatience;
+        const bool stuck = mTaking && systemTime() - mHeard > kPatience;
         if (mCapture != Capture::None && !stuck)
             throw Error("a capture is under way; wait for its pictures, or stop it");
         mCapture = Capture::Running;
-        mBegan = systemTime();
+        mBegan = mHeard = systemTime();
         start = captureWay(mMode).start;
     }
     try {
@@ -245,6 +245,7 @@ void Camera::endCapture(Session& session) {
         if (mCapture != Capture::Running || way.stop == 0)
             return;
         mCapture = Capture::Ending;
+        mHeard = systemTime();
     }
     session.sendCommand(way.stop);
     if (way.stop == way.drop)
@@ -272,7 +273,7 @@ void Camera::takePicture(Session& session) {
     {
         const AutoMutex held(mLock);
         stuck = std::exchange(mTaking, true);
-        mAsked = systemTime();
+        mHeard = systemTime();
     }
     if (stuck)
         session.cancelPicture();
@@ -321,8 +322,10 @@ void Camera::frameCame() {
     const bool wanted = mHooks.picturesWanted();
     bool start = false;
     bool stop = false;
+    bool silent = false;
     {
         const AutoMutex held(mLock);
+        silent = mCapture == Capture::Ending && systemTime() - mHeard > kPatience;
         if (mCapture == Capture::None && wanted && mByItself.count != 0 && !mBeganByItself &&
             ++mFramesBetween >= kFramesBefore) {
             start = mBeganByItself = true;
@@ -335,6 +338,10 @@ void Camera::frameCame() {
         startCapture();
     if (stop)
         stopCapture();
+    if (silent) {
+        mHooks.refused("the capture gave no picture; the log says why");
+        captureIsOver();
+    }
 }
 
 void Camera::pictureCame() {
@@ -367,6 +374,7 @@ void Camera::messageCame(int32_t type, int32_t ext1) {
     {
         const AutoMutex held(mLock);
         const CaptureWay& way = captureWay(mMode);
+        mHeard = systemTime();
         over = type == way.done || (way.none != 0 && type == way.none && ext1 == 0);
     }
     if (over)

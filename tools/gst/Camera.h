@@ -102,9 +102,9 @@ private:
     bool mConfigured GUARDED_BY(mLock) = false;
     bool mPlaying GUARDED_BY(mLock) = false;
     bool mTaking GUARDED_BY(mLock) = false;  // a picture was asked for; the preview stands until it comes
-    nsecs_t mAsked GUARDED_BY(mLock) = 0;
     Capture mCapture GUARDED_BY(mLock) = Capture::None;
     nsecs_t mBegan GUARDED_BY(mLock) = 0;
+    nsecs_t mHeard GUARDED_BY(mLock) = 0;  // when the mode was last heard of, or asked for something
     bool mBeganByItself GUARDED_BY(mLock) = false;
     ByItself mByItself GUARDED_BY(mLock) = {0, 0};
     int mFramesBetween GUARDED_BY(mLock) = 0;  // since the last capture

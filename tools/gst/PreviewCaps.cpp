@@ -89,8 +89,20 @@ CapsPtr previewCaps(const Parameters& parameters) {
     return caps;
 }
 
-CapsPtr fixated(CapsPtr possible) {
-    CapsPtr caps(gst_caps_make_writable(gst_caps_truncate(possible.release())));
+CapsPtr fixated(const CapsPtr& ours, const CapsPtr& theirs) {
+    CapsPtr caps(gst_caps_intersect_full(ours.get(), theirs.get(), GST_CAPS_INTERSECT_FIRST));
+    if (gst_caps_is_empty(caps.get()))
+        return caps;
+    caps.reset(gst_caps_make_writable(gst_caps_truncate(caps.release())));
+    // An intersection has lists in either order; ours begin with what is set.
+    CapsPtr set(gst_caps_fixate(gst_caps_copy(ours.get())));
+    const GstStructure* const wanted = gst_caps_get_structure(set.get(), 0);
+    GstStructure* const one = gst_caps_get_structure(caps.get(), 0);
+    int numerator = 0;
+    int denominator = 0;
+    gst_structure_get_fraction(wanted, "framerate", &numerator, &denominator);
+    gst_structure_fixate_field_string(one, "format", gst_structure_get_string(wanted, "format"));
+    gst_structure_fixate_field_nearest_fraction(one, "framerate", numerator, denominator);
     return CapsPtr(gst_caps_fixate(caps.release()));
 }
 

@@ -20,8 +20,8 @@ inline constexpr char kPreviewTemplate[] =
 
 /// The sizes, formats and rates that the camera's parameters list, first the one that is set.
 CapsPtr previewCaps(const Parameters& parameters);
-/// Fixed caps out of what is possible; takes what the camera prefers.
-CapsPtr fixated(CapsPtr possible);
+/// Fixed caps out of `ours` that `theirs` allow, as near to what is set as they allow; empty when there are none.
+CapsPtr fixated(const CapsPtr& ours, const CapsPtr& theirs);
 /// The parameters that make the camera give such frames.
 Parameters previewParameters(const GstVideoInfo& info);
 /// Whether a frame is of this size and format.

@@ -57,14 +57,14 @@ bool VideoPad::prepare(GstBuffer*) {
 
 CapsPtr VideoPad::choose() const {
     const CapsPtr ours = previewCaps(mCamera.parameters());
-    CapsPtr possible(gst_pad_peer_query_caps(mPad, ours.get()));
-    if (gst_caps_is_empty(possible.get())) {
-        gchar* const text = gst_caps_to_string(ours.get());
-        const std::string all = text;
-        g_free(text);
-        throw Error("what follows vfsrc takes no size, format and rate that the camera has; it has " + all);
-    }
-    return fixated(std::move(possible));
+    const CapsPtr theirs(gst_pad_peer_query_caps(mPad, ours.get()));
+    CapsPtr caps = fixated(ours, theirs);
+    if (!gst_caps_is_empty(caps.get()))
+        return caps;
+    gchar* const text = gst_caps_to_string(ours.get());
+    const std::string all = text;
+    g_free(text);
+    throw Error("what follows vfsrc takes no size, format and rate that the camera has; it has " + all);
 }
 
 bool VideoPad::negotiate() {
