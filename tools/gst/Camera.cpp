@@ -29,7 +29,7 @@ void Camera::open(Setup setup) {
         mMode = setup.mode;
         mEffect = setup.effect;
         mCapture = Capture::None;
-        mConfigured = mPlaying = mTaking = false;
+        mConfigured = mStartWhenConfigured = mPlaying = mTaking = false;
     }
     const SessionPtr opened =
         Session::open({std::move(setup.source), std::move(setup.parameters), {std::move(setup.listener)}});
@@ -120,11 +120,15 @@ void Camera::configurePreview(const std::map<std::string, std::string>& values) 
         open->setParameters(values);
         prepareMode(*open);  // some modes are made for one size
     }
+    bool start = false;
     {
         const AutoMutex held(mLock);
         mConfigured = true;
+        start = std::exchange(mStartWhenConfigured, false);
     }
     startPreview(*open);
+    if (start)
+        startCapture();
 }
 
 void Camera::setParameter(const std::string& key, const std::string& value) {
@@ -156,7 +160,7 @@ void Camera::rest() {
     open->stopPreview();
     dropCapture(*open);
     const AutoMutex held(mLock);
-    mConfigured = mPlaying = false;
+    mConfigured = mStartWhenConfigured = mPlaying = false;
 }
 
 void Camera::selectMode(int32_t mode) {
@@ -217,6 +221,10 @@ void Camera::beginCapture(Session& session) {
         if (!mPlaying) {
             mBeganByItself = false;
             throw Error("a capture needs a running preview; set the pipeline to PLAYING first");
+        }
+        if (!mConfigured) {
+            mStartWhenConfigured = true;
+            return;
         }
         const bool stuck = mTaking && systemTime() - mHeard > kPatience;
         if (mCapture != Capture::None && !stuck)
@@ -304,14 +312,18 @@ int32_t Camera::command(int32_t code, int32_t arg1, int32_t arg2) {
     return status;
 }
 
+void Camera::forgetCapture() {
+    mCapture = Capture::None;
+    mBeganByItself = false;
+    mFramesBetween = 0;
+}
+
 void Camera::captureIsOver() {
     {
         const AutoMutex held(mLock);
         if (mCapture == Capture::None)
             return;
-        mCapture = Capture::None;
-        mBeganByItself = false;
-        mFramesBetween = 0;
+        forgetCapture();
     }
     mHooks.captureOver();
 }
@@ -370,15 +382,11 @@ void Camera::notified(const cam::Notification& notification) {
 }
 
 void Camera::messageCame(int32_t type, int32_t ext1) {
-    bool over = false;
-    {
-        const AutoMutex held(mLock);
-        const CaptureWay& way = captureWay(mMode);
-        mHeard = systemTime();
-        over = type == way.done || (way.none != 0 && type == way.none && ext1 == 0);
-    }
-    if (over)
-        captureIsOver();
+    const AutoMutex held(mLock);
+    const CaptureWay& way = captureWay(mMode);
+    mHeard = systemTime();
+    if (mCapture != Capture::None && (type == way.done || (way.none != 0 && type == way.none && ext1 == 0)))
+        forgetCapture();
 }
 
 }  // namespace kov::gst

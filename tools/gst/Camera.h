@@ -62,7 +62,8 @@ public:
     void selectMode(int32_t mode) EXCLUDES(mTurn, mLock);
     void selectEffect(int32_t effect) EXCLUDES(mTurn, mLock);
 
-    /// Both return at once; what the camera refuses goes to the hook.
+    /// Both return at once; a capture begins as soon as the preview is configured. What the camera refuses goes to the
+    /// hook.
     void startCapture() EXCLUDES(mLock);
     /// Ends what startCapture began so that its pictures come. A picture ends by itself.
     void stopCapture() EXCLUDES(mLock);
@@ -71,6 +72,7 @@ public:
     int32_t command(int32_t code, int32_t arg1, int32_t arg2) EXCLUDES(mLock);
 
     void frameCame() EXCLUDES(mLock);
+    /// Before others are told, so that who is told may begin the next capture.
     void pictureCame() EXCLUDES(mLock);
     void notified(const cam::Notification& notification) EXCLUDES(mLock);
 
@@ -90,6 +92,7 @@ private:
     void takePicture(cam::Session& session) REQUIRES(mTurn) EXCLUDES(mLock);
     void messageCame(int32_t type, int32_t ext1) EXCLUDES(mLock);
     void captureIsOver() EXCLUDES(mLock);
+    void forgetCapture() REQUIRES(mLock);
 
     const Hooks mHooks;
     android::Mutex mTurn;  // held by operations that change the camera, during them; before mLock
@@ -100,6 +103,7 @@ private:
     int32_t mMode GUARDED_BY(mLock) = 0;
     int32_t mEffect GUARDED_BY(mLock) = 0;
     bool mConfigured GUARDED_BY(mLock) = false;
+    bool mStartWhenConfigured GUARDED_BY(mLock) = false;
     bool mPlaying GUARDED_BY(mLock) = false;
     bool mTaking GUARDED_BY(mLock) = false;  // a picture was asked for; the preview stands until it comes
     Capture mCapture GUARDED_BY(mLock) = Capture::None;

@@ -27,15 +27,20 @@ public:
         mSource.mCamera.frameCame();
     }
     void onPicture(const cam::Picture& picture) override {
-        mSource.mPictures.pictureCame(picture);
+        {
+            const AutoMutex held(mSource.mPicturesLock);
+            mSource.mCamera.pictureCame();
+            mSource.mPictures.pictureCame(picture);
+        }
         mSource.post(pictureMessage(mElement, picture));
-        mSource.mCamera.pictureCame();
+        mSource.endPictures();
     }
     void onNotify(const cam::Notification& notification) override {
+        mSource.mCamera.notified(notification);
         mSource.post(notificationMessage(mElement, notification));
         if (notification.type == android::CAMERA_MSG_ERROR)
             mSource.fail(notification.reason.empty() ? "the camera broke" : notification.reason);
-        mSource.mCamera.notified(notification);
+        mSource.endPictures();
     }
     void onLog(const cam::LogLine& line) override { mSource.post(logMessage(mElement, line)); }
 
@@ -154,6 +159,7 @@ void CameraSource::finish() {
 }
 
 void CameraSource::endPictures() {
+    const AutoMutex held(mPicturesLock);
     if (mEnding && !mCamera.capturing())
         mPictures.end();
 }

@@ -64,6 +64,8 @@ private:
     PicturePad mPictures;
     std::atomic<bool> mEnding{false};
 
+    android::Mutex mPicturesLock;  // held from a capture's last message until its picture is in the pad's queue
+
     mutable android::Mutex mLock;  // a leaf
     Settings mSettings GUARDED_BY(mLock);
     std::unique_ptr<Lane> mNews GUARDED_BY(mLock);

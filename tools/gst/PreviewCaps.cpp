@@ -94,14 +94,14 @@ CapsPtr fixated(const CapsPtr& ours, const CapsPtr& theirs) {
     if (gst_caps_is_empty(caps.get()))
         return caps;
     caps.reset(gst_caps_make_writable(gst_caps_truncate(caps.release())));
-    // An intersection has lists in either order; ours begin with what is set.
-    CapsPtr set(gst_caps_fixate(gst_caps_copy(ours.get())));
+    // An intersection has lists in either order.
+    const CapsPtr set(gst_caps_fixate(gst_caps_copy(ours.get())));
     const GstStructure* const wanted = gst_caps_get_structure(set.get(), 0);
     GstStructure* const one = gst_caps_get_structure(caps.get(), 0);
     int numerator = 0;
     int denominator = 0;
     gst_structure_get_fraction(wanted, "framerate", &numerator, &denominator);
-    gst_structure_fixate_field_string(one, "format", gst_structure_get_string(wanted, "format"));
+    gst_structure_fixate_field_string(one, "format", gst_video_format_to_string(kFormats[0].format));
     gst_structure_fixate_field_nearest_fraction(one, "framerate", numerator, denominator);
     return CapsPtr(gst_caps_fixate(caps.release()));
 }

@@ -20,7 +20,8 @@ inline constexpr char kPreviewTemplate[] =
 
 /// The sizes, formats and rates that the camera's parameters list, first the one that is set.
 CapsPtr previewCaps(const Parameters& parameters);
-/// Fixed caps out of `ours` that `theirs` allow, as near to what is set as they allow; empty when there are none.
+/// Fixed caps out of `ours` that `theirs` allow, with size and rate as near as can be to what is set, and NV21 where it
+/// can be, which all modes take; empty when there are none.
 CapsPtr fixated(const CapsPtr& ours, const CapsPtr& theirs);
 /// The parameters that make the camera give such frames.
 Parameters previewParameters(const GstVideoInfo& info);

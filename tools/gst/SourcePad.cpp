@@ -84,6 +84,8 @@ void SourcePad::pushNext() {
 }
 
 void SourcePad::startStream() {
+    if (!linked() && !mHooks.othersLinked())
+        throw cam::Error("nothing is linked; link vfsrc, imgsrc or both");
     gchar* const id = gst_pad_create_stream_id(mPad, mElement, GST_PAD_NAME(mPad));
     gst_pad_push_event(mPad, gst_event_new_stream_start(id));
     g_free(id);
