@@ -1,9 +1,14 @@
 #!/usr/bin/env bash
-# The element as people use it, with gst-launch-1.0. usage: launch.sh FOLDER (that the plug-in lies in)
+# The element as people use it: installed, and with gst-launch-1.0. usage: launch.sh BUILD
 set -euo pipefail
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-export GST_PLUGIN_PATH=$1 GST_REGISTRY=$work/registry KOV_CAMERA_SPEED=4
+for component in library gstreamer; do
+    cmake --install "$1" --prefix "$work/first" --component $component --strip >/dev/null
+done
+mv "$work/first" "$work/moved"
+GST_PLUGIN_PATH=$(dirname "$(find "$work/moved" -name libgstkovcamera.so)")
+export GST_PLUGIN_PATH GST_REGISTRY=$work/registry KOV_CAMERA_SPEED=4
 cd "$work"
 fails() { printf 'launch: %s\n' "$*" >&2; exit 1; }
 launch() { timeout 60 gst-launch-1.0 -q "$@" || fails "gst-launch-1.0 $*"; }
