@@ -148,20 +148,6 @@ TEST(LifeTest, NothingLinkedIsAnError) {
     EXPECT_EQ(rig.complaint(GST_MESSAGE_ERROR), "nothing is linked; link vfsrc, imgsrc or both");
 }
 
-long count(const char* folder) {
-    return std::distance(fs::directory_iterator(folder), fs::directory_iterator());
-}
-
-/// Waits until the camera's detached threads have ended, with what they hold.
-void settle() {
-    long before = 0;
-    for (int same = 0; same < 20; std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
-        const long now = count("/proc/self/task");
-        same = now == before ? same + 1 : 0;
-        before = now;
-    }
-}
-
 /// What is in use of the heap; 0 under a sanitizer, which has a heap of its own and tells of leaks at the end.
 long heapBytes() {
     const struct mallinfo2 heap = mallinfo2();
@@ -193,7 +179,6 @@ TEST(LifeTest, AHundredCyclesLeaveNothingBehind) {
     settle();
     EXPECT_LE(count("/proc/self/task"), threads);
     EXPECT_LE(count("/proc/self/fd"), files);
-    printf("HEAP %ld\n", heapBytes() - bytes);
     EXPECT_LT(heapBytes() - bytes, 100 * 8192);  // the smallest frame has 38,016
 }
 

@@ -5,10 +5,12 @@
 #include <gst/gst.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
-#include <functional>
+#include <filesystem>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "tools/gst/Element.h"
 #include "tools/gst/Pointers.h"
@@ -19,6 +21,31 @@ using gst::BufferPtr;
 using gst::MessagePtr;
 
 constexpr GstClockTime kPatience = 60 * GST_SECOND;  // for what must happen
+
+inline long count(const char* folder) {
+    return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
+}
+
+/// Waits until the camera's detached threads have ended, with what they hold, and the framework's that have no work.
+inline void settle() {
+    g_thread_pool_stop_unused_threads();
+    long before = 0;
+    for (int same = 0; same < 20; std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
+        const long now = count("/proc/self/task");
+        same = now == before ? same + 1 : 0;
+        before = now;
+    }
+}
+
+/// Lets all threads end before the process does: the leak detector stumbles over those that end meanwhile.
+class End : public testing::Environment {
+public:
+    void TearDown() override {
+        gst_deinit();
+        settle();
+    }
+};
+inline testing::Environment* const gEnd = testing::AddGlobalTestEnvironment(new End);
 
 struct Teardown {
     void operator()(GstHarness* harness) const {
