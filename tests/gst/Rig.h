@@ -28,7 +28,7 @@ inline long count(const char* folder) {
 
 /// Waits until the camera's detached threads have ended, with what they hold, and the framework's that have no work.
 inline void settle() {
-    g_thread_pool_stop_unused_threads();
+    g_thread_pool_set_max_unused_threads(0);  // also for those that end from now on
     long before = 0;
     for (int same = 0; same < 20; std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
         const long now = count("/proc/self/task");
