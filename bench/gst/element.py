@@ -60,8 +60,8 @@ def difference(run, counts):
 
 
 SOURCE = 'scene:still-life?shake=0'
-live = (60, 240)
-fast = (600, 3000)
+live = (30, 150)
+fast = (300, 1500)
 print(f'{os.cpu_count()} cores, load {os.getloadavg()[0]:.1f}; medians of {REPEATS}')
 with tempfile.TemporaryDirectory() as folder:
     for size in ('640x480', '1280x720'):
