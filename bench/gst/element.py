@@ -45,7 +45,7 @@ def kovcam(size, frames, speed):
     took = spent([KOVCAM, 'script', script, '-i', SOURCE, '-o', folder, '--preview-size', size, '--trace', trace],
                  KOV_CAMERA_SPEED=speed)
     with open(trace) as file:
-        came = sum(1 for line in file if json.loads(line).get('type') == 16)
+        came = sum(1 for line in file if json.loads(line).get('name') == 'PREVIEW_FRAME')
     return (came, *took)
 
 
@@ -60,8 +60,8 @@ def difference(run, counts):
 
 
 SOURCE = 'scene:still-life?shake=0'
-live = (30, 150)
-fast = (300, 1500)
+live = (60, 240)
+fast = (600, 3000)
 print(f'{os.cpu_count()} cores, load {os.getloadavg()[0]:.1f}; medians of {REPEATS}')
 with tempfile.TemporaryDirectory() as folder:
     for size in ('640x480', '1280x720'):

@@ -101,9 +101,10 @@ GstClockTime VideoPad::frameTime() const {
 bool VideoPad::answer(GstQuery* query) {
     if (GST_QUERY_TYPE(query) == GST_QUERY_LATENCY) {
         const GstClockTime frame = frameTime();
-        if (!GST_CLOCK_TIME_IS_VALID(frame))
-            return false;
-        gst_query_set_latency(query, TRUE, frame, frame * (1 + kMostWaiting));
+        if (GST_CLOCK_TIME_IS_VALID(frame))
+            gst_query_set_latency(query, TRUE, frame, frame * (1 + kMostWaiting));
+        else
+            gst_query_set_latency(query, TRUE, 0, GST_CLOCK_TIME_NONE);  // a message tells when it is known
         return true;
     }
     if (GST_QUERY_TYPE(query) != GST_QUERY_CAPS)
