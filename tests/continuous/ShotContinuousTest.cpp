@@ -330,6 +330,8 @@ TEST_F(ShotContinuousTest, ATerminateAtEachPointOfTheEncodersLoop) {
         clock.onPause = [&](int pause) { pause == at ? command(1025) : void(); };
         EXPECT_EQ(only(burst(3, end), {"app.data 0x100", "E ShotContinuous: encodeCSPreview2Jpeg() -exit", kDone}),
                   Lines(at, "app.data 0x100 4") + Lines{end});
+        for (int i = 0; i < 5000 && !late && ShotContinuous::encoderKillFlag != 0; ++i)  // cleared after the line
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         EXPECT_EQ(ShotContinuous::encoderKillFlag != 0, late);
         clock.onPause = {};
         expectCleanBurst();
