@@ -135,7 +135,8 @@ TEST(LifeTest, ASourceThatBreaksWhilePlayingIsAnErrorAndTheEnd) {
     rig.state(GST_STATE_PLAYING);
     ASSERT_TRUE(pull(video));
     fs::remove(folder / "b.png");
-    EXPECT_EQ(rig.complaint(GST_MESSAGE_ERROR), folder / "b.png" + " is gone or broken");
+    const std::string error = rig.complaint(GST_MESSAGE_ERROR);
+    EXPECT_TRUE(error.starts_with(folder / "b.png" + " is ")) << error;
     GstBuffer* raw = nullptr;
     while (gst_harness_pull_until_eos(video.get(), &raw) && raw)
         gst_buffer_unref(raw);

@@ -26,9 +26,12 @@ launch filesrc location=film.mkv ! matroskademux ! jpegdec ! videoconvert ! pnge
 # Pictures beside a preview. A sweep is stopped by the end of the stream that Ctrl-C asks for.
 launch kovcamerasrc source='scene:crossing?delay=0' mode=continuous num-pictures=9 name=c c.vfsrc ! fakesink \
     c.imgsrc ! multifilesink location=burst-%d.jpg
-gst-launch-1.0 -e kovcamerasrc source=scene:landscape mode=panorama name=c c.vfsrc ! tee ! videoconvert ! fakesink \
+gst-launch-1.0 -e -m kovcamerasrc source=scene:landscape mode=panorama name=c c.vfsrc ! tee ! videoconvert ! fakesink \
     c.imgsrc ! multifilesink location=wide-%d.jpg >log &
-sleep 3
+for ((tries = 0; tries < 600; ++tries)); do
+    [ "$(grep -c PANORAMA_FRAME_ADDED log || true)" -lt 3 ] || break
+    sleep 0.1
+done
 kill -INT $!
 wait $! || fails "$(cat log)"
 for picture in burst-{0..8} wide-0; do
