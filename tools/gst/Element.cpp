@@ -20,10 +20,9 @@ constexpr char kDescription[] =
     "into it; imgsrc has the pictures that the mode makes. Every notification, picture and log line of the camera is "
     "also an element message on the bus: kovcamera-notification (type, name, ext1, ext2, running-time), "
     "kovcamera-picture (number, bytes, running-time), kovcamera-log (priority, tag, text). Actions: start-capture "
-    "takes a picture or "
-    "begins a sweep, burst, series or the wait for a smile; stop-capture ends it and gives its pictures; command(code, "
-    "arg1, arg2) sends a command of a mode and returns its status. A process has one camera: a second element fails to "
-    "open it.";
+    "takes a picture or begins a sweep, burst, series or the wait for a smile; stop-capture ends it and gives its "
+    "pictures; command(code, arg1, arg2) sends a command of a mode and returns its status. A process has one camera: a "
+    "second element fails to open it.";
 
 CameraSource& of(gpointer self) {
     return *GST_KOV_CAMERA_SRC(self)->source;
