@@ -73,8 +73,8 @@ std::map<std::string, std::string> Settings::parameters() const {
 
 void installProperties(GObjectClass* objects) {
     const Settings standard;
-    const auto install = [&](Property property, GParamSpec* spec) {
-        g_object_class_install_property(objects, property, spec);
+    const auto install = [&](Property property, GParamSpec* description) {
+        g_object_class_install_property(objects, property, description);
     };
     install(kSource, g_param_spec_string("source", "Source",
                                          "What the camera sees: scene:NAME (landscape, crossing, portrait, addme, "
