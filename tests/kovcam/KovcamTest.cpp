@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -13,6 +14,7 @@
 #include <regex>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/camera/TemporaryFolder.h"
@@ -30,9 +32,11 @@ class KovcamTest : public ::testing::Test {
 protected:
     Outcome kovcam(const std::string& arguments, const std::string& before = "",
                    const std::string& input = "/dev/null") const {
-        const std::string line = "KOV_CAMERA_SPEED=4 " + before + KOV_KOVCAM " " + arguments + " >" + folder / "output";
+        static std::atomic<int> runs{0};
+        const std::string output = folder / "output-" + std::to_string(++runs);
+        const std::string line = "KOV_CAMERA_SPEED=4 " + before + KOV_KOVCAM " " + arguments + " >" + output;
         const int status = std::system((line + " 2>&1 <" + input).c_str());
-        std::ifstream file(folder / "output");
+        std::ifstream file(output);
         return {WEXITSTATUS(status), {std::istreambuf_iterator<char>(file), {}}};
     }
     /// Runs kovcam into the folder, with a trace; expects it to succeed. What the trace says.
@@ -44,6 +48,17 @@ protected:
         for (std::string line; std::getline(file, line);)
             events.push_back(nlohmann::json::parse(line));
         return events;
+    }
+    /// Two threads work through the cases.
+    template <typename Cases, typename Work>
+    static void twoAtOnce(const Cases& cases, Work work) {
+        std::atomic<size_t> next{0};
+        const auto turns = [&] {
+            for (size_t i = next++; i < std::size(cases); i = next++)
+                work(cases[i]);
+        };
+        const std::jthread other(turns);
+        turns();
     }
     static void expectOneLine(const Outcome& run, const std::string& expected) {
         EXPECT_NE(run.status, 0) << expected;
@@ -198,8 +213,7 @@ TEST_F(KovcamTest, SaysInOneLineWhatIsWrong) {
         {"gallery " + folder.path() + " -o " + folder / "letter.html", "letter.html is there and is no gallery"},
         {"gallery " + folder.path() + " " + folder.path(), "give it with -o"},
         {"demo -o /proc/none", "cannot be written"}};
-    for (const auto& [arguments, expected] : cases)
-        expectOneLine(kovcam(arguments), expected);
+    twoAtOnce(cases, [&](const auto& one) { expectOneLine(kovcam(one.first), one.second); });
     const std::pair<const char*, const char*> environments[] = {
         {"KOV_CAMERA_SPEED=fast ", "KOV_CAMERA_SPEED must be a number from 0.1 to 100, not \"fast\""},
         {"KOV_LOG=loud ", "\"loud\" is no log level"},
@@ -290,17 +304,17 @@ TEST_F(KovcamTest, TheExampleScriptsRun) {
                                                         {"smile", "scene:portrait"},
                                                         {"addme", "scene:addme"},
                                                         {"action", "scene:crossing?delay=0&seconds=4"}};
-    int scripts = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(KOV_EXAMPLES)) {
-        const std::string name = entry.path().stem();
+    const std::filesystem::directory_iterator examples(KOV_EXAMPLES);
+    const std::vector<std::filesystem::path> scripts(begin(examples), end(examples));
+    EXPECT_GE(scripts.size(), 8U);
+    twoAtOnce(scripts, [&](const auto& script) {
+        const std::string name = script.stem();
         const std::string source = sources.contains(name) ? sources.at(name) : "scene:still-life";
-        const Outcome run = kovcam("script " + entry.path().string() + " -i '" + source + "' -o " + folder / name +
+        const Outcome run = kovcam("script " + script.string() + " -i '" + source + "' -o " + folder / name +
                                    " --picture-size 640x480");
         EXPECT_EQ(run.status, 0) << name << ": " << run.output;
         EXPECT_NE(run.output.find("picture-001.jpg"), std::string::npos) << name << ": " << run.output;
-        ++scripts;
-    }
-    EXPECT_GE(scripts, 8);
+    });
 }
 
 TEST_F(KovcamTest, TakesThePictureWhenTheFaceHasBegunToSmile) {
