@@ -114,6 +114,14 @@ TEST(PlusMe, ThePositionDecidesWhoIsInFront) {
     cv::extractChannel(inFront[0] != street, either, 1);
     cv::extractChannel(inFront[0] != inFront[1], both, 1);
     ASSERT_GT(cv::countNonZero(both), 20000);
+    cv::Mat straight = inFront[0].clone();  // what is not wanted: each has a half of what both cover
+    inFront[1].colRange(kMiddle.width / 2, kMiddle.width).copyTo(straight.colRange(kMiddle.width / 2, kMiddle.width));
+    ASSERT_GT(straightSeam(straight, inFront[0]), 200);
+    cv::Mat outlined = inFront[0].clone();
+    std::vector<std::vector<cv::Point>> outlines;
+    cv::findContours(both, outlines, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE);
+    cv::drawContours(outlined, outlines, -1, {30, 20, 60}, 3);
+    ASSERT_GT(strangeShare(outlined, inFront[0], either), 0.03);
     Engine engine(kMiddle);
     for (const int position : {0, 1}) {
         SCOPED_TRACE(position);
@@ -125,6 +133,8 @@ TEST(PlusMe, ThePositionDecidesWhoIsInFront) {
         EXPECT_LT(difference(merged, wanted), 3);
         EXPECT_LT(difference(merged, wanted, both), 6);
         EXPECT_LT(wrongShare(merged, wanted, either), 0.012);
+        EXPECT_LT(straightSeam(merged, wanted), 30);
+        EXPECT_LT(strangeShare(merged, wanted, either), 0.005) << "a dark or reddish outline";
         PlusMe_SwitchFirstPersonPosition(engine.instance);
     }
 }
