@@ -58,8 +58,10 @@ public:
 
     std::vector<Work> works() const override {
         std::vector<Work> works;
-        for (const auto& [name, effect] : kEffects)
-            works.push_back({name, "scene:portrait?neutral=0", CARTOON_SHOT_SELECT_EFFECT, effect});
+        for (const auto& [name, effect] : kEffects) {
+            if (name != "none")
+                works.push_back({name, "scene:portrait?neutral=0", CARTOON_SHOT_SELECT_EFFECT, effect});
+        }
         return works;
     }
 
