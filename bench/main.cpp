@@ -1,7 +1,8 @@
 // Runs the benchmarks and prints them as tables of ratios.
 //
 // A benchmark's name is "group/case". The first case of a group is what its other cases are compared with. Each is
-// repeated, and the median counts. Command-line options are those of the benchmark library (--benchmark_filter=...).
+// repeated, and the median counts; what takes long and comes out the same each time runs once. Command-line options are
+// those of the benchmark library (--benchmark_filter=...).
 
 #include <benchmark/benchmark.h>
 
@@ -43,7 +44,7 @@ public:
         for (const Run& run : runs) {
             if (run.error_occurred)
                 std::printf("%s: %s\n", run.benchmark_name().c_str(), run.error_message.c_str());
-            else if (run.aggregate_name == "median")
+            else if (run.aggregate_name == "median" || run.repetitions == 1)
                 report(run);
         }
     }

@@ -49,6 +49,39 @@ double wrongShare(const cv::Mat& picture, const cv::Mat& wanted, const cv::Mat& 
     return cv::mean(wrong, mask)[0] / 255;
 }
 
+/// As many pixels as the longest straight seam has: those of one column or row at which the error of a picture steps,
+/// though nothing of what is wanted has an edge near.
+int straightSeam(const cv::Mat& picture, const cv::Mat& wanted) {
+    cv::Mat error, edges;
+    cv::subtract(picture, wanted, error, {}, CV_32F);
+    cv::transform(error, error, cv::Matx13f(1.F / 3, 1.F / 3, 1.F / 3));
+    cv::morphologyEx(wanted, edges, cv::MORPH_GRADIENT, cv::Mat::ones(7, 7, CV_8U));
+    cv::transform(edges, edges, cv::Matx13f(1.F / 3, 1.F / 3, 1.F / 3));
+    double longest = 0;
+    for (int turned = 0; turned < 2; ++turned, error = error.t(), edges = edges.t()) {
+        const cv::Mat steps = (cv::abs(error.colRange(1, error.cols) - error.colRange(0, error.cols - 1)) > 15) &
+                              (edges.colRange(1, edges.cols) < 20);
+        cv::Mat lengths;
+        cv::reduce(steps, lengths, 0, cv::REDUCE_SUM, CV_32S);
+        double most = 0;
+        cv::minMaxLoc(lengths, nullptr, &most);
+        longest = std::max(longest, most / 255);
+    }
+    return static_cast<int>(longest);
+}
+
+/// Share of the pixels whose colour nothing near in what is wanted has: an outline that is darker, or redder, than what
+/// it lies between.
+double strangeShare(const cv::Mat& picture, const cv::Mat& wanted, const cv::Mat& mask) {
+    constexpr double kNoise = 25;  // grey levels
+    cv::Mat least, most, smooth, strange;
+    cv::erode(wanted, least, cv::Mat::ones(7, 7, CV_8U));
+    cv::dilate(wanted, most, cv::Mat::ones(7, 7, CV_8U));
+    cv::blur(picture, smooth, {2, 2});
+    cv::inRange(smooth, least - cv::Scalar::all(kNoise), most + cv::Scalar::all(kNoise), strange);
+    return cv::mean(~strange, mask)[0] / 255;
+}
+
 /// The scene as the first picture sees it.
 struct MergedScene {
     explicit MergedScene(cv::Size size) {
@@ -173,6 +206,14 @@ TEST(PlusMe, ThePositionDecidesWhoIsInFront) {
     cv::extractChannel(inFront[0] != street, either, 1);
     cv::extractChannel(inFront[0] != inFront[1], both, 1);
     ASSERT_GT(cv::countNonZero(both), 20000);
+    cv::Mat straight = inFront[0].clone();  // what is not wanted: each has a half of what both cover
+    inFront[1].colRange(kMiddle.width / 2, kMiddle.width).copyTo(straight.colRange(kMiddle.width / 2, kMiddle.width));
+    ASSERT_GT(straightSeam(straight, inFront[0]), 200);
+    cv::Mat outlined = inFront[0].clone();
+    std::vector<std::vector<cv::Point>> outlines;
+    cv::findContours(both, outlines, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE);
+    cv::drawContours(outlined, outlines, -1, {30, 20, 60}, 3);
+    ASSERT_GT(strangeShare(outlined, inFront[0], either), 0.03);
     Engine engine(kMiddle);
     for (const int position : {0, 1}) {
         SCOPED_TRACE(position);
@@ -187,6 +228,8 @@ TEST(PlusMe, ThePositionDecidesWhoIsInFront) {
         EXPECT_LT(difference(merged, wanted), 3);
         EXPECT_LT(difference(merged, wanted, both), 6);
         EXPECT_LT(wrongShare(merged, wanted, either), 0.012);
+        EXPECT_LT(straightSeam(merged, wanted), 30);
+        EXPECT_LT(strangeShare(merged, wanted, either), 0.005) << "a dark or reddish outline";
         PlusMe_SwitchFirstPersonPosition(engine.instance);
     }
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
@@ -200,6 +201,7 @@ TEST_F(KovcamTest, SaysInOneLineWhatIsWrong) {
         {"trace " + folder / "two.kov", "is no trace"},
         {"demo -o " + folder / "full", "is no gallery"},
         {"demo nosuch -o " + folder / "new", "there is no mode"},
+        {"rates nosuch", "there is no mode"},
         {"shoot nothing" + scene + out, "\"nothing\""},
         {"shoot single" + scene + out + " --record " + folder / "film.avi", "--record writes .mp4 and .mkv files"},
         {"shoot single" + scene + out + " --record /proc/none/film.mp4", "film.mp4 cannot be written"},
@@ -336,6 +338,15 @@ TEST_F(KovcamTest, TakesThePictureWhenTheFaceHasBegunToSmile) {
     EXPECT_LT(smiles.front(), 4.7 * 30);
     for (const char* name : {"smile-001.jpg", "preview-begin.jpg", "preview-smile.jpg"})
         EXPECT_FALSE(sizeOf(name).empty()) << name;
+}
+
+TEST_F(KovcamTest, RatesAreThoseOfRealTime) {
+    const Outcome run = kovcam("rates self --frames 12");
+    std::smatch row;
+    ASSERT_TRUE(std::regex_search(run.output, row, std::regex("\\| self \\| ([0-9.]+) \\(.*\\n")));
+    EXPECT_EQ(std::ranges::count(row.str(), '|'), 7) << run.output;
+    EXPECT_GT(std::stod(row[1]), 1);
+    EXPECT_LT(std::stod(row[1]), 40);  // though the camera of these tests runs four times as fast
 }
 
 }  // namespace

@@ -29,6 +29,14 @@ struct Demo {
     int previewEvery = 10;  // which preview frames the gallery shows
 };
 
+/// Something that the mode does to the preview for at least 100 frames, for kovcam rates.
+struct Work {
+    std::string name;  // where a mode has several
+    std::string source;
+    int32_t command = 0;  // begins it, once the preview runs; 0 for none
+    int32_t argument = 0;
+};
+
 class Mode {
 public:
     virtual ~Mode() = default;
@@ -45,6 +53,7 @@ public:
     virtual std::string source(const std::vector<std::string>& sources) const { return sources.front(); }
     virtual void run(Camera& camera) = 0;
     virtual std::vector<Demo> demos() const = 0;
+    virtual std::vector<Work> works() const { return {{"", "scene:still-life"}}; }
 
 protected:
     /// Name and summary are those of the mode's description in shots/.

@@ -15,6 +15,7 @@
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/Options.h"
 #include "tools/kovcam/Parameters.h"
+#include "tools/kovcam/Rates.h"
 #include "tools/kovcam/Script.h"
 #include "tools/kovcam/Soak.h"
 #include "tools/kovcam/TraceDrawing.h"
@@ -195,6 +196,7 @@ struct Values {
     std::string page;
     std::string level;
     SoakOptions soaking;
+    RatesOptions rates;
 };
 
 int run(std::vector<std::string> arguments);
@@ -240,6 +242,20 @@ void addCommands(CLI::App& app, Values& values) {
     showing->callback([&values] { std::printf("%s\n", writeGallery(values.folders, values.page).c_str()); });
 
     addSoaking(app, values.soaking);
+
+    auto* rating = app.add_subcommand("rates", "Measure the preview frame rates that the modes keep at every size")
+                       ->footer("Example:\n  kovcam rates\n  kovcam rates cartoon\n");
+    rating->add_option("MODE", values.rates.mode, "Only this mode");
+    rating->add_option("--frames", values.rates.frames, "To count for each cell of the table")
+        ->check(CLI::Range(2, 100))
+        ->capture_default_str();
+    rating->callback([&values] {
+        try {
+            printRates(values.rates);
+        } catch (const Interrupted&) {
+            std::printf("\n");  // main knows the signal
+        }
+    });
 
     auto* tracing = app.add_subcommand("trace", "Draw a trace as text, or with -o as a page with a time line")
                         ->footer("Example:\n  kovcam trace out/trace.jsonl -o out/trace.html\n");

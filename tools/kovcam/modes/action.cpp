@@ -61,6 +61,8 @@ public:
         return {{"Somebody walks by", {"-i", "scene:crossing", "--stop-after", "12"}, 20}};
     }
 
+    std::vector<Work> works() const override { return {{"following", "scene:crossing", ACTION_SHOT_START_CAPTURE}}; }
+
 private:
     double mSeconds = 10;
 };

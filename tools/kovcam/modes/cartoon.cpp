@@ -66,6 +66,13 @@ public:
                 {"Four looks of a cup", of({"-i", "scene:still-life", "--picture-size", "1280x960"}), 12}};
     }
 
+    std::vector<Work> works() const override {
+        std::vector<Work> works;
+        for (const NamedCode& effect : cartoonEffects())
+            works.push_back({effect.name, "scene:portrait?neutral=0", CARTOON_SHOT_SELECT_EFFECT, effect.code});
+        return works;
+    }
+
 private:
     std::vector<std::string> mEffects = {"cartoon"};
 };

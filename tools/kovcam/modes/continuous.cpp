@@ -56,6 +56,8 @@ public:
         return {{"A burst of nine as somebody walks by", {"-i", "scene:crossing?delay=0&seconds=4"}, 10}};
     }
 
+    std::vector<Work> works() const override { return {{"burst", "scene:crossing", CONTINUOUS_SHOT_START_CAPTURE}}; }
+
 private:
     int mCount = kMostFrames;
     bool mMute = false;

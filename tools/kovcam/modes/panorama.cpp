@@ -79,6 +79,8 @@ public:
         return {{"A sweep over a valley", {"-i", "scene:landscape", "--seconds", "9"}, 20}};
     }
 
+    std::vector<Work> works() const override { return {{"capturing", "scene:landscape", PANORAMA_SHOT_START}}; }
+
 private:
     std::string mDirection;
     double mSeconds = 8;

@@ -42,6 +42,10 @@ public:
         return {{"Waiting for the smile", {"-i", "scene:portrait", "--picture-size", "1280x960"}, 15}};
     }
 
+    std::vector<Work> works() const override {
+        return {{"detecting", "scene:portrait?neutral=100", SMILE_SHOT_DETECTION_START}};
+    }
+
 private:
     double mTimeout = 30;
 };

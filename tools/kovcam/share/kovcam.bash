@@ -1,7 +1,7 @@
 # Completion of kovcam for bash: source it, or put it into a folder of completions as "kovcam".
 _kovcam() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} tool=${COMP_WORDS[0]}
-    local commands="modes scenes commands messages formats shoot script demo gallery serve soak trace help"
+    local commands="modes scenes commands messages formats shoot script demo gallery serve soak rates trace help"
     local modes scenes
     COMPREPLY=()
     case "$before" in
@@ -15,7 +15,7 @@ _kovcam() {
         mapfile -t COMPREPLY < <(compgen -W "$scenes" -- "$word"; compgen -f -- "$word")
         return
         ;;
-    shoot | demo)
+    shoot | demo | rates)
         modes=$("$tool" modes 2>/dev/null | awk 'NR > 1 { print $1 }')
         mapfile -t COMPREPLY < <(compgen -W "$modes" -- "$word")
         return
