@@ -62,6 +62,11 @@ std::string number(const nlohmann::ordered_json& value) {
     return value.is_string() ? value.get<std::string>() : value.dump();
 }
 
+/// As text. Names of files and devices may be in any encoding.
+std::string written(const nlohmann::ordered_json& what) {
+    return what.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
 nlohmann::ordered_json devices() {
     auto list = nlohmann::ordered_json::array();
     std::error_code ignored;
@@ -154,6 +159,7 @@ void Api::end() {
         } catch (const Error& error) {
             mFailure = error.what();
         }
+        mUploads.clear();
         mServer->stop();
     });
 }
@@ -179,13 +185,15 @@ uint64_t Api::mostBytes(const Request& head) {
 }
 
 std::vector<std::pair<std::string, std::string>> Api::usualHeaders() const {
-    return {{"Content-Security-Policy", std::string(kPolicy)},
-            {"X-Content-Type-Options", "nosniff"},
-            {"Referrer-Policy", "no-referrer"},
-            {"Cross-Origin-Resource-Policy", "same-origin"},
-            {"Cross-Origin-Opener-Policy", "same-origin"},
-            {"Permissions-Policy", "camera=(self), microphone=()"},
-            {"Cache-Control", "no-store"}};
+    std::vector<std::pair<std::string, std::string>> headers = {{"Content-Security-Policy", std::string(kPolicy)},
+                                                                {"X-Content-Type-Options", "nosniff"},
+                                                                {"Referrer-Policy", "no-referrer"},
+                                                                {"Cross-Origin-Resource-Policy", "same-origin"},
+                                                                {"Permissions-Policy", "camera=(self), microphone=()"},
+                                                                {"Cache-Control", "no-store"}};
+    if (mGuard->isTrusted())  // others are told in vain, and say so on their console
+        headers.emplace_back("Cross-Origin-Opener-Policy", "same-origin");
+    return headers;
 }
 
 void Api::handle(Request request, Reply reply) {
@@ -194,17 +202,18 @@ void Api::handle(Request request, Reply reply) {
         return path == "/api/files" ? upload(std::move(request), reply) : handlePost(request, reply);
     if (path.starts_with("/api/pictures"))
         return handlePictures(request, reply);
-    if (request.method != "GET" && request.method != "HEAD")
+    if (request.method != "GET")
         return reply(problem(405, "this path takes GET only"));
     if (path == "/preview.jpg" || path == "/preview.mjpeg") {
         Response response;
         response.live = path == "/preview.jpg" ? Response::Live::Frame : Response::Live::Stream;
+        response.type = path == "/preview.jpg" ? "image/jpeg" : kMovingType;
         return reply(response);
     }
     if (path == "/api")
-        return reply(json(200, description().dump()));
+        return reply(json(200, written(description())));
     if (path == "/api/state")
-        return reply(json(200, state().dump()));
+        return reply(json(200, written(state())));
     if (path == "/api/events")
         return handleEvents(request, reply);
     if (path == "/api/trace") {
@@ -228,7 +237,7 @@ void Api::handle(Request request, Reply reply) {
 void Api::work(Lane& lane, const Reply& reply, std::function<Json()> operation) {
     const bool added = lane.offer([reply, operation = std::move(operation)] {
         try {
-            reply(json(200, operation().dump()));
+            reply(json(200, written(operation())));
         } catch (const Error& error) {
             reply(problem(409, error.what()));
         } catch (const Json::exception&) {
@@ -266,7 +275,7 @@ void Api::handlePost(const Request& request, const Reply& reply) {
 void Api::handlePictures(const Request& request, const Reply& reply) {
     std::string_view rest = std::string_view(request.path).substr(std::string_view("/api/pictures").size());
     if (rest.empty())
-        return request.method == "GET" ? reply(json(200, pictures().dump()))
+        return request.method == "GET" ? reply(json(200, written(pictures())))
                                        : reply(problem(405, "this path takes GET only"));
     rest.remove_prefix(1);
     const size_t slash = std::min(rest.find('/'), rest.size());
@@ -280,7 +289,7 @@ void Api::handlePictures(const Request& request, const Reply& reply) {
     } else if (request.method != "GET") {
         response = problem(405, "pictures are read with GET and deleted with DELETE");
     } else if (part.empty()) {
-        response = json(200, item->json().dump());
+        response = json(200, written(item->json()));
     } else if (part == "thumbnail" && item->thumbnail) {
         response.type = "image/jpeg";
         response.body = item->thumbnail;
@@ -431,19 +440,22 @@ void Api::handleEvents(const Request& request, const Reply& reply) {
     flush();
 }
 
-void Api::answerWaiters(const std::vector<Journal::LinePtr>&) {
-    std::erase_if(mWaiters, [this](const Waiter& waiter) {
+void Api::answerWaiters() {
+    const Journal& journal = mCamera->journal();
+    for (Waiter& waiter : mWaiters) {
         std::string found;
-        for (const Journal::LinePtr& line : mCamera->journal().after(waiter.after)) {
+        uint64_t last = journal.lastId();  // read first: what comes meanwhile is for the next who asks
+        for (const Journal::LinePtr& line : journal.after(waiter.after)) {
             if (line->story && (waiter.type.empty() || line->type == waiter.type))
                 found += (found.empty() ? "" : ",") + line->text;
+            waiter.after = last = line->id;  // none is looked at twice
         }
-        if (found.empty() && mCamera->journal().nowUs() < waiter.deadlineUs)
-            return false;
-        waiter.reply(
-            json(200, "{\"last\":" + std::to_string(mCamera->journal().lastId()) + ",\"events\":[" + found + "]}"));
-        return true;
-    });
+        if (found.empty() && journal.nowUs() < waiter.deadlineUs)
+            continue;
+        waiter.reply(json(200, "{\"last\":" + std::to_string(last) + ",\"events\":[" + found + "]}"));
+        waiter.reply = nullptr;
+    }
+    std::erase_if(mWaiters, [](const Waiter& waiter) { return !waiter.reply; });
 }
 
 // --- Web sockets
@@ -455,13 +467,15 @@ void Api::opened(std::shared_ptr<Socket> socket, const Request& request) {
     socket->onText = [this, id](const std::string& text) { fromClient(id, text); };
     socket->onBinary = [this, id](const std::string& bytes) { frameFromClient(id, bytes); };
     socket->onClosed = [this, id] { clientGone(id); };
-    flush();  // so that the lines of the story are not sent to this client twice
+    flush();
     std::string story;
-    for (const Journal::LinePtr& line : mCamera->journal().story())
-        story += (story.empty() ? "" : ",") + line->text;
+    for (const Journal::LinePtr& line : mCamera->journal().story()) {
+        if (line->id <= mSentLine)  // later ones are sent to this client with the next flush
+            story += (story.empty() ? "" : ",") + line->text;
+    }
     mClients[id] = {socket};
     std::string hello =
-        Json{{"client", id}, {"about", description()}, {"state", state()}, {"pictures", pictures()}}.dump();
+        written({{"client", id}, {"about", description()}, {"state", state()}, {"pictures", pictures()}});
     hello.pop_back();
     socket->send(std::make_shared<std::string>(hello + ",\"story\":[" + story + "]}"));
 }
@@ -471,13 +485,15 @@ void Api::fromClient(int id, const std::string& text) {
     const Json message = Json::parse(text, nullptr, false);
     if (client == mClients.end() || !message.is_object())
         return;
-    if (message.contains("ready") && message["ready"].is_number_unsigned())
-        client->second.socket->grant(message["ready"].get<unsigned>());
-    if (message.contains("ping"))
-        client->second.socket->send(
-            std::make_shared<std::string>(Json{{"pong", message["ping"]}, {"us", mCamera->journal().nowUs()}}.dump()));
     if (message.contains("everything"))
         client->second.everything = message["everything"] == true;
+    // What is sent may end the client.
+    const std::shared_ptr<Socket> socket = client->second.socket;
+    if (message.contains("ready") && message["ready"].is_number_unsigned())
+        socket->grant(message["ready"].get<unsigned>());
+    if (message.contains("ping") && message["ping"].is_number())
+        socket->send(
+            std::make_shared<std::string>(written({{"pong", message["ping"]}, {"us", mCamera->journal().nowUs()}})));
 }
 
 void Api::frameFromClient(int id, const std::string& jpeg) {
@@ -492,7 +508,7 @@ void Api::frameFromClient(int id, const std::string& jpeg) {
                 return;
             --found->second.pushing;
             const Json answer = failure.empty() ? Json{{"pushed", true}} : Json{{"pushed", false}, {"error", failure}};
-            found->second.socket->send(std::make_shared<std::string>(answer.dump()));
+            found->second.socket->send(std::make_shared<std::string>(written(answer)));
         });
     };
     const bool added = mPushLane->offer([this, jpeg, done] {
@@ -512,11 +528,10 @@ void Api::clientGone(int id) {
     mCamera->clientLost(id);
     if (mPusher.compare_exchange_strong(id, 0))
         mCamera->journal().add("problem", {{"text", "the browser that showed its webcam has gone; choose a source"}});
-    sendAll({{"viewers", mClients.size()}});
 }
 
 void Api::sendAll(const Json& message) {
-    const auto text = std::make_shared<std::string>(message.dump(-1, ' ', false, Json::error_handler_t::replace));
+    const auto text = std::make_shared<std::string>(written(message));
     for (const auto& [id, client] : std::map(mClients))
         client.socket->send(text);
 }
@@ -549,7 +564,7 @@ void Api::flush() {
                 client.socket->send(client.everything ? all : part);
         }
     }
-    answerWaiters(lines);
+    answerWaiters();
 }
 
 // --- What is told
@@ -577,8 +592,7 @@ Api::Json Api::description() const {
             {"scenes", scenes()},
             {"devices", devices()},
             {"given", mOptions.source},
-            {"folder", mOptions.camera.folder},
-            {"secure", mOptions.secure}};
+            {"folder", mOptions.camera.folder}};
 }
 
 Api::Json Api::state() const {

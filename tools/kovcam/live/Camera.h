@@ -90,6 +90,7 @@ private:
     void notified(const cam::Notification& notification);
     void logged(const cam::LogLine& line);
     void tell(const std::string& problem);
+    void saved(Album::ItemPtr item);
     std::vector<std::string> recentStory() const;
 
     const Options mOptions;
@@ -113,7 +114,7 @@ private:
     int64_t mNewsUs GUARDED_BY(mLock) = 0;                             // when the mode was last heard of
     std::map<std::string, std::string> mChosen GUARDED_BY(mLock);      // parameters for the next session too
     std::map<std::string, std::string> mParameters GUARDED_BY(mLock);  // as the camera told them last
-    std::string mRecording GUARDED_BY(mLock);                          // name of the file, empty without one
+    std::string mRecording GUARDED_BY(mLock);                          // path of the file, empty without one
     double mRecordingSince GUARDED_BY(mLock) = 0;
     std::string mSmileEngine GUARDED_BY(mLock);  // which, and how to get a better one, in the log's words
     int mHolder GUARDED_BY(mLock) = 0;           // the client that left a command for the case that it goes away

@@ -22,8 +22,8 @@ public:
     /// kov::cam::Error while a recording runs.
     void start(const std::string& path, double framesPerSecond);
     struct Result {
-        int64_t frames = 0;      // in the file; 0 when none came or the file could not be written
-        std::string firstFrame;  // a JPEG
+        int64_t frames = 0;               // in the file; 0 when none came or the file could not be written
+        std::vector<uint8_t> firstFrame;  // a JPEG
     };
     /// Ends, and returns when the file is whole.
     Result stop();

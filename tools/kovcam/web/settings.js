@@ -90,7 +90,7 @@ function drawSourceOptions() {
     const value = chosen[name] ?? usual;
     const input = CHOICES[name] ? select(CHOICES[name], value) : element('input', { type: 'number', step: 'any', min: '0', value });
     input.onchange = () => input.value && apply(name, input.value);
-    return field(name, input);
+    return field(name.charAt(0).toUpperCase() + name.slice(1), input);
   }));
 }
 
@@ -145,7 +145,9 @@ byId('source-chip').addEventListener('click', openSettings);
 
 const nameOf = (source) => {
   const scene = source.text?.match(/^scene:([^?]+)/)?.[1];
-  return scene ? TITLES[scene] ?? scene : source.kind === 'device' ? store.about.devices.find((one) => one.path === source.name)?.name ?? source.name :
-    source.name ?? 'Camera';
+  if (scene) return TITLES[scene] ?? scene;
+  if (source.kind === 'device') return store.about.devices.find((one) => one.path === source.name)?.name ?? source.name;
+  if (source.kind === 'push') return source.client === store.client ? 'This webcam' : source.client ? "Another's webcam" : 'Pushed frames';
+  return source.name ?? 'Camera';
 };
 on('state', () => { byId('source-name').textContent = current().kind ? nameOf(current()) : 'Camera'; });

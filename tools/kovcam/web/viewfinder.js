@@ -73,7 +73,7 @@ function draw(picture) {
     fit();
   }
   pen.drawImage(picture, 0, 0);
-  if (rate.frames.length % 8 === 0) ambience.drawImage(picture, 0, 0, 16, 12);
+  if (rate.painted % 8 === 0) ambience.drawImage(picture, 0, 0, 16, 12);
 }
 
 function painted(number, delivered) {
