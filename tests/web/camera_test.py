@@ -359,6 +359,7 @@ class LostTest(PageTest):
         self.until('!document.getElementById("notice").hidden')
         again = Camera(KOVCAM, '-i', 'scene:portrait', port=port)
         self.addCleanup(again.stop)
+        self.addCleanup(self.page.get, 'about:blank')  # first
         self.until('kovcam.store.connected && document.getElementById("notice").hidden')
         self.until('kovcam.store.state.source?.text === "scene:portrait" && kovcam.rate.frames.length > 3')
 
