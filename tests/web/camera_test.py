@@ -307,19 +307,6 @@ class WebcamTest(PageTest):
         self.phase('idle')
 
 
-class Elsewhere(BaseHTTPRequestHandler):
-    """A page of somebody else."""
-
-    def do_GET(self):
-        self.send_response(200)
-        self.send_header('Content-Type', 'text/html')
-        self.end_headers()
-        self.wfile.write(b'<title>elsewhere</title>')
-
-    def log_message(self, *_):
-        pass
-
-
 class LostTest(PageTest):
     """What strangers may not, and what happens when the camera goes."""
 
@@ -334,7 +321,8 @@ class LostTest(PageTest):
             with self.assertRaises(urllib.error.HTTPError) as refusal:
                 self.camera.ask('/api/state', **headers)
             self.assertIn(refusal.exception.code, (403, 421))
-        elsewhere = HTTPServer(('127.0.0.1', 0), Elsewhere)
+        quiet = type('Quiet', (BaseHTTPRequestHandler,), {'log_message': lambda *_: None})
+        elsewhere = HTTPServer(('127.0.0.1', 0), quiet)  # answers that it has nothing: a page of another origin
         threading.Thread(target=elsewhere.serve_forever, daemon=True).start()
         self.addCleanup(elsewhere.server_close)
         self.addCleanup(elsewhere.shutdown)

@@ -256,6 +256,8 @@ void Api::handlePost(const Request& request, const Reply& reply) {
     };
     if (request.path == "/api/frame")
         return work(*mPushLane, reply, [this, jpeg = request.body] {
+            if (mPusher != 0)
+                throw Error("the source is the webcam of a browser; choose \"push\" without a client");
             mCamera->pushJpeg(jpeg);
             return Json::object();
         });
@@ -414,8 +416,13 @@ Api::Json Api::source(const Json& body) {
         throw Error("name a source: scene, device, file, push or given");
     }
     what["text"] = what["kind"] == "file" ? what["name"] : Json(text);
-    mPusher = pusher;
-    mCamera->open(text, what);
+    const int before = mPusher.exchange(pusher);  // opening may wait for the first frame
+    try {
+        mCamera->open(text, what);
+    } catch (const Error&) {
+        mPusher = before;
+        throw;
+    }
     return Json::object();
 }
 

@@ -166,8 +166,8 @@ void serve(const ServeOptions& options) {
     serverOptions.key = options.key;
     serverOptions.mostConnections = options.connections;
     // Both live until the process ends: threads of the camera may be on their way out still.
-    auto* const api = new Api(std::move(apiOptions));
-    auto* const server = new Server(serverOptions, *api);
+    static auto* const api = new Api(std::move(apiOptions));
+    static auto* const server = new Server(serverOptions, *api);
 
     Guard::Options guard;
     guard.tls = !options.certificate.empty();
@@ -177,14 +177,14 @@ void serve(const ServeOptions& options) {
         guard.token = makeToken();
     const std::string address = pageAddress(options, guard.port, guard.token);
     api->begin(*server, Guard(guard));
-    cam::onSignal([api, server](int signal) {
+    cam::onSignal([](int signal) {
         if (signal == SIGUSR1)
             return;
         std::fprintf(stderr, "\nkovcam: finishing; once more ends at once\n");
-        server->post([api] { api->end(); });
+        server->post([] { api->end(); });
     });
     if (cam::endSignal() != 0)  // it came while we opened
-        server->post([api] { api->end(); });
+        server->post([] { api->end(); });
     std::printf("The camera is at %s\n", address.c_str());
     std::printf("Pictures go to %s; Ctrl-C ends.\n", options.folder.c_str());
     std::fflush(stdout);
