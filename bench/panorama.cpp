@@ -82,18 +82,24 @@ void openCvStitcher(benchmark::State& state) {
     }
 }
 
+/// An engine for 640x480 frames, within a capture.
+px_instance capturing() {
+    static const px_allocator process = {std::malloc, std::free};
+    px_instance engine = nullptr;
+    px_init(&process, nullptr, 0, &engine);
+    px_setParams(engine, 640, 480, 0, 640, 480, 0, kFrames, 15, 15, 100 << 20);
+    px_start(engine);
+    px_beginCapture(engine, 0);
+    return engine;
+}
+
 void ownStitch(benchmark::State& state) {
-    const px_allocator process = {std::malloc, std::free};
     std::vector<sp<IMemory>> frames;
     for (const cv::Mat& view : views({640, 480}, kFrames, 0.45))
         frames.push_back(toMemory(view));
     for (auto _ : state) {
         state.PauseTiming();
-        px_instance engine = nullptr;
-        px_init(&process, nullptr, 0, &engine);
-        px_setParams(engine, 640, 480, 0, 640, 480, 0, kFrames, 15, 15, 100 << 20);
-        px_start(engine);
-        px_beginCapture(engine, 0);
+        const px_instance engine = capturing();
         px_status status = {};
         for (const auto& frame : frames) {
             auto* bytes = static_cast<uint8_t*>(frame->pointer());
@@ -157,16 +163,11 @@ void film(benchmark::State& state, Film film, kov::test::Hand hand) {
         state.SkipWithError("the photograph is not installed");
         return;
     }
-    const px_allocator process = {std::malloc, std::free};
     kov::test::Fit fit;
     for (auto _ : state) {
         state.PauseTiming();
         kov::test::HandHeldSweep sweep(wide, {640, 480}, film.upright ? cv::Point2d(0, 27) : cv::Point2d(36, 0), hand);
-        px_instance engine = nullptr;
-        px_init(&process, nullptr, 0, &engine);
-        px_setParams(engine, 640, 480, 0, 640, 480, 0, kFrames, 15, 15, 100 << 20);
-        px_start(engine);
-        px_beginCapture(engine, 0);
+        const px_instance engine = capturing();
         px_status status = {};
         for (int i = 0; i < sweep.count() && status.frame_count < kFrames; ++i) {
             auto bytes = kov::test::toFrame(sweep.frame(i));

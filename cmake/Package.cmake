@@ -21,7 +21,8 @@ set(CPACK_DEBIAN_TOOL_DESCRIPTION "camera with eight capture modes, on the comma
  Takes pictures in the modes of the camera adaptor from scenes, files, videos and webcams.")
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libkovcameraadaptor-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libkovcameraadaptor (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
+    "libkovcameraadaptor (= ${PROJECT_VERSION}), libopencv-dev, nlohmann-json3-dev, libexif-dev, libpng-dev, libturbojpeg0-dev")
 set(CPACK_DEBIAN_DEV_DESCRIPTION "camera adaptor: headers and libraries to build on
  The header of codes and names for applications, and the service side as a library.")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_DEPENDS "opencv-data")

@@ -3,9 +3,11 @@
 #include "host/camera/Delivery.h"
 
 #include <cstring>
+#include <ctime>
 #include <sstream>
 #include <thread>
 
+#include "host/camera/Exif.h"
 #include "host/camera/Failure.h"
 
 namespace kov::camera {
@@ -422,7 +424,8 @@ sp<IMemory> Delivery::makeRaw(const PictureJob& job, const cv::Mat& picture, Fra
 }
 
 sp<IMemory> Delivery::makeJpeg(const PictureJob& job, const cv::Mat& picture, FrameWriter& writer) {
-    const std::vector<uint8_t> bytes = writer.jpeg(picture, job.settings.jpegQuality);
+    std::vector<uint8_t> bytes = writer.jpeg(picture, job.settings.jpegQuality);
+    addExif(bytes, picture.cols, picture.rows, std::time(nullptr));
     const sp<MemoryHeapBase> heap = new MemoryHeapBase(bytes.size(), 0, "jpeg picture");
     if (heap->base()) {
         std::memcpy(heap->base(), bytes.data(), bytes.size());

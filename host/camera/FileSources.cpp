@@ -7,14 +7,12 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <opencv2/core/utils/logger.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
-#include <string_view>
 
+#include "host/camera/PictureFile.h"
 #include "host/camera/Views.h"
 #include "host/camera/scenes/Hand.h"
 
@@ -161,10 +159,8 @@ public:
         const size_t wanted = static_cast<size_t>(seconds / mSeconds + 1e-6) % mFiles.size();
         if (mPicture.empty() || wanted != mShown) {
             const Quiet quiet;
-            mPicture = cv::imread(mFiles[wanted]);
+            mPicture = readPicture(mFiles[wanted], &mError);
             mShown = wanted;
-            if (mPicture.empty())
-                mError = mFiles[wanted] + " is gone or broken";
         }
         return mPicture.empty() ? cv::Mat() : fill(mPicture, size);
     }
@@ -226,54 +222,9 @@ std::unique_ptr<FrameSource> openCapture(const std::string& path, std::string* e
     return std::make_unique<VideoSource>(path, capture, std::move(first));
 }
 
-/// Whether a JPEG or PNG has its end. The decoders would go on with grey, and write lines of their own.
-bool isCut(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    char begin[4] = {};
-    file.read(begin, sizeof begin);
-    const bool jpeg = std::string_view(begin, 2) == "\xFF\xD8";
-    const bool png = std::string_view(begin, 4) == "\x89PNG";
-    if (!file || (!jpeg && !png))
-        return false;
-    constexpr std::streamoff kTail = 65536;  // some cameras write more behind a JPEG's end
-    file.seekg(0, std::ios::end);
-    file.seekg(std::max<std::streamoff>(0, file.tellg() - kTail));
-    const std::string tail{std::istreambuf_iterator<char>(file), {}};
-    return tail.find(jpeg ? "\xFF\xD9" : "IEND") == std::string::npos;
-}
-
-/// Whether a PNG's head asks for more pixels than OpenCV reads.
-bool isHuge(const std::string& path) {
-    constexpr uint64_t kMostPixels = 1 << 30;
-    std::ifstream file(path, std::ios::binary);
-    unsigned char head[24] = {};  // signature, length and name of the first chunk, width, height
-    file.read(reinterpret_cast<char*>(head), sizeof head);
-    const auto number = [&](int at) {
-        return uint64_t{head[at]} << 24 | uint64_t{head[at + 1]} << 16 | uint64_t{head[at + 2]} << 8 | head[at + 3];
-    };
-    return file && std::string_view(reinterpret_cast<char*>(head) + 1, 3) == "PNG" &&
-           number(16) * number(20) > kMostPixels;
-}
-
 std::unique_ptr<FrameSource> openPicture(const std::string& path, SourceOptions& options, std::string* error) {
-    if (isCut(path)) {
-        *error = path + " is cut short; give a whole picture";
-        return nullptr;
-    }
-    if (isHuge(path)) {
-        *error = path + " has more pixels than can be read; give a picture of at most 2^30";
-        return nullptr;
-    }
-    cv::Mat picture;
-    try {
-        picture = cv::imread(path);  // turned as its EXIF orientation says
-    } catch (const cv::Exception&) {
-        // Told below: OpenCV's own words are no help.
-    }
-    if (!picture.empty())
-        return std::make_unique<StillSource>(std::move(picture), options);
-    *error = path + " is a broken picture; give another";
-    return nullptr;
+    cv::Mat picture = readPicture(path, error);
+    return picture.empty() ? nullptr : std::make_unique<StillSource>(std::move(picture), options);
 }
 
 std::unique_ptr<FrameSource> open(const std::string& path, SourceOptions& options, std::string* error) {

@@ -61,11 +61,12 @@ void PictureThreads::restoreFormat(const std::string& original) {
     {
         const AutoMutex held(mLock);
         hardware = mChange.hardware;
-        if (mChange.original == original)
-            mChange = {};
     }
     if (hardware.get())
         setPictureFormat(*hardware.get(), hardware->getParameters(), original);
+    const AutoMutex held(mLock);  // until now a switch has to see to it
+    if (mChange.original == original)
+        mChange = {};
 }
 
 void PictureThreads::restoreFormatOnce() {
@@ -73,10 +74,15 @@ void PictureThreads::restoreFormatOnce() {
     {
         const AutoMutex held(mLock);
         mShotGone = true;
-        std::swap(change, mChange);
+        change = mChange;
     }
-    if (change.hardware.get())
-        change.undo();
+    if (!change.hardware.get())
+        return;
+    // The thread and the shot's end may both be here. Neither waits for the other, and the next shot is made after
+    // either: so each undoes what is not yet undone.
+    change.undo();
+    const AutoMutex held(mLock);
+    mChange = {};
 }
 
 void PictureThreads::Change::undo() const {

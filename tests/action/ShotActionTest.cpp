@@ -12,7 +12,6 @@
 #include "tests/support/FakeArcJpeg.h"
 #include "tests/support/FakeSystem.h"
 #include "tests/support/LongWork.h"
-#include "tests/support/PlacedMemory.h"
 #include "tests/support/ShotTest.h"
 
 using namespace android;
@@ -55,9 +54,7 @@ protected:
     }
 
     void command(int32_t code) { EXPECT_EQ(shot->sendCommand(code, 0, 0), NO_ERROR); }
-    void frame(const sp<IMemory>& memory = placedMemory(kFrame, 9)) {
-        hardware->data(CAMERA_MSG_PREVIEW_FRAME, memory);
-    }
+    void frame(const sp<IMemory>& memory = makeMemory(kFrame, 9)) { hardware->data(CAMERA_MSG_PREVIEW_FRAME, memory); }
     /// A new shot that shows its preview; then commands, and a frame for each 0.
     void start(const std::vector<int32_t>& steps = {}) {
         retireShot();
@@ -364,8 +361,8 @@ TEST_F(ShotActionTest, FramesAreLentFromItsOwnHeapInTurn) {
         EXPECT_TRUE(bytesOf(lastData) == bytes);
     };
     for (const int place : {0, 1, 2, 0, 1})
-        isLent(placedMemory(kFrame, 9), place, kFollowed);
-    isLent(placedMemory(kFrame - 1), 2, {told("of 4607 bytes is smaller than 64 x 48"), "app.data 0x10 4607"});
+        isLent(makeMemory(kFrame, 9), place, kFollowed);
+    isLent(makeMemory(kFrame - 1), 2, {told("of 4607 bytes is smaller than 64 x 48"), "app.data 0x10 4607"});
     const auto passes = [&](const sp<IMemory>& memory, const Lines& expected) {
         for (const bool again : {false, true}) {
             frame(memory);
@@ -373,9 +370,9 @@ TEST_F(ShotActionTest, FramesAreLentFromItsOwnHeapInTurn) {
             EXPECT_EQ(recorder.take("E "), again ? Lines{} : expected);
         }
     };
-    passes(placedMemory(kFrame + 1), {told("of 4609 bytes has no place")});
-    passes(placedMemory(kFrame - 100, 1, kFrame), {told("reaches beyond its heap")});
-    passes(placedMemory(0), {told("has no memory")});
+    passes(makeMemory(kFrame + 1), {told("of 4609 bytes has no place")});
+    passes(makeMemory(kFrame - 100, 1, kFrame), {told("reaches beyond its heap")});
+    passes(makeMemory(0), {told("has no memory")});
     passes(nullptr, {});
     hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(9));
     EXPECT_EQ(taken(), (Lines{"I ShotAction: CAMERA_MSG_COMPRESSED_IMAGE", "app.data 0x100 9"}));
@@ -408,7 +405,7 @@ TEST_F(ShotActionTest, APlaceForEachFormatAndTheOldHeapGoesFirst) {
     shot->startPreview();
     EXPECT_EQ(shot->getPreviewHeap().get(), nullptr);
     EXPECT_EQ(recorder.take("E "), Lines{"E ShotAction: no preview heap of 13824 bytes could be had"});
-    const sp<IMemory> own = placedMemory(kFrame);
+    const sp<IMemory> own = makeMemory(kFrame);
     frame(own);
     EXPECT_EQ(lastData.get(), own.get());
 }
@@ -422,7 +419,7 @@ TEST_F(ShotActionTest, TheGuidesAreDrawnToTheByte) {
     display.entries[2] = {5, 5, 50, 50, 2};
     display.entries[3] = {INT32_MIN, INT32_MAX, INT32_MAX, INT32_MIN, 1};
     display.count = 3;
-    frame(placedMemory(320 * 240 * 3 / 2, 90));
+    frame(makeMemory(320 * 240 * 3 / 2, 90));
     std::vector<uint8_t> expected(320 * 240 * 3 / 2, 90);
     uint8_t* const chroma = expected.data() + 320 * 240;
     const auto draw = [&](int left, int top, int right, int bottom, uint32_t rgb) {
@@ -438,13 +435,13 @@ TEST_F(ShotActionTest, TheGuidesAreDrawnToTheByte) {
     EXPECT_TRUE(bytesOf(lastData) == expected);
     for (const int32_t count : {4, 1000, -5}) {  // wild coordinates and counts draw nothing outside
         display.count = count;
-        frame(placedMemory(320 * 240 * 3 / 2, 90));
+        frame(makeMemory(320 * 240 * 3 / 2, 90));
     }
     // One entry without height, one without width.
     display.entries[0] = {100, 100, 200, 100, 0};
     display.entries[1] = {100, 100, 100, 180, 0};
     display.count = 2;
-    frame(placedMemory(320 * 240 * 3 / 2, 90));
+    frame(makeMemory(320 * 240 * 3 / 2, 90));
     EXPECT_TRUE(bytesOf(lastData) == std::vector<uint8_t>(expected.size(), 90));
 }
 

@@ -11,7 +11,6 @@
 #include "tests/addme/FakePlusMe.h"
 #include "tests/support/FakeSystem.h"
 #include "tests/support/LongWork.h"
-#include "tests/support/PlacedMemory.h"
 #include "tests/support/ShotTest.h"
 
 using namespace android;
@@ -77,8 +76,8 @@ protected:
         hardware->data(type, memory);
         return recorder.take();
     }
-    Lines picture() { return data(CAMERA_MSG_COMPRESSED_IMAGE, placedMemory(10, 1)); }
-    Lines frame(const sp<IMemory>& frame = placedMemory(kFrame, 7)) { return data(CAMERA_MSG_PREVIEW_FRAME, frame); }
+    Lines picture() { return data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(10, 1)); }
+    Lines frame(const sp<IMemory>& frame = makeMemory(kFrame, 7)) { return data(CAMERA_MSG_PREVIEW_FRAME, frame); }
     /// Merges two pictures on a new shot, in steps to 50 and 100; `act` runs once when the application is told of 50.
     Lines mergeDisturbed(const std::function<void()>& act) {
         made();
@@ -248,28 +247,28 @@ TEST_F(ShotAddMeTest, FramesAlternateBetweenTwoSlotsOfItsOwn) {
     };
     const auto shown = [](int fill) { return Lines{text("pm.HandlePreview 640x480 of %d", fill)} + kFrameShown; };
     fakeSystem().now = [](int clock) { return clock == SYSTEM_TIME_REALTIME ? 12345678901234 : 0; };
-    inSlot(placedMemory(kFrame, 4), 1, shown(4));  // before startPreview: slots are made for it
+    inSlot(makeMemory(kFrame, 4), 1, shown(4));  // before startPreview: slots are made for it
     EXPECT_EQ(int64_t{fakePlusMe().seconds} * 1000000 + fakePlusMe().microseconds, 12345678901);
     EXPECT_EQ(shot->startPreview(), NO_ERROR);
     EXPECT_EQ(recorder.take(), Lines{"hw.startPreview"});
     for (const uint8_t fill : {5, 6})
-        inSlot(placedMemory(kFrame, fill), fill % 2 ? 0 : 1, shown(fill));
+        inSlot(makeMemory(kFrame, fill), fill % 2 ? 0 : 1, shown(fill));
     const sp<IMemoryHeap> before = shot->getPreviewHeap();
     const Lines larger = {"pm.HandlePreview 640x480 of 8", "app.data 0x10 460801"};
-    inSlot(placedMemory(kFrame + 1, 8), 0, larger);  // does not fit: one heap for the new size
+    inSlot(makeMemory(kFrame + 1, 8), 0, larger);  // does not fit: one heap for the new size
     const sp<IMemoryHeap> anew = shot->getPreviewHeap();
     EXPECT_NE(anew.get(), before.get());
     EXPECT_EQ(anew->getSize(), 2 * (kFrame + 1));
-    inSlot(placedMemory(kFrame + 1, 8), 1, larger);
+    inSlot(makeMemory(kFrame + 1, 8), 1, larger);
     EXPECT_EQ(shot->getPreviewHeap().get(), anew.get());
     const char* const small =
         "E ShotAddMe: a preview frame of 1000 bytes is smaller than 640 x 480; "
         "such frames are passed on as they are";
-    inSlot(placedMemory(1000), 0, (Lines{small, "app.data 0x10 1000"}));
-    inSlot(placedMemory(1000), 1, Lines{"app.data 0x10 1000"});
+    inSlot(makeMemory(1000), 0, (Lines{small, "app.data 0x10 1000"}));
+    inSlot(makeMemory(1000), 1, Lines{"app.data 0x10 1000"});
     fakePlusMe().results["StartCapture"] = 9;
     EXPECT_EQ(command(1034), kStarted + kError + Lines{"E ShotAddMe: Failed to start series. status 9"});
-    inSlot(placedMemory(kFrame), 0, Lines{"E ShotAddMe: we are not capturing"} + kFrameShown);
+    inSlot(makeMemory(kFrame), 0, Lines{"E ShotAddMe: we are not capturing"} + kFrameShown);
 }
 
 TEST_F(ShotAddMeTest, SlotsThatCannotBeHadAndRegionsThatLie) {
@@ -287,13 +286,13 @@ TEST_F(ShotAddMeTest, SlotsThatCannotBeHadAndRegionsThatLie) {
         EXPECT_EQ(lastData.get(), memory.get());
     };
     const Lines lies = {"E ShotAddMe: a preview frame reaches beyond its heap; such frames are passed on as they are"};
-    passes(placedMemory(kFrame - 97, 1, kFrame), lies + kFrameShown);
-    passes(placedMemory(kFrame - 97, 1, kFrame), kFrameShown);
-    passes(placedMemory(0), Lines{"E ShotAddMe: a preview frame has no memory; such frames are passed on as they are",
-                                  "app.data 0x10 0"});
+    passes(makeMemory(kFrame - 97, 1, kFrame), lies + kFrameShown);
+    passes(makeMemory(kFrame - 97, 1, kFrame), kFrameShown);
+    passes(makeMemory(0), Lines{"E ShotAddMe: a preview frame has no memory; such frames are passed on as they are",
+                                "app.data 0x10 0"});
     const Lines noMemory = {"E ShotAddMe: Null data returned in data callback", "app.notify 0x1 -2147483648 0"};
-    for (const auto& [lie, told] : {std::pair(placedMemory(0, 1, 200), "app.data 0x100 200"),
-                                    {placedMemory(0), "app.data 0x100 0"},
+    for (const auto& [lie, told] : {std::pair(makeMemory(0, 1, 200), "app.data 0x100 200"),
+                                    {makeMemory(0), "app.data 0x100 0"},
                                     {nullptr, "app.data 0x100 null"}})
         EXPECT_EQ(data(CAMERA_MSG_COMPRESSED_IMAGE, lie), noMemory + Lines{told});
 }
@@ -352,13 +351,13 @@ TEST_F(ShotAddMeTest, AMergeMayBeDisturbedFromWithinItsProgress) {
     EXPECT_EQ(mergeDisturbed([&] {
                   send({1034});
                   for (int i = 0; i < 2; ++i)
-                      hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, placedMemory(10, 1));
+                      hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(10, 1));
               }),
               begun + kStarted + kFirst + merged() + noImage(1));
     // A picture of such a series is its first one, when the older merge is over too.
     mergeDisturbed([&] {
         send({1033, 1034});
-        hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, placedMemory(10, 1));
+        hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(10, 1));
     });
     EXPECT_EQ(picture(), merged());
 }
@@ -371,7 +370,7 @@ TEST_F(ShotAddMeTest, NothingWaitsForAStepOfAMerge) {
         if (call != "CreateResult")
             return;
         std::thread([&] {
-            hardware->data(CAMERA_MSG_PREVIEW_FRAME, placedMemory(kFrame, 3));
+            hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(kFrame, 3));
             send({1037});
             record("is back");
         }).join();
@@ -401,7 +400,7 @@ TEST_F(ShotAddMeTest, TheLibraryIsNeverEnteredTwice) {
     };
     const auto deliver = [&](int times, int32_t type, size_t size, uint8_t fill) {
         for (int i = 0; i < times; ++i)
-            hardware->data(type, placedMemory(size, fill));
+            hardware->data(type, makeMemory(size, fill));
     };
     std::vector<std::jthread> threads;
     for (const uint8_t fill : {1, 2, 3})

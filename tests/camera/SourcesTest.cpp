@@ -7,7 +7,9 @@
 #include <opencv2/imgproc.hpp>
 #include <opencv2/objdetect.hpp>
 #include <opencv2/videoio.hpp>
+#include <tuple>
 
+#include "host/camera/Exif.h"
 #include "host/camera/Sources.h"
 #include "host/camera/scenes/AddMe.h"
 #include "host/camera/scenes/Crossing.h"
@@ -138,6 +140,25 @@ TEST(Files, AreShownAsAskedFor) {
     }
 }
 
+TEST(Files, AreTurnedAsTheirExifSays) {
+    const kov::test::TemporaryFolder folder;
+    cv::Mat picture(240, 320, CV_8UC3, cv::Scalar(0, 0, 0));
+    picture.colRange(0, 160) = cv::Scalar(255, 255, 255);
+    // How much brighter the left half is than the right one, and the upper than the lower one.
+    for (const auto& [orientation, across, down] : {std::tuple(1, 1, 0), {3, -1, 0}, {6, 0, 1}, {8, 0, -1}}) {
+        std::vector<uint8_t> jpeg;
+        cv::imencode(".jpg", picture, jpeg);
+        addExif(jpeg, 320, 240, 0, orientation);
+        std::ofstream(folder / "turned.jpg") << std::string(jpeg.begin(), jpeg.end());
+        for (const std::string& source : {folder / "turned.jpg", folder.path()}) {
+            const cv::Mat seen = open(source)->frame(0, {100, 100});
+            const auto light = [&](cv::Rect part) { return cv::mean(seen(part))[0] / 255; };
+            EXPECT_NEAR(light({0, 0, 50, 100}) - light({50, 0, 50, 100}), across, 0.1) << source << orientation;
+            EXPECT_NEAR(light({0, 0, 100, 50}) - light({0, 50, 100, 50}), down, 0.1) << source << orientation;
+        }
+    }
+}
+
 TEST(Files, AndOptionsThatAreWrongGetOneLineThatHelps) {
     const kov::test::TemporaryFolder folder;
     std::filesystem::create_directory(folder / "empty");
@@ -152,7 +173,7 @@ TEST(Files, AndOptionsThatAreWrongGetOneLineThatHelps) {
         {folder / "none.jpg", "there is no file"},
         {folder / "empty", "put JPEG or PNG files there"},
         {folder / "text.mp4", "neither a picture nor a video"},
-        {folder / "broken.jpg", "is cut short; give a whole picture"},
+        {folder / "broken.jpg", "is a broken picture; give another"},
         {"/dev/video99", "/dev/video99"}};
     for (const auto& [source, part] : cases) {
         const std::string error = checkSource(source);

@@ -4,11 +4,13 @@
 #include <camera/CameraHardwareInterface.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <libexif/exif-data.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <ctime>
 #include <fstream>
 #include <functional>
 #include <mutex>
@@ -236,6 +238,31 @@ TEST_F(VendorCameraTest, RefusesWhatCannotBeAndEverythingAfterRelease) {
     EXPECT_NE(dumped.str().find("released: yes"), std::string::npos);
 }
 
+/// Width, height, orientation and software; also expects that the picture was taken just now.
+std::string exifOf(const std::vector<uint8_t>& jpeg) {
+    ExifData* const data = exif_data_new_from_data(jpeg.data(), static_cast<unsigned int>(jpeg.size()));
+    const auto number = [&](ExifIfd ifd, ExifTag tag) {
+        const ExifEntry* const entry = exif_content_get_entry(data->ifd[ifd], tag);
+        return !entry                               ? -1
+               : entry->format == EXIF_FORMAT_SHORT ? exif_get_short(entry->data, EXIF_BYTE_ORDER_INTEL)
+                                                    : exif_get_long(entry->data, EXIF_BYTE_ORDER_INTEL);
+    };
+    const auto word = [&](ExifIfd ifd, ExifTag tag) {
+        const ExifEntry* const entry = exif_content_get_entry(data->ifd[ifd], tag);
+        return std::string(entry ? reinterpret_cast<const char*>(entry->data) : "");
+    };
+    std::tm taken = {};
+    taken.tm_isdst = -1;
+    strptime(word(EXIF_IFD_EXIF, EXIF_TAG_DATE_TIME_ORIGINAL).c_str(), "%Y:%m:%d %H:%M:%S", &taken);
+    EXPECT_NEAR(static_cast<double>(std::time(nullptr) - std::mktime(&taken)), 0, 60);
+    const std::string all = text("%d %d %d ", static_cast<int>(number(EXIF_IFD_EXIF, EXIF_TAG_PIXEL_X_DIMENSION)),
+                                 static_cast<int>(number(EXIF_IFD_EXIF, EXIF_TAG_PIXEL_Y_DIMENSION)),
+                                 static_cast<int>(number(EXIF_IFD_0, EXIF_TAG_ORIENTATION))) +
+                            word(EXIF_IFD_0, EXIF_TAG_SOFTWARE);
+    exif_data_unref(data);
+    return all;
+}
+
 TEST_F(VendorCameraTest, MakesPicturesOfTheAskedSizeAndQuality) {
     open("scene:still-life");
     size_t smaller = 0;
@@ -246,6 +273,7 @@ TEST_F(VendorCameraTest, MakesPicturesOfTheAskedSizeAndQuality) {
         camera->takePicture();
         const auto jpeg = bytesOf(await(CAMERA_MSG_COMPRESSED_IMAGE).front().memory);
         EXPECT_EQ(cv::imdecode(jpeg, cv::IMREAD_COLOR).size(), cv::Size(width, height));
+        EXPECT_EQ(exifOf(jpeg), text("%d %d 1 kovcameraadaptor " KOV_VERSION, width, height));
         EXPECT_GT(jpeg.size(), smaller * 3 / 2);
         smaller = jpeg.size();
         const auto raw = await(CAMERA_MSG_RAW_IMAGE).front().memory;

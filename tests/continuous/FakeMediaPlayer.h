@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 
 namespace kov::test {
@@ -10,6 +11,7 @@ struct FakeMedia {
     std::atomic<int> dataSourceResult{0};
     std::atomic<float> situationVolume{0.5F};
     std::atomic<int> playersAlive{0};
+    std::atomic<uintptr_t> playersMade{0};
     std::function<void()> whileLoading;  // run within setDataSource
 };
 

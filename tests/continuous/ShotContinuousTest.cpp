@@ -2,7 +2,6 @@
 
 #include "shots/continuous/ShotContinuous.h"
 
-#include <android/log.h>
 #include <algorithm>
 #include <chrono>
 #include <future>
@@ -10,16 +9,13 @@
 #include <thread>
 #include <tuple>
 
-#include "adaptor/KovCameraHardwareInterface.h"
 #include "host/runtime/Heaps.h"
-#include "host/runtime/Log.h"
 #include "host/runtime/Properties.h"
 #include "tests/continuous/FakeMediaPlayer.h"
-#include "tests/support/BusyVendor.h"
 #include "tests/support/FakeArcJpeg.h"
 #include "tests/support/FakeSystem.h"
 #include "tests/support/ShotTest.h"
-#include "tests/support/StressThreads.h"
+#include "tests/support/WaitingThread.h"
 
 using namespace android;
 using namespace kov::test;
@@ -65,21 +61,6 @@ private:
 
 constexpr const char* kDone = "app.notify 0x2800 0 0";
 
-/// The lines that begin with one of the `prefixes`.
-Lines only(Lines lines, std::initializer_list<const char*> prefixes) {
-    std::erase_if(lines, [&](const std::string& line) {
-        return std::none_of(prefixes.begin(), prefixes.end(), [&](auto prefix) { return line.starts_with(prefix); });
-    });
-    return lines;
-}
-
-/// The lines with none of the `parts` in them.
-Lines without(Lines lines, std::initializer_list<const char*> parts) {
-    for (const char* part : parts)
-        std::erase_if(lines, [&](const std::string& line) { return line.find(part) != std::string::npos; });
-    return lines;
-}
-
 class ShotContinuousTest : public kov::test::ShotTest<ShotContinuous> {
 protected:
     ShotContinuousTest() {
@@ -111,10 +92,10 @@ protected:
     /// Waits until a line with `end` in it was recorded, and returns all lines that nobody has taken.
     Lines until(const std::string& end) {
         Lines all;
-        for (int i = 0; i < 5000 && without(all, {end.c_str()}).size() == all.size(); ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        waitUntil([&] {
             all = all + recorder.take();
-        }
+            return without(all, {end.c_str()}).size() < all.size();
+        });
         return all;
     }
     Lines burst(int frames, const std::string& end = kDone) {
@@ -128,12 +109,6 @@ protected:
                                                    "app.notify 0x1000 1 0", "app.data 0x100 4", kDone}));
         EXPECT_EQ(ShotContinuous::encoderKillFlag, 0U);
     }
-    /// As the adaptor does it.
-    void switchAway() {
-        shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
-        retireShot();
-    }
-
     /// Has the application act within each message of a type, before the message is recorded.
     void actWithin(int32_t type, const std::function<void()>& act) {
         mReceived = [=](int32_t received) { received == type ? act() : void(); };
@@ -250,13 +225,6 @@ TEST_F(ShotContinuousTest, NineFramesAreTheMostAndEachCopyGoesWithItsPicture) {
     EXPECT_EQ(copies, ((std::vector<size_t>{9, 8, 7, 6, 5, 4, 3, 2, 1, 0})));
 }
 
-TEST_F(ShotContinuousTest, AStopBeforeTheFirstFrameWaitsForIt) {
-    command(1023);
-    command(1024);
-    frameAfter(0);
-    EXPECT_EQ(only(until(kDone), {"app.notify"}), ((Lines{"app.notify 0xE00 1 9", "app.notify 0x1000 1 0", kDone})));
-}
-
 TEST_F(ShotContinuousTest, EveryCommandInEveryState) {
     enum State { Idle, Waiting, Capturing, Encoding };  // Waiting: for the first frame
     const std::string start = "E ShotContinuous: Start() is called in wrong state";
@@ -330,6 +298,8 @@ TEST_F(ShotContinuousTest, ATerminateAtEachPointOfTheEncodersLoop) {
         clock.onPause = [&](int pause) { pause == at ? command(1025) : void(); };
         EXPECT_EQ(only(burst(3, end), {"app.data 0x100", "E ShotContinuous: encodeCSPreview2Jpeg() -exit", kDone}),
                   Lines(at, "app.data 0x100 4") + Lines{end});
+        for (int i = 0; i < 5000 && !late && ShotContinuous::encoderKillFlag != 0; ++i)  // cleared after the line
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         EXPECT_EQ(ShotContinuous::encoderKillFlag != 0, late);
         clock.onPause = {};
         expectCleanBurst();
@@ -382,20 +352,33 @@ TEST_F(ShotContinuousTest, AShotThatGoesAwayTakesItsEncoderAlong) {
     }
 }
 
+// Another burst, that is begun and stopped while a picture is encoded: its encoder waits for the one at work.
 TEST_F(ShotContinuousTest, APictureOfAnAbandonedBurstComesOnlyWhileThereIsNoOther) {
+    const Lines abandoned = {"app.notify 0xE00 1 9", "app.notify 0xE00 2 9", "app.notify 0x1000 2 0"};
+    const Lines alone = {"app.data 0x100 4"};
+    const Lines next = {"app.notify 0xE00 1 9", "app.notify 0x1000 1 0", "app.data 0x100 4", kDone};
     for (const bool another : {false, true}) {
-        fakeArcJpeg().duringSave = [&] {
-            fakeArcJpeg().duringSave = {};
+        std::jthread encoder;
+        fakeArcJpeg().duringSave = [&, saves = 0]() mutable {
+            if (++saves > 1)
+                return;
             command(1025);
-            another ? takeFrames(1) : void();
-        };
-        EXPECT_EQ(only(burst(2, "-exit: "), {"app.notify", "app.data 0x100"}),
-                  (Lines{"app.notify 0xE00 1 9", "app.notify 0xE00 2 9", "app.notify 0x1000 2 0",
-                         another ? "app.notify 0xE00 1 9" : "app.data 0x100 4"}));
-        if (another) {
+            if (!another)
+                return;
+            std::function<void()> work;
+            fakeSystem().startThread = [&](const auto& thread) {
+                work = thread;
+                return true;
+            };
+            takeFrames(1);
             command(1024);
-            EXPECT_EQ(only(until(kDone), {"app."}), (Lines{"app.notify 0x1000 1 0", "app.data 0x100 4", kDone}));
-        }
+            fakeSystem().startThread = {};
+            encoder = startUntilItWaits(work);
+            EXPECT_EQ(saves, 1);
+        };
+        EXPECT_EQ(only(burst(2, another ? kDone : "-exit: "), {"app.notify", "app.data 0x100"}),
+                  abandoned + (another ? next : alone));
+        fakeArcJpeg().duringSave = {};
         expectCleanBurst();
     }
 }
@@ -450,12 +433,17 @@ TEST_F(ShotContinuousTest, AFrameThatIsNotThereIsNotTaken) {
     shot->startPreview();
     command(1023);
     recorder.take();
-    const sp<IMemoryHeap> heap = new MemoryHeapBase(4608);
     for (int i = 0; i < 2; ++i)
-        hardware->data(CAMERA_MSG_PREVIEW_FRAME, new MemoryBase(heap, 8, 4608));
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeLyingRegion(4608));
     EXPECT_EQ(recorder.take(), (Lines{"E ShotContinuous: a preview frame reaches beyond its heap; such frames are "
                                       "passed on as they are",
                                       "app.data 0x10 4608", "app.data 0x10 4608"}));
+    frameAfter(0);
+    command(1025);
+    recorder.take();
+    EXPECT_EQ(shot->Capture(nullptr), AfterCall::GoOn);
+    EXPECT_EQ(recorder.take(), (Lines{"I ShotContinuous: Capture() - start - Frame count : 0",
+                                      "E ShotContinuous: Capture() - preview frame is NULL"}));
 }
 
 TEST_F(ShotContinuousTest, LoadingTheSoundKeepsNoFrameWaiting) {
@@ -539,71 +527,6 @@ TEST_F(ShotContinuousTest, WithoutAVendorLayerItRefusesCommands) {
     recorder.take();
     EXPECT_EQ(shot->sendCommand(1023, 0, 0), INVALID_OPERATION);
     EXPECT_EQ(recorder.take(), (Lines{"E ShotContinuous: mHardware is NULL, returning."}));
-}
-
-/// The service: takes a lock of its own in its callbacks and around every other command.
-struct StressingService : StressThreads {
-    std::atomic<int> pictures{0}, messages{0}, encoders{0};
-    sp<CameraHardwareInterface> adaptor;  // set before the threads start, dropped after they end
-
-    void act(uint32_t random) {
-        const int32_t codes[] = {1023, 1023, 1024, 1024, 1023, 1024, 1026, 1025};
-        const bool change = random % 32 == 0;
-        adaptor->sendCommand(change ? 1000 : codes[random % 8], static_cast<int32_t>(random / 8 % 2), 0);
-        if (change)
-            adaptor->sendCommand(1001, 0, 0);
-    }
-    void received(int32_t type) {
-        const std::lock_guard held(lock);
-        pictures += type == CAMERA_MSG_COMPRESSED_IMAGE;
-        const int count = ++messages;
-        if (!stop && (type == CAMERA_MSG_COMPRESSED_IMAGE || count % 4001 == 0))
-            act(static_cast<uint32_t>(count) * 2654435761U >> 8);
-    }
-};
-
-TEST(ContinuousStressTest, BurstsTerminatesSwitchesAndSoundAtRandom) {
-    kov::host::setLogLevel(ANDROID_LOG_SILENT);
-    // A thousand times as fast as the real time.
-    fakeSystem().now = [](int) { return systemTime() * 1000; };
-    fakeSystem().sleep = [](int64_t duration) { std::this_thread::sleep_for(std::chrono::nanoseconds(duration)); };
-    static StressingService& service = *new StressingService;
-    const int sink = kov::host::addLogSink([](const kov::host::LogLine& line) {
-        const auto says = [&](const char* text) { return line.message.find(text) != std::string_view::npos; };
-        service.encoders += says("encodeCSPreview2Jpeg() - start");
-        service.encoders -= says("encodeCSPreview2Jpeg() -exit") || says("encodeCSPreview2Jpeg - Completed");
-    });
-    const size_t heapsBefore = kov::host::liveHeaps();
-    {
-        const sp<BusyVendor> vendor = new BusyVendor;
-        vendor->params.setPreviewSize(64, 48);
-        FakeCameraHardware::setNext(vendor.get());
-        service.adaptor = openKovCameraHardware();
-        service.adaptor->setCallbacks([](int32_t type, int32_t, int32_t, void*) { service.received(type); },
-                                      [](int32_t type, const sp<IMemory>&, void*) { service.received(type); }, nullptr,
-                                      nullptr);
-        service.adaptor->sendCommand(1001, 0, 0);
-        service.start([&](auto&) { vendor->deliver(1); });
-        for (int i = 0; i < 2; ++i)
-            service.start([](std::minstd_rand& random) {
-                service.lockedOrNot(random, [&] { service.act(static_cast<uint32_t>(random())); });
-                std::this_thread::sleep_for(std::chrono::microseconds(random() % 800));
-            });
-        for (int i = 0; i < 60000 && (i < 1000 || service.pictures == 0 || service.messages <= 1000); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        service.join();
-        service.adaptor.clear();
-        FakeCameraHardware::setNext(nullptr);
-    }
-    // Encoders may still be on their way out; none is left behind.
-    for (int i = 0; i < 20000 && (service.encoders != 0 || kov::host::liveHeaps() > heapsBefore); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    kov::host::removeLogSink(sink);
-    resetFakeSystem();
-    EXPECT_EQ(service.encoders, 0);
-    EXPECT_LE(kov::host::liveHeaps(), heapsBefore);
-    EXPECT_GT(service.pictures, 0);
-    EXPECT_GT(service.messages, 1000);
 }
 
 }  // namespace

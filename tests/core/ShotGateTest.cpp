@@ -5,13 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
-#include <future>
 #include <optional>
 #include <thread>
 #include <utility>
 
 #include "tests/support/Recorder.h"
+#include "tests/support/WaitingThread.h"
 
 using android::ShotGate;
 
@@ -44,10 +43,12 @@ TEST(ShotGateTest, LetsInByAddressAndClassWhileOpen) {
 TEST(ShotGateTest, RetiringWaitsForThoseInside) {
     Fenced fenced;
     std::optional<ShotGate::Entry> inside(std::in_place, fenced.gate);
-    std::future<void> retired = std::async(std::launch::async, [&] { EXPECT_TRUE(fenced.gate.retire()); });
-    EXPECT_EQ(retired.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    std::atomic<bool> retired{false};
+    std::jthread retiring = kov::test::startUntilItWaits([&] { retired = fenced.gate.retire(); });
+    EXPECT_FALSE(retired);
     inside.reset();
-    EXPECT_EQ(retired.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    retiring.join();
+    EXPECT_TRUE(retired);
 }
 
 TEST(ShotGateTest, RetiringDoesNotWaitForThoseOutsideAndTheyDoNotComeBack) {

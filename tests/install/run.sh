@@ -28,7 +28,13 @@ cmake --build "$work/consumer" >"$work/log" || { cat "$work/log"; exit 1; }
 "$work/consumer/consumer" "$work/cmake.jpg"
 is_picture "$work/cmake.jpg"
 
-step 'the same with pkg-config'
+step 'a program that builds it as a part of itself'
+cmake -S "$source/tests/install/consumer" -B "$work/part" -G Ninja -D CMAKE_BUILD_TYPE=Release -D KOV_SOURCE="$source" >"$work/log"
+# The program's own source, and that all the rest is known: to compile it as well would take minutes and show no more.
+cmake --build "$work/part" --target CMakeFiles/consumer.dir/main.cpp.o >"$work/log" || { cat "$work/log"; exit 1; }
+cmake --build "$work/part" --target consumer -- -n >"$work/log" || { cat "$work/log"; exit 1; }
+
+step 'a program that finds it with pkg-config'
 export PKG_CONFIG_PATH=$libraries/pkgconfig
 read -ra flags <<<"$(pkg-config --cflags kovcameraadaptor-service)"
 read -ra links <<<"$(pkg-config --libs kovcameraadaptor-service)"

@@ -28,9 +28,10 @@ struct Outcome {
 
 class KovcamTest : public ::testing::Test {
 protected:
-    Outcome kovcam(const std::string& arguments, const std::string& before = "") const {
-        const std::string line = before + "KOV_CAMERA_SPEED=4 " KOV_KOVCAM " " + arguments + " >" + folder / "output";
-        const int status = std::system((line + " 2>&1 </dev/null").c_str());
+    Outcome kovcam(const std::string& arguments, const std::string& before = "",
+                   const std::string& input = "/dev/null") const {
+        const std::string line = "KOV_CAMERA_SPEED=4 " + before + KOV_KOVCAM " " + arguments + " >" + folder / "output";
+        const int status = std::system((line + " 2>&1 <" + input).c_str());
         std::ifstream file(folder / "output");
         return {WEXITSTATUS(status), {std::istreambuf_iterator<char>(file), {}}};
     }
@@ -43,6 +44,12 @@ protected:
         for (std::string line; std::getline(file, line);)
             events.push_back(nlohmann::json::parse(line));
         return events;
+    }
+    static void expectOneLine(const Outcome& run, const std::string& expected) {
+        EXPECT_NE(run.status, 0) << expected;
+        EXPECT_TRUE(run.output.starts_with("kovcam: ")) << run.output;
+        EXPECT_NE(run.output.find(expected), std::string::npos) << expected << ": " << run.output;
+        EXPECT_EQ(run.output.find('\n'), run.output.size() - 1) << run.output;
     }
     cv::Size sizeOf(const std::string& name) const { return cv::imread(folder / name).size(); }
     void write(const std::string& name, const std::string& text) const { std::ofstream(folder / name) << text; }
@@ -112,17 +119,27 @@ TEST_F(KovcamTest, RunsAScript) {
 
 TEST_F(KovcamTest, SaysInOneLineWhatIsWrong) {
     write("broken.avi", "this is no video");
-    std::vector<uint8_t> jpeg;
-    cv::imencode(".jpg", cv::Mat(64, 64, CV_8UC3, cv::Scalar(9, 9, 9)), jpeg);
-    write("cut.jpg", std::string(jpeg.begin(), jpeg.end() - 40));
+    cv::Mat noise(64, 64, CV_8UC3);
+    cv::randu(noise, 0, 255);
+    for (const std::string ending : {".jpg", ".png"}) {
+        std::vector<uint8_t> bytes;
+        cv::imencode(ending, noise, bytes);
+        write("cut" + ending, std::string(bytes.begin(), bytes.end() - 40));
+        for (size_t i = bytes.size() / 2; i < bytes.size() / 2 + 64; ++i)
+            bytes[i] = i % 2 ? 0x5A : 0xFF;  // no marker of JPEG, no block of PNG
+        write("damaged" + ending, std::string(bytes.begin(), bytes.end()));
+    }
     write("huge.png",
-          std::string("\x89PNG\r\n\x1A\n\0\0\0\rIHDR\0\0\x9C\x40\0\0\x9C\x40\x8\x2\0\0\0", 29) + "CRC.IEND");
+          std::string("\x89PNG\r\n\x1A\n\0\0\0\rIHDR\0\0\x9C\x40\0\0\x9C\x40\x8\x2\0\0\0\xDE\x6E\x99\x52\0\0\0\1IDAT",
+                      41));
     write("two.kov", "0 mode nosuch\n");
     write("binary.kov", std::string("0 picture\n\0\1", 12));
     cv::VideoWriter(folder / "clip.avi", cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), 25, {64, 64})
         .write(cv::Mat(64, 64, CV_8UC3, cv::Scalar(9, 9, 9)));
     std::filesystem::create_directory(folder / "full");
     write("full/letter.txt", "not to be lost");
+    write("letter.html", "not to be lost");
+    write("two.mp4", "not to be lost");
     write("bad-step.kov", "0 start-preview\n1 jump\n");
     write("bad-time.kov", "soon picture\n");
     write("bad-code.kov", "0 command 99999999999\n");
@@ -156,6 +173,9 @@ TEST_F(KovcamTest, SaysInOneLineWhatIsWrong) {
         {"shoot single" + scene + out + " --fps abc", "--fps"},
         {"shoot single" + scene + " -o out/{x}.jpg", "unknown field {x}"},
         {"shoot single -i " + folder / "cut.jpg" + out, "cut.jpg is cut short"},
+        {"shoot single -i " + folder / "cut.png" + out, "cut.png is cut short"},
+        {"shoot single -i " + folder / "damaged.jpg" + out, "damaged.jpg is a broken picture"},
+        {"shoot single -i " + folder / "damaged.png" + out, "damaged.png is a broken picture"},
         {"shoot single -i " + folder / "huge.png" + out, "huge.png has more pixels"},
         {"shoot panorama -i " + folder / "clip.avi" + out + " --direction left", "--direction is for"},
         {"script " + folder / "two.kov" + " --check", "two.kov:1: "},
@@ -164,15 +184,28 @@ TEST_F(KovcamTest, SaysInOneLineWhatIsWrong) {
         {"demo -o " + folder / "full", "is no gallery"},
         {"demo nosuch -o " + folder / "new", "there is no mode"},
         {"shoot nothing" + scene + out, "\"nothing\""},
+        {"shoot single" + scene + out + " --record " + folder / "film.avi", "--record writes .mp4 and .mkv files"},
+        {"shoot single" + scene + out + " --record /proc/none/film.mp4", "film.mp4 cannot be written"},
+        {"shoot single" + scene + out + " --record " + folder / "two.mp4", "two.mp4 is there already"},
+        {"shoot single" + scene + out + " --patience 1e300", "--patience"},
+        {"shoot single" + scene + out + " --every 0", "--every"},
+        {"shoot single" + scene + out + " --latest a/b", "--latest is a name"},
+        {"shoot single -i 'scene:landscape?direction=left|up'" + out, "not \"left|up\""},
+        {"gallery " + folder / "none", "there is no folder"},
+        {"gallery " + folder / "full", "there are no pictures in"},
+        {"gallery " + folder.path() + " -o " + folder / "letter.html", "letter.html is there and is no gallery"},
+        {"gallery " + folder.path() + " " + folder.path(), "give it with -o"},
         {"demo -o /proc/none", "cannot be written"}};
-    for (const auto& [arguments, expected] : cases) {
-        SCOPED_TRACE(arguments);
-        const Outcome run = kovcam(arguments);
-        EXPECT_NE(run.status, 0);
-        EXPECT_TRUE(run.output.starts_with("kovcam: ")) << run.output;
-        EXPECT_NE(run.output.find(expected), std::string::npos) << run.output;
-        EXPECT_EQ(run.output.find('\n'), run.output.size() - 1) << run.output;
-    }
+    for (const auto& [arguments, expected] : cases)
+        expectOneLine(kovcam(arguments), expected);
+    const std::pair<const char*, const char*> environments[] = {
+        {"KOV_CAMERA_SPEED=fast ", "KOV_CAMERA_SPEED must be a number from 0.1 to 100, not \"fast\""},
+        {"KOV_LOG=loud ", "\"loud\" is no log level"},
+        {"KOV_LIBRARY=/etc/passwd ", "the library cannot be loaded"}};
+    for (const auto& [environment, expected] : environments)
+        expectOneLine(kovcam("shoot single" + scene + out, environment), expected);
+    for (const char* name : {"full/letter.txt", "letter.html", "two.mp4"})
+        EXPECT_EQ(std::filesystem::file_size(folder / name), 14U) << name;
 }
 
 TEST_F(KovcamTest, NeverWritesOverAPicture) {
@@ -192,6 +225,31 @@ TEST_F(KovcamTest, NeverWritesOverAPicture) {
               cv::Size(320, 240));
     for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
         EXPECT_FALSE(entry.path().filename().string().starts_with(".kovcam")) << entry.path();
+}
+
+TEST_F(KovcamTest, TakesPicturesAtIntervalsAndWhenAskedAndMakesAVideo) {
+    const std::string small = "shoot single -i scene:still-life --picture-size 320x240 --preview-size 320x240";
+    const Outcome timed = kovcam(small + " --every 0.2 --count 3 --record " + folder / "film.mp4 -o " + folder / "a");
+    EXPECT_EQ(timed.output, folder / "a/single-001.jpg\n" + (folder / "a/single-002.jpg\n") +
+                                (folder / "a/single-003.jpg\n") + (folder / "film.mp4\n"));
+    cv::VideoCapture film(folder / "film.mp4");
+    EXPECT_EQ(film.get(cv::CAP_PROP_FRAME_WIDTH), 320);
+    EXPECT_GE(film.get(cv::CAP_PROP_FRAME_COUNT), 4);
+    write("presses", "\n\n");
+    EXPECT_EQ(kovcam(small + " --wait -o " + folder / "b", "", folder / "presses").output,
+              folder / "b/single-001.jpg\n" + (folder / "b/single-002.jpg\n"));
+    EXPECT_EQ(kovcam(small + " --save-raw -o " + folder / "c").status, 0);
+    EXPECT_EQ(std::filesystem::file_size(folder / "c/raw-001.y4m"),
+              std::string("YUV4MPEG2 W320 H240 F1:1 Ip A1:1 C420jpeg\nFRAME\n").size() + 320 * 240 * 3 / 2);
+    cv::Mat raw;
+    EXPECT_TRUE(cv::VideoCapture(folder / "c/raw-001.y4m").read(raw));
+    EXPECT_EQ(raw.size(), cv::Size(320, 240));
+    EXPECT_EQ(kovcam("gallery " + folder / "a " + folder / "b -o " + folder / "page.html").output,
+              folder / "page.html\n");
+    std::ifstream page(folder / "page.html");
+    const std::string text{std::istreambuf_iterator<char>(page), {}};
+    for (const char* link : {"href=\"a/single-003.jpg\"", "href=\"b/single-002.jpg\"", "src=\"a/single-001.jpg\""})
+        EXPECT_NE(text.find(link), std::string::npos) << link;
 }
 
 TEST_F(KovcamTest, AFullDiskLeavesNoPictureThatIsCut) {

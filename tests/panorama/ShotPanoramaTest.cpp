@@ -69,7 +69,7 @@ protected:
         int width = 0, height = 0;
         hardware->params.getPreviewSize(&width, &height);
         fakePanoraMax().status.status = status;
-        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeRegion(static_cast<size_t>(width) * height * 3 / 2, fill));
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(static_cast<size_t>(width) * height * 3 / 2, fill));
     }
     Lines frame(uint32_t status = 1, uint8_t fill = 0) {
         deliver(status, fill);
@@ -204,7 +204,7 @@ TEST_F(ShotPanoramaTest, StopAndCancelOutsideAndInside) {
     command(1019);
     fakePanoraMax().results["px_endCapture"] = 5;
     command(1020);
-    EXPECT_EQ(shot->handled(makeRegion(460800)), Lines{"0"});
+    EXPECT_EQ(shot->handled(makeMemory(460800)), Lines{"0"});
     retireShot();
     EXPECT_EQ(recorder.take(), (Lines{"I ShotPanorama: ShotPanorama destroyed: pid=PID", "W ShotPanorama: free",
                                       "px_free #5", "I ShotCommon: ShotCommon destroyed: pid=PID"}));
@@ -294,11 +294,11 @@ TEST_F(ShotPanoramaTest, InitTakesItsOwnSizeAndRefusesAndIgnores) {
     shot->init(640, 240, true);
     taken();
     fakePanoraMax().status = {2, 0, 0, 1, 30, 10, {}, 2};
-    EXPECT_EQ(shot->handled(makeRegion(460800)), Lines{"1"});  // ready, but not added
+    EXPECT_EQ(shot->handled(makeMemory(460800)), Lines{"1"});  // ready, but not added
     EXPECT_EQ(taken(), Lines{"px_handleFrame #2 640x240 0 at 100"});
     fakePanoraMax().status.status = 3;                  // add it
     for (const char* const how : {"2", "2", "0", "0"})  // the buffer is full, but there is no capture to stop
-        EXPECT_EQ(shot->handled(makeRegion(460800)), Lines{how});
+        EXPECT_EQ(shot->handled(makeMemory(460800)), Lines{how});
 }
 
 TEST_F(ShotPanoramaTest, FramesThatAreNotTheCapturesGoByUnread) {
@@ -306,7 +306,7 @@ TEST_F(ShotPanoramaTest, FramesThatAreNotTheCapturesGoByUnread) {
         "E preview frames are not semi-planar 4:2:0 of 640 x 480, as the capture wants them; they "
         "are passed on as they are";
     command(1019);
-    const sp<IMemory> frames[] = {makeRegion(460799), makeRegion(0), makeLyingRegion(460800),
+    const sp<IMemory> frames[] = {makeMemory(460799), makeMemory(0), makeLyingRegion(460800),
                                   new MemoryBase(nullptr, 0, 460800), nullptr};
     for (int round = 0; round < 2; ++round) {
         for (const auto& data : frames)
@@ -316,9 +316,9 @@ TEST_F(ShotPanoramaTest, FramesThatAreNotTheCapturesGoByUnread) {
                   round == 0 ? 3 : 0);
         EXPECT_EQ(lines.size(), round == 0 ? 8U : 5U);
     }
-    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeRegion(460801));  // with something behind it
+    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(460801));  // with something behind it
     EXPECT_EQ(taken(), analysed(100) + Lines{"app.data 0x10 460801"});
-    hardware->data(CAMERA_MSG_RAW_IMAGE, makeRegion(460800));
+    hardware->data(CAMERA_MSG_RAW_IMAGE, makeMemory(460800));
     const auto restart = [&](int width) {
         hardware->params.setPreviewSize(width, 480);
         EXPECT_EQ(shot->startPreview(), NO_ERROR);
@@ -491,7 +491,7 @@ TEST_F(ShotPanoramaTest, WithoutAVendorLayer) {
     hardware.clear();
     makeShot();
     EXPECT_EQ(shot->sendCommand(1019, 0, 0), INVALID_OPERATION);
-    shot->processDataCallback(CAMERA_MSG_PREVIEW_FRAME, makeRegion(100));
+    shot->processDataCallback(CAMERA_MSG_PREVIEW_FRAME, makeMemory(100));
     EXPECT_EQ(recorder.take("E ShotPanorama"),
               (Lines{"E ShotPanorama: mHardware is NULL, returning.", "E ShotPanorama: mDataCb is NULL, returning."}));
 }

@@ -96,7 +96,7 @@ protected:
     void deliver(uint8_t fill = 0) {
         int width = 0, height = 0;
         hardware->params.getPreviewSize(&width, &height);
-        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeRegion(static_cast<size_t>(width) * height * 3 / 2, fill));
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(static_cast<size_t>(width) * height * 3 / 2, fill));
     }
     Lines framed() {
         frame();
@@ -356,15 +356,15 @@ TEST_F(ShotSmileTest, AFrameInTheEnginesHasTheSizeThatTheyWereMadeFor) {
 TEST_F(ShotSmileTest, OtherMessagesAndNoVendorLayer) {
     make();
     for (int round = 0; round < 2; ++round) {  // one line for each kind of fault
-        for (const auto& data : {makeRegion(28799), makeRegion(0), makeLyingRegion(28800)})
+        for (const auto& data : {makeMemory(28799), makeMemory(0), makeLyingRegion(28800)})
             hardware->data(CAMERA_MSG_PREVIEW_FRAME, data);
         const Lines lines = recorder.take();
         EXPECT_EQ(lines.size(), round == 0 ? 6U : 3U);
     }
-    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeRegion(30000));  // with something behind it
+    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(30000));  // with something behind it
     EXPECT_EQ(recorder.take(), tracked() + Lines{"app.data 0x10 30000"});
     hardware->data(CAMERA_MSG_PREVIEW_FRAME, nullptr);
-    hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeRegion(5));
+    hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(5));
     EXPECT_EQ(shot->sendCommand(1018, 1, 2), NO_ERROR);
     EXPECT_EQ(shot->sendCommand(1017, 1, 2), NO_ERROR);
     EXPECT_EQ(shot->sendCommand(1019, 1, 2), NO_ERROR);

@@ -1,15 +1,14 @@
-// The JPEG half of libarccamera.so for unit tests: records its calls and writes a scripted "JPEG".
+// The JPEG half of libarccamera.so for tests: records its calls and writes a scripted "JPEG".
 
 #include "tests/support/FakeArcJpeg.h"
 
 #include <algorithm>
-#include <cstring>
 
+#include "tests/support/Answers.h"
+#include "tests/support/Handles.h"
 #include "tests/support/Recorder.h"
 
-using kov::test::fakeArcJpeg;
-using kov::test::record;
-using kov::test::text;
+using namespace kov::test;
 
 namespace kov::test {
 
@@ -26,74 +25,79 @@ void resetFakeArcJpeg() {
 
 namespace {
 
-char gManager;
-
+struct Manager {};
 struct Stream {
     std::string bytes;
     size_t place = 0;
 };
 
+/// An encoder reads the whole picture, as far as it can be one.
 MRESULT save(MHandle manager, MHandle stream, MBITMAP* bitmap, const std::string& how) {
-    record((manager ? "" : "without manager: ") + how);
+    record((manager && use<Manager>(manager) ? "" : "without manager: ") + how);
     fakeArcJpeg().lastBitmap = *bitmap;
-    static_cast<Stream*>(stream)->bytes = fakeArcJpeg().jpeg;
+    const uint32_t asked = ask();
+    const int64_t pixels = int64_t{bitmap->lWidth} * bitmap->lHeight;
+    if (asked == 1 || pixels <= 0)
+        return 7;
+    for (int64_t i = 0; i < pixels && pixels <= (1 << 20); ++i)
+        static_cast<const volatile uint8_t*>(bitmap->pPlane[0])[i];
+    if (asked != 2)  // else an output that was not written
+        use<Stream>(stream)->bytes = fakeArcJpeg().jpeg;
     if (fakeArcJpeg().duringSave)
         fakeArcJpeg().duringSave();
-    return fakeArcJpeg().saveResult;
+    return asked == 3 ? 7 : fakeArcJpeg().saveResult;
 }
 
 }  // namespace
 
 MRESULT AMCM_Create(MHandle memory_manager, MHandle* manager) {
     record(memory_manager ? "AMCM_Create with memory manager" : "AMCM_Create");
-    if (fakeArcJpeg().createResult == 0)
-        *manager = &gManager;
-    return fakeArcJpeg().createResult;
+    const MRESULT result = fakeArcJpeg().createResult;
+    return result || !make<Manager>(ask(), manager) ? std::max(result, 5) : 0;
 }
 
-MRESULT AMCM_RegisterEx(MHandle, uint32_t id, uint32_t version, uint32_t kind, uint32_t use, void* factory) {
-    record(text("AMCM_RegisterEx 0x%x 0x%x %u %u%s", id, version, kind, use,
+MRESULT AMCM_RegisterEx(MHandle manager, uint32_t id, uint32_t version, uint32_t kind, uint32_t used, void* factory) {
+    record(text("AMCM_RegisterEx 0x%x 0x%x %u %u%s", id, version, kind, used,
                 factory == reinterpret_cast<void*>(MEncoder_AJL2Create) ? " AJL2" : ""));
-    return 0;
+    return use<Manager>(manager) && !ask() ? 0 : 3;
 }
 
-MRESULT AMCM_Destroy(MHandle) {
+MRESULT AMCM_Destroy(MHandle manager) {
     record("AMCM_Destroy");
-    return 0;
+    return giveBack<Manager>(manager) && !ask() ? 0 : 3;
 }
 
 void MEncoder_AJL2Create(void) {}
 
 MHandle MStreamOpenFromMemoryBlock(void* block, int32_t capacity) {
     record(text("MStreamOpenFromMemoryBlock %s %d", block ? "block" : "null", capacity));
-    return fakeArcJpeg().streamOpens ? new Stream : nullptr;
+    return fakeArcJpeg().streamOpens && !ask() ? keep(std::make_shared<Stream>()) : nullptr;
 }
 
 int32_t MStreamSeek(MHandle stream, int32_t origin, int32_t offset) {
     record(text("MStreamSeek %d %d", origin, offset));
-    static_cast<Stream*>(stream)->place = static_cast<size_t>(offset);
-    return 0;
+    use<Stream>(stream)->place = static_cast<size_t>(offset);
+    return ask() ? -1 : 0;
 }
 
 int32_t MStreamGetSize(MHandle stream) {
     record("MStreamGetSize");
-    return static_cast<int32_t>(static_cast<Stream*>(stream)->bytes.size());
+    return numberOf(ask(), static_cast<int32_t>(use<Stream>(stream)->bytes.size()));
 }
 
 int32_t MStreamRead(MHandle stream, void* destination, int32_t size) {
     record(text("MStreamRead %d", size));
-    auto* from = static_cast<Stream*>(stream);
-    const size_t count = std::min(static_cast<size_t>(size), from->bytes.size() - from->place);
-    if (count)
-        std::memcpy(destination, from->bytes.data() + from->place, count);
-    from->place += count;
-    return static_cast<int32_t>(count);
+    auto* const from = use<Stream>(stream);
+    const uint32_t how = ask();
+    const std::string part = from->bytes.substr(from->place, how == 1 ? 0 : static_cast<size_t>(size));
+    std::copy(part.begin(), part.end(), static_cast<char*>(destination));
+    from->place += part.size();
+    return numberOf(how, static_cast<int32_t>(part.size()));
 }
 
 MRESULT MStreamClose(MHandle stream) {
     record("MStreamClose");
-    delete static_cast<Stream*>(stream);
-    return 0;
+    return giveBack<Stream>(stream) && !ask() ? 0 : 1;
 }
 
 MRESULT MdBitmapSave(MHandle manager, MHandle stream, uint32_t kind, MBITMAP* bitmap) {

@@ -26,49 +26,39 @@ FakeCameraHardware::FakeCameraHardware() {
     params.setPictureFormat("jpeg");
 }
 
-FakeCameraHardware::~FakeCameraHardware() = default;
-
 void FakeCameraHardware::setNext(const sp<CameraHardwareInterface>& hardware) {
     next() = hardware;
-}
-
-sp<CameraHardwareInterface> FakeCameraHardware::open() {
-    ++gOpened;
-    record("openCameraHardware");
-    return next();
 }
 
 size_t FakeCameraHardware::timesOpened() {
     return gOpened;
 }
 
-status_t FakeCameraHardware::call(const std::string& name, const std::string& arguments) {
-    record("hw." + name + (arguments.empty() ? "" : " " + arguments));
-    if (const auto action = during.find(name); action != during.end())
+status_t FakeCameraHardware::call(const char* operation, const std::string& arguments) {
+    record(std::string("hw.") + operation + (arguments.empty() ? "" : " " + arguments));
+    return within(operation);
+}
+
+status_t FakeCameraHardware::within(const char* operation) {
+    if (const auto action = during.find(operation); action != during.end())
         action->second();
-    const auto result = results.find(name);
+    const auto result = results.find(operation);
     return result == results.end() ? NO_ERROR : result->second;
 }
 
-sp<IMemoryHeap> FakeCameraHardware::getPreviewHeap() {
-    call("getPreviewHeap");
-    return previewHeap;
-}
-
-sp<IMemoryHeap> FakeCameraHardware::getRawHeap() {
-    call("getRawHeap");
-    return rawHeap;
+Receiver FakeCameraHardware::receiver() const {
+    const std::lock_guard held(mLock);
+    return *this;
 }
 
 void FakeCameraHardware::setCallbacks(notify_callback notify_cb, data_callback data_cb,
                                       data_callback_timestamp data_cb_timestamp, void* newUser) {
     call("setCallbacks");  // before: what happens within it may be overtaken by this registration
-    notifyCb = notify_cb;
-    dataCb = data_cb;
-    dataCbTimestamp = data_cb_timestamp;
-    user = newUser;
-    if (const auto action = during.find("setCallbacks stored"); action != during.end())
-        action->second();
+    {
+        const std::lock_guard held(mLock);
+        static_cast<Receiver&>(*this) = {notify_cb, data_cb, data_cb_timestamp, newUser};
+    }
+    within("setCallbacks stored");
 }
 
 void FakeCameraHardware::enableMsgType(int32_t msgType) {
@@ -87,12 +77,14 @@ void FakeCameraHardware::releaseRecordingFrame(const sp<IMemory>& mem) {
 
 status_t FakeCameraHardware::setParameters(const CameraParameters& newParams) {
     const status_t status = call("setParameters", newParams.flatten().string());
+    const std::lock_guard held(mLock);
     if (status == NO_ERROR)
         params = newParams;
     return status;
 }
 
 CameraParameters FakeCameraHardware::getParameters() const {
+    const std::lock_guard held(mLock);
     return params;
 }
 
@@ -107,5 +99,7 @@ status_t FakeCameraHardware::dump(int fd, const Vector<String16>& args) const {
 }  // namespace kov::test
 
 sp<CameraHardwareInterface> openCameraHardware() {
-    return kov::test::FakeCameraHardware::open();
+    ++kov::test::gOpened;
+    kov::test::record("openCameraHardware");
+    return kov::test::next();
 }

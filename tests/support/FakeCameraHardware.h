@@ -3,24 +3,44 @@
 
 #include <camera/CameraHardwareInterface.h>
 
+#include <atomic>
 #include <cstddef>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <string>
 
 namespace kov::test {
 
-/// Every operation but `getParameters` and `msgTypeEnabled` records "hw.NAME arguments". Made for tests in which one
-/// thread at a time uses it.
-class FakeCameraHardware : public android::CameraHardwareInterface {
+/// Whom a vendor layer tells what happens. Sends nothing for which there is no callback.
+struct Receiver {
+    android::notify_callback notifyCb = nullptr;
+    android::data_callback dataCb = nullptr;
+    android::data_callback_timestamp dataCbTimestamp = nullptr;
+    void* user = nullptr;
+
+    void notify(int32_t msgType, int32_t ext1 = 0, int32_t ext2 = 0) const {
+        if (notifyCb)
+            notifyCb(msgType, ext1, ext2, user);
+    }
+    void data(int32_t msgType, const android::sp<android::IMemory>& memory) const {
+        if (dataCb)
+            dataCb(msgType, memory, user);
+    }
+    void dataTimestamp(int64_t timestamp, int32_t msgType, const android::sp<android::IMemory>& memory) const {
+        if (dataCbTimestamp)
+            dataCbTimestamp(timestamp, msgType, memory, user);
+    }
+};
+
+/// Every operation but `getParameters` and `msgTypeEnabled` records "hw.NAME arguments". Is the receiver that was
+/// registered last. Operations may come on several threads; what a test sets and reads has to wait for them.
+class FakeCameraHardware : public android::CameraHardwareInterface, public Receiver {
 public:
     FakeCameraHardware();
-    ~FakeCameraHardware() override;
 
     /// What `openCameraHardware` returns from now on; empty for none. Records "openCameraHardware" when called.
     static void setNext(const android::sp<android::CameraHardwareInterface>& hardware);
-    /// What `openCameraHardware` does.
-    static android::sp<android::CameraHardwareInterface> open();
     /// Calls of `openCameraHardware` so far.
     static size_t timesOpened();
 
@@ -29,24 +49,14 @@ public:
     // By operation name; run within the operation. "setCallbacks stored" runs when a registration has taken effect.
     std::map<std::string, std::function<void()>> during;
     android::sp<android::IMemoryHeap> previewHeap, rawHeap;
-    int32_t enabledTypes = android::CAMERA_MSG_ALL_MSGS;
+    std::atomic<int32_t> enabledTypes = android::CAMERA_MSG_ALL_MSGS;
     bool flag = false;  // answer of previewEnabled, recordingEnabled
 
-    // What was registered last.
-    android::notify_callback notifyCb = nullptr;
-    android::data_callback dataCb = nullptr;
-    android::data_callback_timestamp dataCbTimestamp = nullptr;
-    void* user = nullptr;
+    /// What was registered last. Any thread.
+    Receiver receiver() const;
 
-    /// Sends a message through what is registered.
-    void notify(int32_t msgType, int32_t ext1 = 0, int32_t ext2 = 0) { notifyCb(msgType, ext1, ext2, user); }
-    void data(int32_t msgType, const android::sp<android::IMemory>& memory) { dataCb(msgType, memory, user); }
-    void dataTimestamp(int64_t timestamp, int32_t msgType, const android::sp<android::IMemory>& memory) {
-        dataCbTimestamp(timestamp, msgType, memory, user);
-    }
-
-    android::sp<android::IMemoryHeap> getPreviewHeap() override;
-    android::sp<android::IMemoryHeap> getRawHeap() override;
+    android::sp<android::IMemoryHeap> getPreviewHeap() override { return heap("getPreviewHeap", previewHeap); }
+    android::sp<android::IMemoryHeap> getRawHeap() override { return heap("getRawHeap", rawHeap); }
     void setCallbacks(android::notify_callback notify_cb, android::data_callback data_cb,
                       android::data_callback_timestamp data_cb_timestamp, void* user) override;
     void enableMsgType(int32_t msgType) override;
@@ -69,8 +79,17 @@ public:
     void release() override { call("release"); }
     android::status_t dump(int fd, const android::Vector<android::String16>& args) const override;
 
+protected:
+    /// What happens within an operation, and its result.
+    virtual android::status_t within(const char* operation);
+
+    mutable std::mutex mLock;  // guards the receiver and the parameters against calls on several threads
+
 private:
-    android::status_t call(const std::string& name, const std::string& arguments = "");
+    android::status_t call(const char* operation, const std::string& arguments = "");
+    android::sp<android::IMemoryHeap> heap(const char* operation, const android::sp<android::IMemoryHeap>& answer) {
+        return call(operation) == 0 ? answer : nullptr;
+    }
 };
 
 }  // namespace kov::test

@@ -1,56 +1,69 @@
-// libcaps.so for unit tests: records its calls and answers from a script.
+// libcaps.so for tests: records its calls and answers from a script.
 
 #include "tests/support/FakeCaps.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 
+#include "tests/support/Answers.h"
+#include "tests/support/Handles.h"
 #include "tests/support/Recorder.h"
 
 using namespace kov::test;
 
 namespace {
 
-std::atomic<int> gObjects{0};
-
 /// The record that an image handle points to. This library would release the pixels, if nobody told it otherwise.
 struct Image : caps_image {
-    caps_data pixels;
+    caps_data pixels = {};
+    int first() const { return pixels.length > 0 ? pixels.data[0] : -1; }
+    int last() const { return pixels.length > 0 ? pixels.data[pixels.length - 1] : -1; }
 };
 struct Buffer : caps_data {
     std::string bytes;
 };
 
-caps_result call(const char* name, const std::string& arguments = "") {
+constexpr caps_result kFailed = 6;
+
+struct Outcome {
+    operator caps_result() const { return result; }
+    caps_result result;
+    uint32_t how;  // it misbehaves, beyond its result
+};
+
+Outcome call(const char* name, const std::string& arguments = "") {
     record(std::string("caps.") + name + arguments);
     if (fakeCaps().during)
         fakeCaps().during(name);
     const auto result = fakeCaps().results.find(name);
-    return result == fakeCaps().results.end() ? CAPS_SUCCESS : result->second;
+    const uint32_t how = ask(name);
+    return {result != fakeCaps().results.end() ? result->second : how == 1 ? kFailed : CAPS_SUCCESS, how};
 }
 
-/// `Handle`: what an object is to the caller; null where the call fails.
+/// The object, which begins as told, goes to `handle`; null where the call fails.
 template <typename Object, typename Handle>
-caps_result make(Handle** handle, const char* name, const std::string& arguments) {
-    const caps_result result = call(name, arguments);
-    *handle = result == CAPS_SUCCESS && !fakeCaps().makesNothing.contains(name) ? new Object{} : nullptr;
-    gObjects += *handle != nullptr;
-    return result;
+caps_result make(Handle** handle, const Object& object, const char* name, const std::string& arguments) {
+    const Outcome outcome = call(name, arguments);
+    const uint32_t how = outcome != CAPS_SUCCESS ? 1 : fakeCaps().makesNothing.contains(name) ? 2 : outcome.how;
+    *handle = nullptr;
+    const bool success = kov::test::make<Object>(how, handle);
+    if (*handle)
+        *use<Object>(*handle) = object;
+    return success ? CAPS_SUCCESS : outcome == CAPS_SUCCESS ? kFailed : outcome.result;
 }
 
 template <typename Object>
-caps_result destroy(Object* object, const char* name) {
-    delete object;
-    --gObjects;
+caps_result destroy(const void* object, const char* name) {
+    giveBack<Object>(object);
     return call(name);
 }
 
-void fill(caps_data* data) {
-    auto* const buffer = static_cast<Buffer*>(data);
+void fill(caps_data* data, uint32_t how) {
+    auto* const buffer = use<Buffer>(data);
     buffer->bytes = fakeCaps().jpeg;
-    buffer->length = static_cast<int32_t>(buffer->bytes.size());
-    buffer->data = reinterpret_cast<uint8_t*>(buffer->bytes.data());
+    const auto length = static_cast<int32_t>(buffer->bytes.size());
+    buffer->length = how > 2 ? std::min(absurd(how), 0) : length;
+    buffer->data = how == 2 ? nullptr : reinterpret_cast<uint8_t*>(buffer->bytes.data());
 }
 
 }  // namespace
@@ -72,135 +85,119 @@ FakeCaps& fakeCaps() {
     return fake;
 }
 
-int fakeCapsObjects() {
-    return gObjects;
-}
-
 }  // namespace kov::test
 
 int32_t caps_pixelBitSize(int32_t format) {
-    call("pixelBitSize", text(" %d", format));
-    return fakeCaps().bitsPerPixel;
+    return numberOf(call("pixelBitSize", text(" %d", format)).how, fakeCaps().bitsPerPixel);
 }
 
 caps_result caps_createImage(const caps_data* pixels, int32_t width, int32_t height, int32_t stride, int32_t format,
                              caps_image** image) {
-    const caps_result result = make<Image>(
-        image, "createImage",
-        text(" %d of %d, %dx%d stride %d %d", pixels->length, pixels->data[0], width, height, stride, format));
-    if (auto* const made = static_cast<Image*>(*image))
-        *made = {{1}, *pixels};
-    return result;
+    const Image made = {{1}, *pixels};
+    return make(image, made, "createImage",
+                text(" %d of %d, %dx%d stride %d %d", pixels->length, made.first(), width, height, stride, format));
 }
 caps_result caps_destroyImage(caps_image* image) {
-    return destroy(static_cast<Image*>(image), image->owns_pixels ? "destroyImage with its pixels" : "destroyImage");
+    // Pixels that it owned it would release too: as bad as no image.
+    return destroy<Image>(image->owns_pixels ? nullptr : image, "destroyImage");
 }
 
 caps_result caps_createBuffer(int32_t capacity, caps_data** buffer) {
-    return make<Buffer>(buffer, "createBuffer", text(" %d", capacity));
+    return make(buffer, Buffer(), "createBuffer", text(" %d", capacity));
 }
 caps_result caps_destroyBuffer(caps_data* buffer) {
-    return destroy(static_cast<Buffer*>(buffer), "destroyBuffer");
+    return destroy<Buffer>(buffer, "destroyBuffer");
 }
 
 caps_result ctstream_createBufferStream(caps_data* buffer, int32_t mode, caps_stream** stream) {
     const bool input = buffer->length > 0;
-    const caps_result result =
-        make<caps_stream>(stream, input ? "createBufferStream in" : "createBufferStream out", text(" %d", mode));
-    if (*stream)
-        **stream = {buffer, input};
-    return result;
+    const char* const name = input ? "createBufferStream in" : "createBufferStream out";
+    return make(stream, caps_stream{buffer, input}, name, text(" %d", mode));
 }
 caps_result ctstream_destroy(caps_stream* stream) {
-    return destroy(stream, stream->input ? "destroyStream in" : "destroyStream out");
+    return destroy<caps_stream>(stream, stream->input ? "destroyStream in" : "destroyStream out");
 }
 
 caps_result caps_createSession(caps_stream* input, int32_t mode, cips** session) {
-    return make<cips>(session, "createSession", text(" %d%s", mode, input->input ? "" : " of the output"));
+    const caps_data* const source = use<caps_stream>(input)->data;
+    if (source->length > 0)
+        static_cast<const volatile uint8_t*>(source->data)[source->length - 1];
+    return make(session, cips(), "createSession", text(" %d%s", mode, input->input ? "" : " of the output"));
 }
 caps_result caps_newSessionWithRaw(caps_image* source, cips** session) {
-    const auto [length, bytes] = static_cast<const Image*>(source)->pixels;
-    return make<cips>(session, "newSessionWithRaw", text(" of %d..%d", bytes[0], bytes[length - 1]));
+    const auto* const image = use<Image>(source);
+    return make(session, cips(), "newSessionWithRaw", text(" of %d..%d", image->first(), image->last()));
 }
 caps_result caps_destroySession(cips* session) {
-    return destroy(session, "destroySession");
+    return destroy<cips>(session, "destroySession");
 }
 
-caps_result caps_beginCartoon(cips*) {
-    return call("beginCartoon");
-}
-caps_result caps_setCartoon(cips*, int32_t on) {
-    return call("setCartoon", text(" %d", on));
-}
-caps_result caps_endCartoon(cips*) {
-    return call("endCartoon");
-}
-caps_result caps_applySketch(cips*, int32_t color) {
-    return call("applySketch", text(" %d", color));
-}
-caps_result caps_beginStamp(cips*) {
-    return call("beginStamp");
-}
-caps_result caps_setStamp(cips*, int32_t smoothness, int32_t threshold) {
-    return call("setStamp", text(" %d %d", smoothness, threshold));
-}
-caps_result caps_endStamp(cips*) {
-    return call("endStamp");
-}
-caps_result caps_beginRotate(cips*) {
-    return call("beginRotate");
-}
-caps_result caps_setRotate(cips*, int32_t degrees) {
-    return call("setRotate", text(" %d", degrees));
-}
-caps_result caps_endRotate(cips*) {
-    return call("endRotate");
-}
-caps_result caps_setJpegQuality(cips*, float quality) {
-    return call("setJpegQuality", text(" %.2f", static_cast<double>(quality)));
-}
+// What is done to a session, with values or without.
+#define STEP(name, arguments, ...)         \
+    caps_result caps_##name(__VA_ARGS__) { \
+        use<cips>(session);                \
+        return call(#name, arguments);     \
+    }
+STEP(beginCartoon, "", cips* session)
+STEP(setCartoon, text(" %d", on), cips* session, int32_t on)
+STEP(endCartoon, "", cips* session)
+STEP(applySketch, text(" %d", color), cips* session, int32_t color)
+STEP(beginStamp, "", cips* session)
+STEP(setStamp, text(" %d %d", smoothness, threshold), cips* session, int32_t smoothness, int32_t threshold)
+STEP(endStamp, "", cips* session)
+STEP(beginRotate, "", cips* session)
+STEP(setRotate, text(" %d", degrees), cips* session, int32_t degrees)
+STEP(endRotate, "", cips* session)
+STEP(setJpegQuality, text(" %.2f", static_cast<double>(quality)), cips* session, float quality)
 
-caps_result caps_render(cips*, caps_stream* output, int32_t width, int32_t height, int32_t flags, int32_t mode,
+caps_result caps_render(cips* session, caps_stream* output, int32_t width, int32_t height, int32_t flags, int32_t mode,
                         caps_iterator** iterator) {
+    use<cips>(session);
     const std::string arguments = text(" %dx%d %d %d%s", width, height, flags, mode, iterator ? "" : " at once") +
-                                  (output->input ? " into the input" : "");
-    const caps_result result =
-        iterator ? make<caps_iterator>(iterator, "render", arguments) : call("render", arguments);
-    if (iterator && *iterator)
-        (*iterator)->output = output;
-    if (!iterator && result == CAPS_SUCCESS)
-        fill(output->data);
-    return result;
+                                  (use<caps_stream>(output)->input ? " into the input" : "");
+    if (!iterator) {
+        const Outcome outcome = call("render", arguments);
+        if (outcome == CAPS_SUCCESS)
+            fill(output->data, outcome.how);
+        return outcome;
+    }
+    return make(iterator, caps_iterator{output, 0}, "render", arguments);
 }
 
 caps_result caps_doNextIteration(caps_iterator* iterator) {
-    const caps_result result = call("doNextIteration");
-    if (++iterator->step < fakeCaps().counts.size() || fakeCaps().endless)
-        return result;
-    fill(iterator->output->data);
+    const Outcome outcome = call("doNextIteration");
+    use<caps_iterator>(iterator)->step += outcome.how == 0 || outcome.how > 8;  // else it stands still
+    if (outcome.how == 1 || iterator->step < fakeCaps().counts.size() || fakeCaps().endless)
+        return outcome;
+    fill(iterator->output->data, outcome.how);
     return 0;
 }
 
-caps_result caps_estimateIterationCount(caps_iterator*, int32_t* total) {
-    *total = fakeCaps().total;
-    return call("estimateIterationCount");
+caps_result caps_estimateIterationCount(caps_iterator* iterator, int32_t* total) {
+    use<caps_iterator>(iterator);
+    const Outcome outcome = call("estimateIterationCount");
+    tell(outcome.how, total, fakeCaps().total);
+    return outcome;
 }
 
 caps_result caps_getCurIterationCount(caps_iterator* iterator, int32_t* done) {
-    *done = fakeCaps().counts[std::min(iterator->step, fakeCaps().counts.size()) - 1];
-    return call("getCurIterationCount");
+    const Outcome outcome = call("getCurIterationCount");
+    const size_t step = std::clamp<size_t>(use<caps_iterator>(iterator)->step, 1, fakeCaps().counts.size());
+    tell(outcome.how, done, fakeCaps().counts[step - 1]);
+    return outcome;
 }
 
 caps_result caps_destroyIterator(caps_iterator* iterator) {
-    return destroy(iterator, "destroyIterator");
+    return destroy<caps_iterator>(iterator, "destroyIterator");
 }
 
-caps_result caps_renderAsRawToBuffer(cips*, caps_image* destination, int32_t flags, int32_t mode) {
-    const caps_data& pixels = static_cast<Image*>(destination)->pixels;
-    const caps_result result = call("renderAsRawToBuffer", text(" over %d, %d %d", pixels.data[0], flags, mode));
-    if (result == CAPS_SUCCESS && fakeCaps().renderRaw)
-        fakeCaps().renderRaw(pixels.data);
-    else if (result == CAPS_SUCCESS)
-        std::memset(pixels.data, fakeCaps().look, static_cast<size_t>(pixels.length));
-    return result;
+caps_result caps_renderAsRawToBuffer(cips* session, caps_image* destination, int32_t flags, int32_t mode) {
+    use<cips>(session);
+    const auto* const image = use<Image>(destination);
+    const Outcome outcome = call("renderAsRawToBuffer", text(" over %d, %d %d", image->first(), flags, mode));
+    if (outcome == CAPS_SUCCESS && fakeCaps().renderRaw)
+        fakeCaps().renderRaw(image->pixels.data);
+    else if (outcome == CAPS_SUCCESS && image->pixels.length > 0)
+        std::memset(image->pixels.data, fakeCaps().look, static_cast<size_t>(image->pixels.length));
+    return outcome;
 }

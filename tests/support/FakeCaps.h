@@ -28,7 +28,4 @@ struct FakeCaps {
 };
 FakeCaps& fakeCaps();
 
-/// Objects of the library that are alive.
-int fakeCapsObjects();
-
 }  // namespace kov::test

@@ -7,6 +7,8 @@
 
 #include <cstdlib>
 
+#include "tests/support/Region.h"
+
 using kov::test::fakeSystem;
 
 kov::test::FakeSystem& kov::test::fakeSystem() {
@@ -47,7 +49,7 @@ void* allocate(size_t size) {
 sp<MemoryHeapBase> newHeap(size_t size) {
     if (size > 0 && fakeSystem().allowsHeap && !fakeSystem().allowsHeap(size))
         return nullptr;
-    return new MemoryHeapBase(size, 0, nullptr);
+    return new kov::test::PlainHeap(size);
 }
 
 bool startThread(void* (*entry)(void*), void* argument) {

@@ -1,14 +1,11 @@
 // Long work of a shot, and what ends it from another thread.
 #pragma once
 
-#include <unistd.h>
-
 #include <atomic>
-#include <chrono>
-#include <fstream>
 #include <functional>
-#include <string>
 #include <thread>
+
+#include "tests/support/WaitingThread.h"
 
 namespace kov::test {
 
@@ -20,11 +17,8 @@ public:
     void step() {
         if (++mSteps != 3)
             return;
-        while (!mOther)
-            std::this_thread::yield();
-        const std::string stat = "/proc/self/task/" + std::to_string(mOther) + "/stat";
-        for (std::string state; state != "S"; std::this_thread::sleep_for(std::chrono::milliseconds(1)))
-            std::ifstream(stat) >> state >> state >> state;
+        mOther.wait(0);
+        waitUntilItWaits(mOther);
     }
     /// Runs `work`, and on another thread `prepare` and `end`. How many steps came once `end` was waiting.
     int stepsAfter(const std::function<void()>& work, const std::function<void()>& prepare,
@@ -35,6 +29,7 @@ public:
         std::thread([&] {
             prepare();
             mOther = gettid();
+            mOther.notify_one();
             end();
         }).join();
         worker.join();

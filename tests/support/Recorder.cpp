@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <utils/threads.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -32,6 +33,19 @@ void recordLogLine(const kov::host::LogLine& line) {
 }
 
 }  // namespace
+
+Lines only(Lines lines, std::initializer_list<const char*> prefixes) {
+    std::erase_if(lines, [&](const std::string& line) {
+        return std::none_of(prefixes.begin(), prefixes.end(), [&](auto prefix) { return line.starts_with(prefix); });
+    });
+    return lines;
+}
+
+Lines without(Lines lines, std::initializer_list<const char*> parts) {
+    for (const char* part : parts)
+        std::erase_if(lines, [&](const std::string& line) { return line.find(part) != std::string::npos; });
+    return lines;
+}
 
 std::string text(const char* format, ...) {
     char buffer[1024];
@@ -62,9 +76,7 @@ Lines Recorder::take() {
 }
 
 Lines Recorder::take(const std::string& prefix) {
-    Lines taken = take();
-    std::erase_if(taken, [&](const std::string& line) { return !line.starts_with(prefix); });
-    return taken;
+    return only(take(), {prefix.c_str()});
 }
 
 void record(std::string line) {

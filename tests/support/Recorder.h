@@ -1,6 +1,7 @@
 // A record, as lines of text, of everything that crosses a boundary during a test.
 #pragma once
 
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,12 @@ inline Lines operator+(Lines left, const Lines& right) {
     left.insert(left.end(), right.begin(), right.end());
     return left;
 }
+
+/// The lines that begin with one of the `prefixes`.
+Lines only(Lines lines, std::initializer_list<const char*> prefixes);
+
+/// The lines with none of the `parts` in them.
+Lines without(Lines lines, std::initializer_list<const char*> parts);
 
 /// printf into a string.
 std::string text(const char* format, ...) __attribute__((format(printf, 1, 2)));

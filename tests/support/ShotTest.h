@@ -1,37 +1,20 @@
 // The frame around a test of one shot: a fake vendor layer below it, a recording application above it.
 #pragma once
 
-#include <binder/MemoryBase.h>
-#include <binder/MemoryHeapBase.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <functional>
 #include <mutex>
 #include <utility>
-#include <vector>
 
 #include "shots/ShotCallbacks.h"
 #include "tests/support/FakeCameraHardware.h"
+#include "tests/support/Handles.h"
 #include "tests/support/Recorder.h"
+#include "tests/support/Region.h"
+#include "tests/support/WaitingThread.h"
 
 namespace kov::test {
-
-/// Shared memory of `size` bytes, all `fill`, within a larger heap.
-inline android::sp<android::IMemory> makeMemory(size_t size, uint8_t fill = 0) {
-    constexpr size_t kBefore = 64, kBehind = 32;
-    const android::sp<android::IMemoryHeap> heap = new android::MemoryHeapBase(kBefore + size + kBehind);
-    std::memset(heap->base(), ~fill, heap->getSize());
-    const android::sp<android::IMemory> memory = new android::MemoryBase(heap, kBefore, size);
-    std::memset(memory->pointer(), fill, size);
-    return memory;
-}
-
-/// The bytes of a region.
-inline std::vector<uint8_t> bytesOf(const android::sp<android::IMemory>& memory) {
-    const auto* first = static_cast<const uint8_t*>(memory->pointer());
-    return {first, first + memory->size()};
-}
 
 /// Owns a `Mode` over `hardware` and is its application: its callbacks record "app.notify 0xTYPE EXT1 EXT2",
 /// "app.data 0xTYPE SIZE" (or "null") and "app.dataTimestamp TIME 0xTYPE SIZE", and keep the data message received last
@@ -48,6 +31,11 @@ public:
         if (Mode* old = std::exchange(shot, nullptr))
             android::retireShot(old, old->gate());
     }
+    /// As the adaptor does it.
+    void switchAway() {
+        shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
+        retireShot();
+    }
     /// A preview frame of the vendor layer's preview size in 4:2:0, all bytes `fill`.
     android::sp<android::IMemory> makeFrame(uint8_t fill = 0) const {
         int width = 0;
@@ -55,7 +43,11 @@ public:
         hardware->params.getPreviewSize(&width, &height);
         return makeMemory(static_cast<size_t>(width) * height * 3 / 2, fill);
     }
-    void TearDown() override { retireShot(); }
+    /// Whatever a test does, nothing of a library's is left when its shot has gone.
+    void TearDown() override {
+        retireShot();
+        EXPECT_TRUE(waitUntil([] { return handlesOwed().empty(); })) << handlesOwed();
+    }
 
     Recorder recorder;
     android::sp<FakeCameraHardware> hardware = new FakeCameraHardware;

@@ -1,4 +1,4 @@
-// A thread that has come to where it has to wait.
+// Waiting for what other threads do.
 #pragma once
 
 #include <unistd.h>
@@ -12,26 +12,40 @@
 
 namespace kov::test {
 
+/// Waits for `done`, with patience for a machine that is busy with other things. Whether it came.
+template <typename Done>
+bool waitUntil(Done done) {
+    for (int i = 0; i < 60000 && !done(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return done();
+}
+
+/// Returns when the thread of this id sleeps, or has ended. It may sleep for a moment on its way, above all under an
+/// emulator: it must be found sleeping as often as `looks` says, in a row.
+inline void waitUntilItWaits(pid_t thread, int looks = 1) {
+    for (int found = 0; found < looks; std::this_thread::sleep_for(std::chrono::milliseconds(1))) {
+        std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+        if (!file)
+            return;
+        std::string state;
+        for (std::string name; file >> name && name.back() != ')';) {
+        }
+        file >> state;
+        found = state == "S" ? found + 1 : 0;
+    }
+}
+
 /// Starts a thread and returns when it waits for something, or has ended.
 template <typename Work>
 std::jthread startUntilItWaits(Work work) {
     const auto id = std::make_shared<std::atomic<pid_t>>(0);
     std::jthread thread([id, work] {
         *id = gettid();
+        id->notify_one();
         work();
-        *id = -1;
     });
-    // A thread may sleep for a moment on its way, above all under an emulator: it must be found waiting again and
-    // again.
-    constexpr int kLooks = 20;
-    for (int waiting = 0; *id != -1 && waiting < kLooks; std::this_thread::sleep_for(std::chrono::milliseconds(1))) {
-        std::ifstream file("/proc/self/task/" + std::to_string(*id) + "/stat");
-        for (std::string name; file >> name && name.back() != ')';) {
-        }
-        std::string state;
-        file >> state;
-        waiting = state == "S" ? waiting + 1 : 0;
-    }
+    id->wait(0);
+    waitUntilItWaits(*id, 20);
     return thread;
 }
 

@@ -2,11 +2,18 @@
 
 #include "tools/kovcam/Camera.h"
 
+#include <fcntl.h>
+#include <unistd.h>
 #include <utils/Timers.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <thread>
 #include <utility>
 
@@ -16,6 +23,7 @@
 namespace kov::cam {
 
 using namespace android;
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -28,9 +36,13 @@ void requireSource(const std::string& source) {
         throw Error(error);
 }
 
-/// Prints where a picture is, at once: it is of use also when the session fails later.
+void prepareOutput(const SaverOptions& saving) {
+    prepareFolder(OutputName(saving.output, saving.mode).folder());
+}
+
+/// Prints where a picture or a recording is, at once: it is of use also when the session fails later.
 void print(int32_t type, const std::string& path) {
-    if (type == CAMERA_MSG_COMPRESSED_IMAGE || type == CAMERA_MSG_RAW_IMAGE) {
+    if (type == CAMERA_MSG_COMPRESSED_IMAGE || type == CAMERA_MSG_RAW_IMAGE || type == CAMERA_MSG_VIDEO_FRAME) {
         std::printf("%s\n", path.c_str());
         std::fflush(stdout);
     }
@@ -56,9 +68,10 @@ struct Camera::Triggers {
     }
 };
 
-// The source is looked at first: one that is unknown leaves the files of an earlier session as they are.
+// The source is looked at first: one that is unknown leaves the files of an earlier session as they are. Then the
+// folder for the pictures is made, where the trace may be wanted too.
 Camera::Camera(const CameraOptions& options)
-    : mPatience((requireSource(options.source), options.patience)),
+    : mPatience((requireSource(options.source), prepareOutput(options.saving), options.patience)),
       mTrace(options.trace.empty() ? nullptr : std::make_shared<Trace>(options.trace)),
       mSaver(std::make_shared<Saver>(options.saving,
                                      [trace = mTrace](int32_t type, const std::string& path) {
@@ -66,19 +79,51 @@ Camera::Camera(const CameraOptions& options)
                                              trace->fileWritten(type, path);
                                          print(type, path);
                                      })),
+      mRecording(options.record),
+      mToStandardOutput(OutputName(options.saving.output, options.saving.mode).standardOutput()),
+      mRecorder(std::make_shared<Recorder>()),
       mInbox(std::make_shared<Inbox>()),
       mTriggers(std::make_shared<Triggers>()) {
     SessionOptions session{options.source, options.parameters, {}};
     if (mTrace)
         session.listeners.push_back(mTrace);
     session.listeners.push_back(mSaver);
+    session.listeners.push_back(mRecorder);
     session.listeners.push_back(mInbox);  // last: who waits for a message finds it saved
     mSession = Session::open(std::move(session));
+    startRecording(options.saving.overwrite);
     onSignal([inbox = mInbox, triggers = mTriggers](int signal) {
         if (signal == SIGUSR1)
             ++triggers->count;
         inbox->interrupt();
     });
+}
+
+/// The file is made before the preview starts: where none can be, nothing is taken.
+void Camera::startRecording(bool overwrite) {
+    if (mRecording.empty())
+        return;
+    if (const std::string ending = fs::path(mRecording).extension(); ending != ".mp4" && ending != ".mkv")
+        throw Error("--record writes .mp4 and .mkv files; name " + mRecording + " so");
+    const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (overwrite ? O_TRUNC : O_EXCL);
+    const int file = open(mRecording.c_str(), flags, 0666);
+    if (file < 0 && errno == EEXIST)
+        throw Error(mRecording + " is there already; name another file, or give --overwrite");
+    if (file < 0)
+        throw Error(mRecording + " cannot be written: " + std::strerror(errno));
+    ::close(file);
+    mRecorder->start(mRecording, std::max(1.0, std::atof(mSession->parameter("preview-frame-rate").c_str())));
+}
+
+void Camera::endRecording() {
+    if (mRecording.empty())
+        return;
+    if (mRecorder->stop().frames == 0) {
+        std::remove(mRecording.c_str());
+        throw Error("the recording " + mRecording + " is empty: no preview frame came, or the disk is full");
+    }
+    if (!mToStandardOutput)
+        print(CAMERA_MSG_VIDEO_FRAME, mRecording);
 }
 
 Camera::~Camera() {
@@ -178,6 +223,7 @@ void Camera::close() {
     mSaver->flush();
     if (mTrace)
         mTrace->flush();
+    endRecording();
 }
 
 }  // namespace kov::cam

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/kovcam/Recorder.h"
 #include "tools/kovcam/Saver.h"
 #include "tools/kovcam/Signals.h"
 #include "tools/session/Inbox.h"
@@ -21,6 +22,7 @@ struct CameraOptions {
     std::map<std::string, std::string> parameters;
     SaverOptions saving;
     std::string trace;     // a file, or empty
+    std::string record;    // a video file of the preview, or empty
     double patience = 30;  // seconds that the camera may show no progress while something is waited for
 };
 
@@ -71,11 +73,16 @@ private:
     struct Triggers;
     /// `progress` tells which messages begin the time anew.
     End await(double seconds, const Done& done, const Done& progress);
+    void startRecording(bool overwrite);
+    void endRecording();
     [[noreturn]] void giveUp(const std::string& what) const;
 
     const double mPatience;
     std::shared_ptr<Trace> mTrace;  // null when there is none
     const std::shared_ptr<Saver> mSaver;
+    const std::string mRecording;  // a file, or empty
+    const bool mToStandardOutput;  // goes the picture, and no path with it
+    const std::shared_ptr<Recorder> mRecorder;
     const std::shared_ptr<Inbox> mInbox;
     const std::shared_ptr<Triggers> mTriggers;
     std::shared_ptr<Session> mSession;

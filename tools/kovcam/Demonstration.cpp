@@ -96,7 +96,7 @@ int runDemo(const std::string& folder, const std::string& only) {
             failed += runItem(*mode, demo, fresh / (prefix + mode->name)) ? 0 : 1;
         }
     }
-    writeGallery(fresh);
+    writeDemoGallery(fresh);
     swapIn(fresh, place);
     return failed;
 }

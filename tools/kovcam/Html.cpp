@@ -26,7 +26,7 @@ figure { margin: 0; } figcaption { font-size: .8rem; color: var(--soft); }
 .time { display: grid; grid-template-columns: 210px 1fr; gap: 2px 10px; font-size: .8rem; align-items: center; }
 .time span { overflow-wrap: anywhere; }
 .time div { position: relative; height: 20px; border-bottom: 1px solid var(--edge); margin-right: 12px; }
-.time .ticks { border: 0; color: var(--soft); } .time b { position: absolute; font-weight: normal; transform: translateX(-50%); }
+.time .ticks { border: 0; color: var(--soft); } .time b { position: absolute; white-space: nowrap; font-weight: normal; transform: translateX(-50%); }
 .time div i { position: absolute; top: 10px; transform: translate(-50%, -50%); }
 .time i, .legend i { display: inline-block; width: 9px; height: 9px; border-radius: 50%; background: var(--accent); }
 .time i.inner, .legend i.inner { width: 5px; height: 9px; border-radius: 1px; background: #7a9a3c; }

@@ -125,7 +125,7 @@ void Saver::onFrame(const Frame& frame) {
                                   namesOf(mOutput.folder() + "/" + name, ".jpg"),
                                   {frame.bytes, frame.bytes + frame.size},
                                   frame});
-}  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): the function object goes with the picture
+}
 
 void Saver::onPicture(const Picture& picture) {
     std::string word;
@@ -152,6 +152,6 @@ void Saver::onRawPicture(const Frame& frame) {
     char text[32];
     std::snprintf(text, sizeof text, "raw-%03d", static_cast<int>(frame.number) + 1);
     mWriter.add({frame.type, namesOf(mOutput.folder() + "/" + text, ".y4m"), yuv4mpeg(frame)});
-}  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): the function object goes with the picture
+}
 
 }  // namespace kov::cam

@@ -256,16 +256,30 @@ void runScript(const std::vector<ScriptStep>& steps, Camera& camera) {
     const double begin = now();
     double last = begin;
     int asked = 0;  // pictures that must have been received
+    const auto waitForPictures = [&] {
+        while (camera.saver().received() < asked)
+            camera.wait("picture", [&](const Message&) { return camera.saver().received() >= asked; });
+    };
     for (const ScriptStep& step : steps) {
         // Messages that come meanwhile are still there for a wait.
         camera.sleepUntil((step.relative ? last : begin) + step.seconds);
+        // Counted before it is asked for: a fast camera delivers it meanwhile.
+        const int before = camera.saver().received();
+        try {
+            findVerb(step.what)->run(step.arguments, camera);
+        } catch (const Error& error) {
+            try {
+                waitForPictures();
+            } catch (const Error&) {
+                // Told already: what stopped the script stopped the camera too.
+            }
+            throw Error("line " + std::to_string(step.line) + ": " + error.what());
+        }
         if (step.what == "picture")
-            asked = camera.saver().received() + 1;
-        findVerb(step.what)->run(step.arguments, camera);
+            asked = before + 1;
         last = now();
     }
-    while (camera.saver().received() < asked)
-        camera.wait("picture", [&](const Message&) { return camera.saver().received() >= asked; });
+    waitForPictures();
 }
 
 }  // namespace kov::cam

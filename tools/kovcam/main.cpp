@@ -10,11 +10,13 @@
 #include "tools/kovcam/Camera.h"
 #include "tools/kovcam/Child.h"
 #include "tools/kovcam/Demonstration.h"
+#include "tools/kovcam/Gallery.h"
 #include "tools/kovcam/Listings.h"
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/Options.h"
 #include "tools/kovcam/Parameters.h"
 #include "tools/kovcam/Script.h"
+#include "tools/kovcam/Soak.h"
 #include "tools/kovcam/TraceDrawing.h"
 #include "tools/kovcam/live/Serve.h"
 #include "tools/session/Error.h"
@@ -98,6 +100,7 @@ void addCommonOptions(CLI::App& app, CommonOptions& options, bool sourceAndFolde
                    "Seconds that the camera may show no progress while something is waited for")
         ->check(CLI::Range(0.1, 86400.0))
         ->capture_default_str();
+    app.add_option("--record", options.camera.record, "Make a video of the preview: an .mp4 or .mkv file");
     app.add_option("--trace", options.camera.trace, "Write everything that happens to this file, a JSON object a line");
 }
 
@@ -189,9 +192,26 @@ struct Values {
     std::string mode;
     std::vector<std::string> folders;
     std::string trace;
-    std::string drawing;
+    std::string page;
     std::string level;
+    SoakOptions soaking;
 };
+
+int run(std::vector<std::string> arguments);
+
+void addSoaking(CLI::App& app, SoakOptions& options) {
+    auto* const soaking = app.add_subcommand("soak", "Use all modes for long and watch that nothing grows")
+                              ->footer("Example:\n  KOV_CAMERA_SPEED=6 kovcam soak 3600 -o soak.svg\n");
+    soaking->add_option("SECONDS", options.seconds, "For how long")->check(CLI::Range(1.0, 1e6))->capture_default_str();
+    soaking->add_option("--seed", options.seed, "Of the random choices")->capture_default_str();
+    soaking->add_option("-o,--output", options.curve, "An SVG file of what was held over time");
+    soaking->callback([&options] {
+        soak(options, [](const std::vector<std::string>& arguments) {
+            if (run(arguments) != 0)
+                throw Error("refused: kovcam " + commandLine(arguments));
+        });
+    });
+}
 
 void addCommands(CLI::App& app, Values& values) {
     addListings(app);
@@ -210,11 +230,22 @@ void addCommands(CLI::App& app, Values& values) {
     demonstrating->add_option("-o,--output", values.folder, "Folder for the gallery")->capture_default_str();
     demonstrating->callback([&values] { demo(values.folder, values.mode); });
 
+    auto* showing =
+        app.add_subcommand("gallery", "Write a page of the pictures in folders, with the time line of their traces")
+            ->footer(
+                "A trace is shown where the folder holds it as trace.jsonl.\n\n"
+                "Example:\n  kovcam gallery out\n  kovcam gallery monday tuesday -o week.html\n");
+    showing->add_option("FOLDER", values.folders, "Folders that kovcam wrote pictures to")->required();
+    showing->add_option("-o,--output", values.page, "The page (default: index.html in the folder)");
+    showing->callback([&values] { std::printf("%s\n", writeGallery(values.folders, values.page).c_str()); });
+
+    addSoaking(app, values.soaking);
+
     auto* tracing = app.add_subcommand("trace", "Draw a trace as text, or with -o as a page with a time line")
                         ->footer("Example:\n  kovcam trace out/trace.jsonl -o out/trace.html\n");
     tracing->add_option("FILE", values.trace, "What --trace wrote")->required();
-    tracing->add_option("-o,--output", values.drawing, "The page");
-    tracing->callback([&values] { drawTrace(values.trace, values.drawing); });
+    tracing->add_option("-o,--output", values.page, "The page");
+    tracing->callback([&values] { drawTrace(values.trace, values.page); });
 }
 
 /// Says in one line what is wrong with the command line.
@@ -228,8 +259,7 @@ int usageError(const CLI::App& app, const CLI::ParseError& error) {
 }
 
 /// "help shoot panorama" is "shoot panorama --help".
-std::vector<std::string> argumentsOf(int argc, char** argv) {
-    std::vector<std::string> arguments(argv + 1, argv + argc);
+std::vector<std::string> plainArguments(std::vector<std::string> arguments) {
     if (arguments.empty())
         return {"--help"};
     if (arguments.front() == "help") {
@@ -240,7 +270,7 @@ std::vector<std::string> argumentsOf(int argc, char** argv) {
     return arguments;
 }
 
-int run(int argc, char** argv) {
+int run(std::vector<std::string> arguments) {
     CLI::App app("Plays the camera service and the application on top of libkovcameraadaptor.");
     app.name("kovcam");
     app.footer(kExamples);
@@ -257,7 +287,7 @@ int run(int argc, char** argv) {
         setLogLevel(!values.level.empty() ? values.level : wanted && *wanted ? wanted : "silent");
     });
     try {
-        app.parse(argumentsOf(argc, argv));
+        app.parse(plainArguments(std::move(arguments)));
     } catch (const CLI::ParseError& error) {
         return error.get_exit_code() == 0 ? app.exit(error) : usageError(app, error);
     }
@@ -280,7 +310,7 @@ int main(int argc, char** argv) {
     watchSignals();
     int status = kFailed;
     try {
-        status = run(argc, argv);
+        status = run({argv + 1, argv + argc});
     } catch (const std::exception& error) {
         complain(error.what());
     }

@@ -48,7 +48,8 @@ void* load(const fs::path& path) {
     dlopen((path.parent_path() / kCalls).c_str(), RTLD_NOW | RTLD_GLOBAL);
     if (void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL))
         return library;
-    throw Error(std::string("the library cannot be loaded: ") + dlerror());
+    throw Error(std::string("the library cannot be loaded (") + dlerror() +
+                "); KOV_LIBRARY names a build of libkovcameraadaptor.so, and may be left out");
 }
 
 }  // namespace

@@ -186,7 +186,8 @@ cv::Mat Canvas::coverage(const std::vector<cv::Point2d>& points, cv::Rect* box) 
     return mask;
 }
 
-void Canvas::textured(const std::vector<cv::Point2d>& points, const Colour& a, const Colour& b, const cv::Mat& amount) {
+template <typename ColourOf>
+void Canvas::blend(const std::vector<cv::Point2d>& points, const cv::Mat& amount, ColourOf colourOf) {
     cv::Rect box;
     const cv::Mat mask = coverage(points, &box);
     for (int y = 0; y < mask.rows; ++y) {
@@ -194,33 +195,22 @@ void Canvas::textured(const std::vector<cv::Point2d>& points, const Colour& a, c
         const float* share = amount.ptr<float>(box.y + y) + box.x;
         auto* pixel = mPicture.ptr<cv::Vec3b>(box.y + y) + box.x;
         for (int x = 0; x < mask.cols; ++x) {
-            if (!cover[x])
-                continue;
-            const float opaque = static_cast<float>(cover[x]) / 255.0F;
-            const float part = std::clamp(share[x], 0.0F, 1.0F);
-            for (int c = 0; c < 3; ++c) {
-                const float value = static_cast<float>(a[c]) + static_cast<float>(b[c] - a[c]) * part;
-                const float old = pixel[x][c];
-                pixel[x][c] = cv::saturate_cast<uint8_t>(old + (value - old) * opaque);
+            if (cover[x]) {
+                const cv::Vec3f old = pixel[x];
+                pixel[x] = old + (colourOf(old, share[x]) - old) * (static_cast<float>(cover[x]) / 255);
             }
         }
     }
 }
 
+void Canvas::textured(const std::vector<cv::Point2d>& points, const Colour& a, const Colour& b, const cv::Mat& amount) {
+    blend(points, amount, [&](const cv::Vec3f&, float share) { return cv::Vec3f(mix(a, b, share)); });
+}
+
 void Canvas::shaded(const std::vector<cv::Point2d>& points, const cv::Mat& amount, double depth) {
-    cv::Rect box;
-    const cv::Mat mask = coverage(points, &box);
-    for (int y = 0; y < mask.rows; ++y) {
-        const uint8_t* cover = mask.ptr(y);
-        const float* share = amount.ptr<float>(box.y + y) + box.x;
-        auto* pixel = mPicture.ptr<cv::Vec3b>(box.y + y) + box.x;
-        for (int x = 0; x < mask.cols; ++x) {
-            const float factor =
-                1 + static_cast<float>(depth) * (share[x] - 0.5F) * 2 * static_cast<float>(cover[x]) / 255;
-            for (int c = 0; c < 3; ++c)
-                pixel[x][c] = cv::saturate_cast<uint8_t>(static_cast<float>(pixel[x][c]) * factor);
-        }
-    }
+    blend(points, amount, [&](const cv::Vec3f& old, float share) {
+        return old * (1 + static_cast<float>(depth) * (share - 0.5F) * 2);
+    });
 }
 
 }  // namespace kov::camera

@@ -73,6 +73,9 @@ private:
     cv::Point fixed(cv::Point2d p) const;
     /// The polygon's coverage within `box`, which is filled: CV_8U; empty when it lies outside of the picture.
     cv::Mat coverage(const std::vector<cv::Point2d>& points, cv::Rect* box) const;
+    /// Gives each pixel of a polygon the colour that `colourOf` makes of its old one and its share in `amount`.
+    template <typename ColourOf>
+    void blend(const std::vector<cv::Point2d>& points, const cv::Mat& amount, ColourOf colourOf);
 
     cv::Mat mPicture;
     View mView;

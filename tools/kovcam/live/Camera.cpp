@@ -59,7 +59,7 @@ Camera::Camera(Options options, Hooks hooks)
       mEncoder(std::make_shared<PreviewEncoder>(
           PreviewEncoder::Hooks{[journal = mJournal.get()] { return journal->nowUs(); }, mHooks.wanted, mHooks.show},
           mOptions.previewQuality)),
-      mRecorder(std::make_shared<Recorder>()),
+      mRecorder(std::make_shared<cam::Recorder>()),
       mTrace(mOptions.trace.empty() ? nullptr : std::make_shared<cam::Trace>(mOptions.trace)),
       mMessages(std::make_shared<Messages>(*this)),
       mAlbum(mOptions.folder, {[this](Album::ItemPtr item) { saved(std::move(item)); }, mHooks.removed,
@@ -266,7 +266,7 @@ void Camera::setRecording(bool on) {
         mRecorder->start(file, std::max(1.0, std::atof(rate.c_str())));
         since = now();
     } else {
-        Recorder::Result film = mRecorder->stop();
+        cam::Recorder::Result film = mRecorder->stop();
         if (film.frames > 0) {
             Album::Item item;
             item.time = since;

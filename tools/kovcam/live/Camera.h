@@ -12,10 +12,10 @@
 #include <optional>
 #include <string>
 
+#include "tools/kovcam/Recorder.h"
 #include "tools/kovcam/live/Album.h"
 #include "tools/kovcam/live/Journal.h"
 #include "tools/kovcam/live/PreviewEncoder.h"
-#include "tools/kovcam/live/Recorder.h"
 #include "tools/session/Session.h"
 #include "tools/session/Trace.h"
 
@@ -97,7 +97,7 @@ private:
     const Hooks mHooks;
     const std::shared_ptr<Journal> mJournal;
     const std::shared_ptr<PreviewEncoder> mEncoder;
-    const std::shared_ptr<Recorder> mRecorder;
+    const std::shared_ptr<cam::Recorder> mRecorder;
     const std::shared_ptr<cam::Trace> mTrace;  // null without a file
     const std::shared_ptr<Messages> mMessages;
     Album mAlbum;

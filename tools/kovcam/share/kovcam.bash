@@ -1,7 +1,7 @@
 # Completion of kovcam for bash: source it, or put it into a folder of completions as "kovcam".
 _kovcam() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} tool=${COMP_WORDS[0]}
-    local commands="modes scenes commands messages formats shoot script demo trace help"
+    local commands="modes scenes commands messages formats shoot script demo gallery serve soak trace help"
     local modes scenes
     COMPREPLY=()
     case "$before" in
@@ -21,11 +21,15 @@ _kovcam() {
         return
         ;;
     esac
+    local help=("${COMP_WORDS[1]}")
+    if [ "${COMP_WORDS[1]}" = shoot ]; then
+        help+=("${COMP_WORDS[2]}")
+    fi
     if [ "$COMP_CWORD" -eq 1 ]; then
         mapfile -t COMPREPLY < <(compgen -W "$commands --help --version --log" -- "$word")
     elif [[ $word == -* ]]; then
         local options
-        options=$("$tool" "${COMP_WORDS[1]}" ${COMP_WORDS[2]:+"${COMP_WORDS[2]}"} --help 2>/dev/null |
+        options=$("$tool" "${help[@]}" --help 2>/dev/null |
             grep -oE -- '--[a-z-]+' | sort -u)
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
     else

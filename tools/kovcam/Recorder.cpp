@@ -1,6 +1,6 @@
 // Makes a video file of the preview.
 
-#include "tools/kovcam/live/Recorder.h"
+#include "tools/kovcam/Recorder.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,7 +12,7 @@
 #include "tools/session/Error.h"
 #include "tools/session/Pictures.h"
 
-namespace kov::live {
+namespace kov::cam {
 
 using android::AutoMutex;
 
@@ -26,7 +26,7 @@ public:
     Film(std::string path, double framesPerSecond)
         : mPath(std::move(path)), mRate(framesPerSecond), mThread([this] { run(); }) {}
 
-    void take(const cam::Frame& frame) {
+    void take(const Frame& frame) {
         {
             const AutoMutex held(mLock);
             mBytes.assign(frame.bytes, frame.bytes + frame.size);
@@ -46,6 +46,8 @@ public:
         mChanged.signal();
         mThread.join();
         mWriter.release();
+        if (mWritten > 0 && !cv::VideoCapture(mPath, cv::CAP_FFMPEG).isOpened())
+            mWritten = 0;  // the disk is full: nobody can open what there is
         return {mWritten, std::move(mFirst)};
     }
 
@@ -61,7 +63,7 @@ private:
                 if (!mWaiting)
                     return;
                 mWaiting = false;
-                picture = cam::toBgr(mFrame);
+                picture = toBgr(mFrame);
                 timeNs = mTimeNs;
             }
             if (!picture.empty())
@@ -99,7 +101,7 @@ private:
     android::Mutex mLock;
     android::Condition mChanged;
     std::vector<uint8_t> mBytes GUARDED_BY(mLock);
-    cam::Frame mFrame GUARDED_BY(mLock){};
+    Frame mFrame GUARDED_BY(mLock){};
     int64_t mTimeNs GUARDED_BY(mLock) = 0;
     bool mWaiting GUARDED_BY(mLock) = false;
     bool mStop GUARDED_BY(mLock) = false;
@@ -113,7 +115,7 @@ Recorder::~Recorder() {
 void Recorder::start(const std::string& path, double framesPerSecond) {
     const AutoMutex held(mLock);
     if (mFilm)
-        throw cam::Error("a recording runs already; stop it first");
+        throw Error("a recording runs already; stop it first");
     mFilm = std::make_shared<Film>(path, framesPerSecond);
 }
 
@@ -131,7 +133,7 @@ bool Recorder::running() const {
     return mFilm != nullptr;
 }
 
-void Recorder::onFrame(const cam::Frame& frame) {
+void Recorder::onFrame(const Frame& frame) {
     std::shared_ptr<Film> film;
     {
         const AutoMutex held(mLock);
@@ -141,4 +143,4 @@ void Recorder::onFrame(const cam::Frame& frame) {
         film->take(frame);
 }
 
-}  // namespace kov::live
+}  // namespace kov::cam

@@ -10,26 +10,26 @@
 
 #include "tools/session/Listener.h"
 
-namespace kov::live {
+namespace kov::cam {
 
 /// Takes preview frames, encodes them on a thread of its own, and keeps the time: a frame that comes late is shown
 /// longer, one that comes while another waits takes its place.
-class Recorder : public cam::Listener {
+class Recorder : public Listener {
 public:
     ~Recorder() override;
 
     /// Begins. The file has the size of the next frame; frames of another size end the picture part there. Throws
-    /// kov::cam::Error while a recording runs.
+    /// Error while a recording runs.
     void start(const std::string& path, double framesPerSecond);
     struct Result {
-        int64_t frames = 0;               // in the file; 0 when none came or the file could not be written
+        int64_t frames = 0;               // in the file; 0 when none came or the file is not whole
         std::vector<uint8_t> firstFrame;  // a JPEG
     };
     /// Ends, and returns when the file is whole.
     Result stop();
     bool running() const;
 
-    void onFrame(const cam::Frame& frame) override;
+    void onFrame(const Frame& frame) override;
 
 private:
     class Film;
@@ -37,4 +37,4 @@ private:
     std::shared_ptr<Film> mFilm GUARDED_BY(mLock);
 };
 
-}  // namespace kov::live
+}  // namespace kov::cam
