@@ -242,7 +242,7 @@ TEST_F(ServeTest, TakesAPictureAndEndsInOrder) {
 }
 
 TEST_F(ServeTest, AnswersWhatIsWrong) {
-    Serve camera(folder.path(), "-i scene:still-life");
+    Serve camera(folder.path(), "-i scene:still-life --preview-size 7x7");
     struct Case {
         const char* path;
         const char* body;
@@ -258,12 +258,15 @@ TEST_F(ServeTest, AnswersWhatIsWrong) {
         {"/api/command", "{\"code\": 1002}", 409},
         {"/api/command", "{\"code\": 1019, \"arg1\": \"x\"}", 400},
         {"/api/command", "{\"code\": 1e99}", 400},
+        {"/api/command", "{\"code\": 4294968315}", 400},
+        {"/api/command", "{\"code\": 1019, \"arg1\": 1.5}", 400},
         {"/api/parameters", "{\"preview-size\": \"7x7\"}", 409},
         {"/api/parameters", "{\"jpeg-quality\": \"90;preview-size=1x1\"}", 409},
         {"/api/source", "{\"scene\": \"../../etc/passwd\"}", 409},
         {"/api/source", "{\"scene\": \"landscape\", \"options\": {\"direction\": \"x&y\"}}", 409},
         {"/api/source", "{\"device\": \"/etc/passwd\"}", 409},
         {"/api/source", "{\"file\": 7}", 409},
+        {"/api/source", "{\"push\": false}", 409},
         {"/api/source", "{}", 409},
         {"/api/frame", "no JPEG", 409},
         {"/api/files", "no picture", 409},
@@ -282,6 +285,8 @@ TEST_F(ServeTest, AnswersWhatIsWrong) {
         {"/%2e%2e/%2e%2e/etc/passwd", "GET", 404},
         {"/api/pictures/1/file", "GET", 404},
         {"/api/pictures/-1", "GET", 404},
+        {"/api/events?type=NOSUCH&wait=60", "GET", 400},
+        {"/api/events?after=-1", "GET", 400},
         {"/api/pictures/99999999999999999999", "DELETE", 404},
         {"/api/pictures", "DELETE", 405},
         {"/api/state", "PUT", 405},
@@ -291,6 +296,7 @@ TEST_F(ServeTest, AnswersWhatIsWrong) {
     const std::string post = "POST /api/picture HTTP/1.1\r\n" + camera.host() + "Content-Type: application/json\r\n";
     EXPECT_EQ(camera.raw(post + "Content-Length: 99999999\r\n\r\n").status, 413);
     EXPECT_EQ(camera.raw(post + "Transfer-Encoding: chunked\r\n\r\n0\r\n\r\n").status, 411);
+    EXPECT_EQ(camera.raw("no request\r\n\r\n").status, 400);
     EXPECT_EQ(camera.raw("GET / HTTP/1.1\r\nX: " + std::string(20000, 'x') + "\r\n\r\n").status, 431);
     EXPECT_EQ(camera.raw("GET / HTTP/1.1\r\nHost: evil.example\r\n\r\n").status, 421);
     const Answer page = camera.get("/");

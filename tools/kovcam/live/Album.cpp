@@ -135,7 +135,7 @@ void Album::keep(Item item, const std::string& file, const Bytes& shown) {
     mHooks.added(std::move(kept));
 }
 
-Album::ItemPtr Album::find(int id) const {
+Album::ItemPtr Album::find(int64_t id) const {
     const AutoMutex held(mLock);
     const auto found = std::ranges::find_if(mItems, [id](const ItemPtr& item) { return item->id == id; });
     return found == mItems.end() ? nullptr : *found;

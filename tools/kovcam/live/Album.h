@@ -55,7 +55,7 @@ public:
     void addRecording(const std::string& recording, Bytes firstFrame, Item item);
     std::string path(const std::string& name) const { return mFolder + "/" + name; }
 
-    ItemPtr find(int id) const;
+    ItemPtr find(int64_t id) const;
     std::vector<ItemPtr> items() const;  // oldest first
     /// Deletes the file too. False when there is no such item.
     bool remove(int id);

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 
@@ -28,7 +29,7 @@ constexpr size_t kMostLane = 32;
 constexpr size_t kMostWaiters = 32;
 constexpr int kMostPushing = 3;
 constexpr int kFlushMs = 20;
-constexpr double kLongestWait = 60;
+constexpr int64_t kLongestWait = 60;  // seconds
 
 constexpr std::string_view kPolicy =
     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' blob:; media-src 'self' blob:; "
@@ -41,17 +42,34 @@ bool isPlain(const std::string& text) {
     });
 }
 
-/// A number in a path; -1 for anything else.
-int numberIn(std::string_view text) {
-    int number = -1;
+/// A number in an address; -1 for anything else.
+int64_t numberIn(std::string_view text) {
+    int64_t number = -1;
     const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
     return failure == std::errc() && end == text.data() + text.size() && number >= 0 ? number : -1;
 }
 
+/// A body, or a query, that is not what the path takes.
+class WrongRequest : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+int32_t whole(const nlohmann::ordered_json& value) {
+    if (!value.is_number_integer() || value < INT32_MIN || value > INT32_MAX)
+        throw WrongRequest(value.dump() + " is no whole number of 32 bits");
+    return value.get<int32_t>();
+}
+
+/// A member that may be left out, which means 0.
+int32_t whole(const nlohmann::ordered_json& body, const char* member) {
+    return body.contains(member) ? whole(body[member]) : 0;
+}
+
 /// A code that a client gives as a number or by its name.
 int32_t codeOf(const nlohmann::ordered_json& value) {
-    if (value.is_number_integer())
-        return value.get<int32_t>();
+    if (value.is_number())
+        return whole(value);
     const auto name = value.get<std::string>();
     if (const auto code = cam::commandCode(name))
         return *code;
@@ -133,19 +151,18 @@ void Api::begin(Server& server, Guard guard) {
             try {
                 operation();
             } catch (const Error& error) {
-                mCamera->journal().add("problem", {{"text", error.what()}});
+                mCamera->tell(error.what());
             }
         });
     };
     mCamera = std::make_unique<Camera>(mOptions.camera, std::move(hooks));
-    mCamera->album();
     mServer->every(kFlushMs, [this] { flush(); });
     mServer->every(1000, [this] { mCamera->tick(); });
     mCameraLane->add([this] {
         try {
             source({{"given", true}});
         } catch (const Error& error) {
-            mCamera->journal().add("problem", {{"text", error.what()}});
+            mCamera->tell(error.what());
         }
     });
 }
@@ -240,6 +257,8 @@ void Api::work(Lane& lane, const Reply& reply, std::function<Json()> operation) 
             reply(json(200, written(operation())));
         } catch (const Error& error) {
             reply(problem(409, error.what()));
+        } catch (const WrongRequest& error) {
+            reply(problem(400, error.what()));
         } catch (const Json::exception&) {
             reply(problem(400, "the body has not the members that this path takes; docs/camera-http.md tells of them"));
         }
@@ -334,8 +353,8 @@ Api::Json Api::command(const Json& body) {
     if (code >= android::KOV_MODE_FIRST && code <= android::KOV_MODE_LAST)
         throw Error("modes are chosen at /api/mode");
     const int32_t ifLost = body.contains("ifLost") ? codeOf(body["ifLost"]) : 0;
-    return {{"status", mCamera->sendCommand(code, body.value("arg1", 0), body.value("arg2", 0), body.value("client", 0),
-                                            ifLost)}};
+    return {{"status",
+             mCamera->sendCommand(code, whole(body, "arg1"), whole(body, "arg2"), whole(body, "client"), ifLost)}};
 }
 
 Api::Json Api::takePicture(const Json&) {
@@ -398,18 +417,18 @@ Api::Json Api::source(const Json& body) {
         text = device;
         what = {{"kind", "device"}, {"name", device}};
     } else if (body.contains("file")) {
-        const auto file = mUploads.find(body["file"].get<int>());
+        const auto file = mUploads.find(whole(body["file"]));
         if (!file)
             throw Error("this file is not here any more; give it again");
         text = file->path + (file->still ? options : "");
         what = {{"kind", "file"}, {"file", body["file"]}, {"name", file->name}};
         if (file->still)
             what["options"] = body.value("options", Json::object());
-    } else if (body.contains("push")) {
+    } else if (body.value("push", false)) {
         text = "push:";
-        pusher = body.value("client", 0);
+        pusher = whole(body, "client");
         what = {{"kind", "push"}, {"name", pusher ? "a browser's webcam" : "pushed frames"}, {"client", pusher}};
-    } else if (body.contains("given")) {
+    } else if (body.value("given", false)) {
         text = mOptions.source;
         what = {{"kind", "given"}, {"name", text}};
     } else {
@@ -433,13 +452,19 @@ void Api::handleEvents(const Request& request, const Reply& reply) {
         const auto found = request.query.find(key);
         return found == request.query.end() ? std::string() : found->second;
     };
+    const auto number = [&](const char* key) { return text(key).empty() ? int64_t{0} : numberIn(text(key)); };
+    const int64_t after = number("after");
+    const int64_t seconds = number("wait");
+    if (after < 0 || seconds < 0)
+        return reply(problem(400, "after and wait are whole numbers: of an event, and of seconds"));
     Waiter waiter;
-    waiter.after = text("after").empty() ? 0 : static_cast<uint64_t>(std::atoll(text("after").c_str()));
+    waiter.after = static_cast<uint64_t>(after);
     waiter.type = text("type");
     if (const auto type = cam::messageType(waiter.type))
         waiter.type = cam::hex(*type);
-    const double seconds = std::clamp(std::atof(text("wait").c_str()), 0.0, kLongestWait);
-    waiter.deadlineUs = mCamera->journal().nowUs() + static_cast<int64_t>(seconds * 1e6);
+    else if (!waiter.type.empty() && waiter.type.find('/') == std::string::npos && !waiter.type.starts_with("0x"))
+        return reply(problem(400, "there is no message \"" + waiter.type + "\"; /api names them all"));
+    waiter.deadlineUs = mCamera->journal().nowUs() + std::min(seconds, kLongestWait) * 1'000'000;
     waiter.reply = reply;
     if (mWaiters.size() >= kMostWaiters)
         return reply(problem(503, "too many are waiting for events already; try again in a moment"));
@@ -534,7 +559,7 @@ void Api::clientGone(int id) {
     mClients.erase(id);
     mCamera->clientLost(id);
     if (mPusher.compare_exchange_strong(id, 0))
-        mCamera->journal().add("problem", {{"text", "the browser that showed its webcam has gone; choose a source"}});
+        mCamera->tell("the browser that showed its webcam has gone; choose a source");
 }
 
 void Api::sendAll(const Json& message) {

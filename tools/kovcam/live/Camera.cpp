@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <string_view>
 #include <thread>
@@ -86,14 +87,23 @@ void Camera::openSession(const std::string& source) {
         options.listeners.push_back(mTrace);
     int32_t mode = 0;
     bool preview = false;
+    std::map<std::string, std::string> chosen;
     {
         const AutoMutex held(mLock);
-        options.parameters = mChosen;
+        chosen = mChosen;
         mode = mMode;
         preview = mPreview;
     }
     mJournal->beginStory();
     const auto opened = Session::open(std::move(options));
+    try {
+        if (!chosen.empty())
+            opened->setParameters(chosen);
+    } catch (const Error& error) {  // those of the command line, say
+        tell(std::string(error.what()) + "; the camera's own settings are used");
+        const AutoMutex held(mLock);
+        mChosen.clear();
+    }
     opened->selectMode(mode);
     {
         const AutoMutex held(mLock);
@@ -314,6 +324,7 @@ void Camera::pushJpeg(const std::string& jpeg) {
 
 void Camera::tell(const std::string& problem) {
     mJournal->add("problem", {{"text", problem}});
+    std::fprintf(stderr, "kovcam: %s\n", problem.c_str());
 }
 
 void Camera::saved(Album::ItemPtr item) {

@@ -30,7 +30,6 @@ namespace kov::live {
 class Camera {
 public:
     struct Options {
-        std::string source;
         std::map<std::string, std::string> parameters;
         std::string folder;
         std::string trace;  // a file, or empty
@@ -65,6 +64,8 @@ public:
     void pushJpeg(const std::string& jpeg);
     /// Looks whether a picture that was asked for is overdue. Called about once a second.
     void tick();
+    /// Tells people, on the page and where we were started, of what went wrong. Any thread.
+    void tell(const std::string& problem);
     /// Ends what runs so that its pictures come, and gives the camera back. Throws when the trace cannot be written.
     void finish();
 
@@ -73,7 +74,6 @@ public:
     uint64_t revision() const { return mRevision; }
     Journal& journal() { return *mJournal; }
     Album& album() { return mAlbum; }
-    PreviewEncoder& encoder() { return *mEncoder; }
 
 private:
     class Messages;
@@ -89,7 +89,6 @@ private:
     void pictureCame(const cam::Picture& picture);
     void notified(const cam::Notification& notification);
     void logged(const cam::LogLine& line);
-    void tell(const std::string& problem);
     void saved(Album::ItemPtr item);
     std::vector<std::string> recentStory() const;
 

@@ -371,7 +371,9 @@ private:
                                     if (failure == http::error::header_limit)
                                         return self->refuse(problem(431, "the head of the request is too long"));
                                     if (!failure)
-                                        self->readBody();
+                                        return self->readBody();
+                                    if (failure.category() == http::make_error_code(http::error::bad_method).category())
+                                        self->refuse(problem(400, "this is no HTTP request"));
                                 }));
     }
 
