@@ -290,6 +290,7 @@ TEST_F(ServeTest, AnswersWhatIsWrong) {
         {"/api/pictures/99999999999999999999", "DELETE", 404},
         {"/api/pictures", "DELETE", 405},
         {"/api/state", "PUT", 405},
+        {"/api/mode", "GET", 405},
     };
     for (const Case& one : gets)
         EXPECT_EQ(camera.get(one.path, one.body).status, one.status) << one.path;

@@ -51,7 +51,7 @@ class PageTest(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.camera = Camera(KOVCAM, '-i', cls.source, '--picture-size', '1280x960')
+        cls.camera = Camera(KOVCAM, '-i', cls.source, '--picture-size', '1280x960', '--fps', '15')
         cls.addClassCleanup(cls.camera.stop)
         cls.addClassCleanup(cls.page.get, 'about:blank')
         cls.page.get(cls.camera.address)
@@ -66,7 +66,7 @@ class PageTest(unittest.TestCase):
     def value(self, expression):
         return self.page.execute_script(f'return {expression}')
 
-    def until(self, expression, seconds=40):
+    def until(self, expression, seconds=120):
         """Waits until an expression of the page is true."""
         end = time.monotonic() + seconds
         while not (value := self.value(expression)):
@@ -99,7 +99,7 @@ class PageTest(unittest.TestCase):
 
     def new_picture(self, before, count=1):
         """The newest, when there are so many more than before; it decodes to the size that it says."""
-        self.until(f'kovcam.store.pictures.length >= {before + count}', 60)
+        self.until(f'kovcam.store.pictures.length >= {before + count}')
         picture = self.value('kovcam.store.pictures.at(-1)')
         size = self.page.execute_async_script(DECODED, picture['id'])
         self.assertEqual(size, [picture['width'], picture['height']])
@@ -159,7 +159,8 @@ class ModesTest(PageTest):
         self.choose('action')
         before = self.pictures()
         self.find('#shutter').click()
-        self.until('kovcam.store.phase.count >= 3 || kovcam.store.phase.kind !== "capturing"')
+        self.until('kovcam.store.phase.count >= 2 || kovcam.store.phase.kind !== "capturing"')
+        self.see(10)  # perhaps one more; a busy machine sees the subject seldom
         self.screens('action')
         if self.value('kovcam.store.phase.kind') == 'capturing':
             self.find('#shutter').click()

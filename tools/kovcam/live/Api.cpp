@@ -219,6 +219,8 @@ void Api::handle(Request request, Reply reply) {
         return path == "/api/files" ? upload(std::move(request), reply) : handlePost(request, reply);
     if (path.starts_with("/api/pictures"))
         return handlePictures(request, reply);
+    if (path == "/api/files" || path == "/api/frame" || kOperations.contains(path))
+        return reply(problem(405, "this path takes POST only"));
     if (request.method != "GET")
         return reply(problem(405, "this path takes GET only"));
     if (path == "/preview.jpg" || path == "/preview.mjpeg") {
@@ -267,12 +269,13 @@ void Api::work(Lane& lane, const Reply& reply, std::function<Json()> operation) 
         reply(problem(503, "too much is waiting for the camera already; try again in a moment"));
 }
 
+const std::map<std::string_view, Api::Operation> Api::kOperations = {
+    {"/api/mode", &Api::selectMode},     {"/api/command", &Api::command}, {"/api/picture", &Api::takePicture},
+    {"/api/focus", &Api::focus},         {"/api/preview", &Api::preview}, {"/api/parameters", &Api::parameters},
+    {"/api/recording", &Api::recording}, {"/api/source", &Api::source},
+};
+
 void Api::handlePost(const Request& request, const Reply& reply) {
-    static const std::map<std::string_view, Operation> operations = {
-        {"/api/mode", &Api::selectMode},     {"/api/command", &Api::command}, {"/api/picture", &Api::takePicture},
-        {"/api/focus", &Api::focus},         {"/api/preview", &Api::preview}, {"/api/parameters", &Api::parameters},
-        {"/api/recording", &Api::recording}, {"/api/source", &Api::source},
-    };
     if (request.path == "/api/frame")
         return work(*mPushLane, reply, [this, jpeg = request.body] {
             if (mPusher != 0)
@@ -280,8 +283,8 @@ void Api::handlePost(const Request& request, const Reply& reply) {
             mCamera->pushJpeg(jpeg);
             return Json::object();
         });
-    const auto found = operations.find(request.path);
-    if (found == operations.end())
+    const auto found = kOperations.find(request.path);
+    if (found == kOperations.end())
         return reply(problem(404, "there is nothing to do at this path; docs/camera-http.md names those that are"));
     if (!request.contentType.starts_with("application/json"))
         return reply(problem(415, "the body must be JSON, with Content-Type: application/json"));

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/kovcam/live/Camera.h"
@@ -56,6 +57,7 @@ private:
         Reply reply;
     };
     using Operation = Json (Api::*)(const Json& body);
+    static const std::map<std::string_view, Operation> kOperations;  // by the path that they are posted to
 
     void handlePost(const Request& request, const Reply& reply);
     void handlePictures(const Request& request, const Reply& reply);
