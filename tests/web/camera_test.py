@@ -185,6 +185,7 @@ class ModesTest(PageTest):
         self.choose('cartoon')
         self.find('.look:nth-child(3)').click()
         self.until('kovcam.store.phase.look === 2')
+        self.see(4)
         before = self.pictures()
         self.screens('cartoon')
         self.find('#shutter').click()
