@@ -346,7 +346,7 @@ class LostTest(PageTest):
         self.until('kovcam.store.connected')
         port = self.camera.address.rsplit(':', 1)[1]
         self.assertEqual(self.camera.stop(), 0)
-        self.until('!document.getElementById("notice").hidden')
+        self.until('!document.getElementById("notice").hidden && document.querySelector(".lamp.off")')
         again = Camera(KOVCAM, '-i', 'scene:portrait', port=port)
         self.addCleanup(again.stop)
         self.addCleanup(self.page.get, 'about:blank')  # first

@@ -11,6 +11,7 @@ const TITLES = { landscape: 'Landscape', crossing: 'Crossing', portrait: 'Portra
 const CHOICES = { direction: ['right', 'left', 'up', 'down'], path: ['still', 'pan-right', 'pan-left', 'pan-down', 'pan-up', 'wobble'] };
 
 export function openSettings() {
+  if (!store.state) return;  // nobody has told yet
   draw();
   openDialog(dialog);
 }
