@@ -201,6 +201,7 @@ class ModesTest(PageTest):
         self.screens('self')
 
     def test_what_opens(self):
+        self.use('landscape')
         self.choose('single')
         before = self.pictures()
         self.find('#shutter').click()
@@ -212,6 +213,8 @@ class ModesTest(PageTest):
             if name == 'drawer':
                 self.until('document.querySelectorAll("#lines li").length > 5')
             self.screens(name)
+            if name == 'settings':
+                self.assertEqual(self.find('#source-options select').get_attribute('value'), 'right')
             if name == 'drawer':
                 self.find('#filter').send_keys('takePicture')
                 self.until('[...document.querySelectorAll("#lines li")].every((line) => line.textContent.includes("takePicture"))')
