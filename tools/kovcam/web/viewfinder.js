@@ -4,7 +4,7 @@ import { on, store, newest } from './store.js';
 const stage = document.getElementById('stage');
 const finder = document.getElementById('finder');
 const canvas = document.getElementById('preview');
-const pen = canvas.getContext('2d', { alpha: false, desynchronized: true });
+const pen = canvas.getContext('2d', { alpha: false });
 const ambience = document.getElementById('ambience').getContext('2d', { alpha: false });
 const ghost = document.getElementById('ghost');
 const reticle = document.getElementById('reticle');
