@@ -1,5 +1,5 @@
 # What `cmake --install` puts where. Components: library (the adaptor), tool (kovcam and the host), dev (headers and
-# libraries to build on). The stand-ins have the phone's names, so they lie in a folder of their own, where only the
+# libraries to build on), gstreamer (the element, where it is built). The stand-ins have the phone's names, so they lie in a folder of their own, where only the
 # library's and the tool's RUNPATH looks; installed files may be moved together.
 include(CMakePackageConfigHelpers)
 
@@ -29,6 +29,11 @@ install(DIRECTORY ${PROJECT_BINARY_DIR}/root DESTINATION ${kov_private} COMPONEN
 install(TARGETS kovruntime EXPORT KovCameraAdaptor LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library)
 install(TARGETS kovsession kov_sources kov_platform kovcodes EXPORT KovCameraAdaptor
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
+
+if(KOV_GST)
+    set_target_properties(gstkovcamera PROPERTIES INSTALL_RPATH "$ORIGIN/..;$ORIGIN/../${PROJECT_NAME}")
+    install(TARGETS gstkovcamera LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/gstreamer-1.0 COMPONENT gstreamer)
+endif()
 
 set(headers ${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/ DESTINATION ${headers}/platform COMPONENT dev)

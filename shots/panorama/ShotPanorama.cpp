@@ -154,14 +154,10 @@ void ShotPanorama::Init(int width, int height, bool noAutoAdd) {
         kLog.error("unexpected Init(%d, %d)\n", width, height);
         return Free();
     }
-    mInstanceReady = false;
-    mCapturing = false;
-    mImageReady = false;
+    forgetCapture();
     mAutoStopArmed = false;
-    mStitching = false;
     mToldUnfit = false;
     mProgress = 0;
-    ++mGeneration;
     if (mInstance.exists())
         Free();
     if (!mInstance.create(width, height))
@@ -175,12 +171,16 @@ void ShotPanorama::Init(int width, int height, bool noAutoAdd) {
 
 void ShotPanorama::Free() {
     kLog.warn("free");
+    forgetCapture();
+    mInstance.destroy();
+}
+
+void ShotPanorama::forgetCapture() {
     mInstanceReady = false;
     mCapturing = false;
     mImageReady = false;
     mStitching = false;
     ++mGeneration;
-    mInstance.destroy();
 }
 
 // --- Frames
@@ -283,15 +283,16 @@ AfterCall ShotPanorama::tellAdded(const Handled& frame) {
 /// Runs the library's steps, with a message to the application after each, and delivers the result.
 AfterCall ShotPanorama::stitch(uint32_t generation) {
     const uint32_t begin = os::nowMilliseconds();
+    std::optional<ArcJpegEncoding> encoding;
     for (;;) {
         uint32_t progress = 0;
-        switch (takeStep(generation, begin, &progress)) {
+        switch (takeStep(generation, begin, &progress, &encoding)) {
             case Step::Dropped:
                 return AfterCall::GoOn;
             case Step::Failed:
                 return sendNotifyIfSet(CAMERA_MSG_PANORAMA_ERROR, 0, 0);
             case Step::Done:
-                return deliverPanorama(generation);
+                return encoding ? deliverPanorama(*encoding) : AfterCall::GoOn;
             case Step::Taken:
                 break;
         }
@@ -301,12 +302,17 @@ AfterCall ShotPanorama::stitch(uint32_t generation) {
     }
 }
 
-ShotPanorama::Step ShotPanorama::takeStep(uint32_t generation, uint32_t begin, uint32_t* progress) {
+/// One step of the library, or after the last one the encoding: the image is the library's, so the lock is held until
+/// the picture is made.
+ShotPanorama::Step ShotPanorama::takeStep(uint32_t generation, uint32_t begin, uint32_t* progress,
+                                          std::optional<ArcJpegEncoding>* encoding) {
     const AutoTurn held(mEngineLock);
     if (generation != mGeneration)
         return Step::Dropped;
-    if (mProgress >= kStitched)
+    if (mProgress >= kStitched) {
+        encodePanorama(encoding);
         return Step::Done;
+    }
     const int32_t rc = mInstance.createPanorama(&mProgress);
     *progress = mProgress;
     if (rc == 0)
@@ -319,26 +325,18 @@ ShotPanorama::Step ShotPanorama::takeStep(uint32_t generation, uint32_t begin, u
     return Step::Failed;
 }
 
-AfterCall ShotPanorama::deliverPanorama(uint32_t generation) {
-    std::optional<ArcJpegEncoding> encoding;
-    encodePanorama(generation, encoding);
-    if (!encoding)
-        return AfterCall::GoOn;
-    const bool made = encoding->picture().get() && encoding->picture()->size() > 0;
+AfterCall ShotPanorama::deliverPanorama(ArcJpegEncoding& encoding) {
+    const bool made = encoding.picture().get() && encoding.picture()->size() > 0;
     AfterCall after = AfterCall::GoOn;
-    if (encoding->picture().get())
-        after = sendDataIfSet(CAMERA_MSG_COMPRESSED_IMAGE, encoding->picture());
-    encoding->end();
+    if (encoding.picture().get())
+        after = sendDataIfSet(CAMERA_MSG_COMPRESSED_IMAGE, encoding.picture());
+    encoding.end();
     if (!made)
         kLog.error("the panorama could not be encoded; there is no picture of it");
     return after;
 }
 
-/// The image is the library's, so the lock is held until the picture is made.
-void ShotPanorama::encodePanorama(uint32_t generation, std::optional<ArcJpegEncoding>& encoding) {
-    const AutoTurn held(mEngineLock);
-    if (generation != mGeneration)
-        return;
+void ShotPanorama::encodePanorama(std::optional<ArcJpegEncoding>* encoding) {
     mStitching = false;
     mImageReady = true;
     int width = 0;
@@ -346,7 +344,7 @@ void ShotPanorama::encodePanorama(uint32_t generation, std::optional<ArcJpegEnco
     unsigned char* const image = GetPanoramaImage(width, height);
     kLog.warn("size is %d %d", width, height);
     if (imageIsSound(image, width, height))
-        encoding.emplace(kJpegUser, ArcJpegFrame{image, width, height, ARC_FORMAT_YUV420_SEMIPLANAR}, std::nullopt);
+        encoding->emplace(kJpegUser, ArcJpegFrame{image, width, height, ARC_FORMAT_YUV420_SEMIPLANAR}, std::nullopt);
     else if (mInstanceReady)
         kLog.error("the library's panorama cannot be an image; there is no picture of it");
 }

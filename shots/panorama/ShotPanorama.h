@@ -63,10 +63,13 @@ private:
     Stitch startOrStop();
     Stitch endCapture() REQUIRES(mEngineLock);
     AfterCall stitch(uint32_t generation);
-    Step takeStep(uint32_t generation, uint32_t begin, uint32_t* progress);
-    AfterCall deliverPanorama(uint32_t generation);
-    void encodePanorama(uint32_t generation, std::optional<ArcJpegEncoding>& encoding);
+    Step takeStep(uint32_t generation, uint32_t begin, uint32_t* progress, std::optional<ArcJpegEncoding>* encoding);
+    AfterCall deliverPanorama(ArcJpegEncoding& encoding);
+    /// Fills `encoding` when the stitched image can be believed.
+    void encodePanorama(std::optional<ArcJpegEncoding>* encoding) REQUIRES(mEngineLock);
 
+    /// Nothing of a capture or a stitch is left for the next instance.
+    void forgetCapture() REQUIRES(mEngineLock);
     bool stitching() const REQUIRES(mEngineLock);
     void initForPreview() REQUIRES(mEngineLock);
     bool fitsInstance() REQUIRES(mEngineLock);

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <set>
 
-#include "tests/support/Recorder.h"
+#include "tests/support/ScriptedCall.h"
 
 using namespace kov::test;
 
@@ -18,10 +18,8 @@ ActionShot_Handle gEngine = nullptr;  // the living one
 /// The operation is the one that this is called from.
 int32_t call(ActionShot_Handle engine, const std::string& arguments = "", const char* from = __builtin_FUNCTION()) {
     const std::string name = from + std::strlen("ActionShot_");
-    record("as." + name + (engine == gEngine ? "" : " wrong engine") + arguments);
-    if (fakeActionShot().during)
-        fakeActionShot().during(name);
-    return fakeActionShot().results.contains(name) ? fakeActionShot().results.at(name) : 1;
+    return scriptedCall(fakeActionShot(), name, "as." + name + (engine == gEngine ? "" : " wrong engine") + arguments,
+                        1);
 }
 
 }  // namespace
@@ -48,11 +46,11 @@ void ActionShot_SetResolution(ActionShot_Handle engine, int32_t width, int32_t h
 }
 
 void ActionShot_SetSceneCompletionActivationMode(ActionShot_Handle engine, int32_t mode) {
-    call(engine, text(" %d", mode));
+    call(engine, spaced(mode));
 }
 
 void ActionShot_SetConfigurationParameter(ActionShot_Handle engine, int32_t parameter, int32_t value) {
-    call(engine, text(" %d %d", parameter, value));
+    call(engine, spaced(parameter, value));
 }
 
 int32_t ActionShot_SetTempMemory(ActionShot_Handle engine, uint8_t** blocks, int32_t count, int32_t size) {
@@ -75,15 +73,12 @@ int32_t ActionShot_StartSeries(ActionShot_Handle engine) {
 }
 
 int32_t ActionShot_IsConnected(ActionShot_Handle engine) {
+    call(engine);
     return engine == gEngine;
 }
 
 int32_t ActionShot_HandleFrame(ActionShot_Handle engine, const OPT_API_ASImage* frame) {
-    const int32_t pixels = frame->width * frame->height;
-    const uint8_t* const luma = frame->plane[0];
-    const bool whole = luma[0] == luma[pixels * 3 / 2 - 1];  // tests fill frames with one value
-    const bool placed = frame->plane[1] == luma + pixels && !frame->plane[2] && !frame->format;
-    call(engine, text(" %dx%d of %d%s", frame->width, frame->height, luma[0], whole && placed ? "" : " odd"));
+    call(engine, described(*frame));
     return fakeActionShot().frameResult;
 }
 

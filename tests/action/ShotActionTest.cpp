@@ -3,6 +3,7 @@
 #include "shots/action/ShotAction.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -13,6 +14,7 @@
 #include "tests/support/FakeSystem.h"
 #include "tests/support/LongWork.h"
 #include "tests/support/ShotTest.h"
+#include "tests/support/WaitingThread.h"
 
 using namespace android;
 using namespace kov::test;
@@ -23,7 +25,7 @@ constexpr size_t kFrame = 64 * 48 * 3 / 2;
 constexpr size_t kBlock = 460800;
 
 const Lines kShown = {"app.data 0x10 4608"};
-const Lines kHandled = {"as.HandleFrame 64x48 of 9"};
+const Lines kHandled = {"as.IsConnected", "as.HandleFrame 64x48 of 9", "as.IsConnected"};
 const Lines kFollowed = kHandled + Lines{"app.notify 0x1800 42 0"} + kShown;
 const Lines kEnded = kHandled + Lines{"E ShotAction: call StopCapture 3",
                                       "D ShotAction: Stopping acquisition by myself.", "app.notify 0x1200 0 0"};
@@ -73,24 +75,6 @@ protected:
         frame();
         return taken();
     }
-    /// Runs `action` within the messages of a type.
-    void within(int32_t type, const std::function<void()>& action) {
-        mWithin = type;
-        mAction = action;
-        shot->setCallbacks(
-            [](int32_t msgType, int32_t ext1, int32_t ext2, void* user) {
-                onNotify(msgType, ext1, ext2, user);
-                auto* test = static_cast<ShotActionTest*>(user);
-                if (msgType == test->mWithin)
-                    test->mAction();
-            },
-            onData, onDataTimestamp, this);
-        recorder.take();
-    }
-
-private:
-    int32_t mWithin = 0;
-    std::function<void()> mAction;
 };
 
 TEST_F(ShotActionTest, SetsTheLibraryUpWithAsMuchMemoryAsThereIs) {
@@ -140,6 +124,11 @@ TEST_F(ShotActionTest, SetsTheLibraryUpWithAsMuchMemoryAsThereIs) {
         EXPECT_EQ(recorder.take(), Lines{"I ShotAction: ShotAction destroyed: pid=PID"} + each.gone +
                                        Lines{"I ShotCommon: ShotCommon destroyed: pid=PID"});
     }
+    fakeActionShot() = {};
+    fakeSystem().allowsMemory = nullptr;
+    hardware->params.setPreviewSize(1, 1);
+    makeShot();
+    EXPECT_EQ(recorder.take("E "), Lines{});
 }
 
 TEST_F(ShotActionTest, TheLibrarySaysWhatBecomesOfAFrameAndEndsTheSeries) {
@@ -212,8 +201,11 @@ TEST_F(ShotActionTest, ACommandFromWithinAMessageOfTheResult) {
                  {0, 0x1600, untilMade, {}}};
     for (const auto& each : cases) {
         SCOPED_TRACE(text("%d within %x", each.command, each.within));
+        whileNotified = nullptr;
         start({1029, 1031});
-        within(each.within, [&] { each.command ? command(each.command) : retireShot(); });
+        whileNotified = [&](int32_t type, int32_t) {
+            type != each.within ? void() : each.command ? command(each.command) : retireShot();
+        };
         Lines lines = afterFrame();
         std::erase_if(lines, [](auto& line) {
             return line.ends_with("destroyed: pid=PID") || line == "as.UnsetTempMemory" || line == "as.Finalize";
@@ -240,13 +232,60 @@ TEST_F(ShotActionTest, ASwitchAStartAndACancelEndTheResultAtItsNextStep) {
     }
 }
 
+TEST_F(ShotActionTest, AStartThatWaitsForACancelCanBeStopped) {
+    start({1029, 1031, 0});
+    std::jthread starting;
+    fakeActionShot().during = [&](auto& call) {
+        if (call == "CancelSeries" && !starting.joinable())
+            starting = startUntilItWaits([&] { command(1029); });
+    };
+    command(1030);
+    starting.join();
+    fakeActionShot().during = nullptr;
+    command(1031);
+    taken();
+    EXPECT_EQ(afterFrame(), kStopped);
+}
+
+TEST_F(ShotActionTest, AResultThatBeginsWhileACommandWaitsEndsWithIt) {
+    for (const int32_t code : {1029, 1030}) {
+        start({1029, 1031});
+        std::jthread framing, commanding;
+        whileNotified = [&](int32_t type, int32_t) {
+            if (type == 0x1200 && commanding.joinable())
+                commanding.join();
+        };
+        fakeSystem().allowsHeap = [&](size_t) {
+            framing = startUntilItWaits([&] { frame(); });  // which goes on first
+            commanding = startUntilItWaits([&, code] { command(code); });
+            return true;
+        };
+        shot->startPreview();
+        framing.join();
+        if (commanding.joinable())
+            commanding.join();
+        whileNotified = nullptr;
+        fakeSystem().allowsHeap = nullptr;
+        EXPECT_TRUE(recorder.take("as.CreateResult").empty()) << code;
+    }
+}
+
 TEST_F(ShotActionTest, FramesOfSeveralThreadsAndCommandsAtRandom) {
+    hardware->params.setPreviewSize(640, 480);  // whose copies take long enough for a command to come meanwhile
     start();
+    const sp<IMemory> large = makeMemory(kBlock, 9);
     fakeActionShot().progress = {40, 100};
     std::atomic<int> inside{0};  // the library
-    std::atomic<int> overlaps{0};
+    std::atomic<int> wrong{0};
+    std::atomic<bool> runs{false}, stopped{false};  // a series
     fakeActionShot().during = [&, last = std::string()](const std::string& call) mutable {
-        overlaps += inside++ != 0 || (last == "CreateResult" && call == "HandleFrame");  // not while a result is made
+        wrong += inside++ != 0;
+        const bool creates = call == "CreateResult";
+        runs = call == "StartSeries" || (runs && call != "CancelSeries");
+        stopped = stopped && call != "StartSeries";
+        // No frame while a result is made, no result that was not asked for, and neither after a cancel.
+        wrong += (last == "CreateResult" && call == "IsConnected") || (creates && !stopped);
+        wrong += (creates || call == "HandleFrame") && !runs;
         last = call;
         std::this_thread::sleep_for(std::chrono::microseconds(20));  // for another thread to come in
         --inside;
@@ -254,23 +293,28 @@ TEST_F(ShotActionTest, FramesOfSeveralThreadsAndCommandsAtRandom) {
     std::atomic<bool> over{false};
     const auto deliver = [&] {
         while (!over)
-            frame();
+            frame(large);
     };
     std::vector<std::jthread> threads;
     for (int i = 0; i < 2; ++i)
         threads.emplace_back(deliver);
     for (uint32_t i = 0; i < 1000; ++i) {
-        command(i % 5 < 3 ? 1029 : i % 5 == 3 ? 1031 : 1030);
+        const int32_t code = std::array{1029, 1031, 1029, 1031, 1030}[i % 5];
+        stopped = stopped || code == 1031;
+        command(code);
         std::this_thread::sleep_for(std::chrono::microseconds(i % 300));
     }
     over = true;
     threads.clear();
-    EXPECT_EQ(overlaps, 0);
+    EXPECT_EQ(wrong, 0);
     fakeActionShot() = {};
     for (const int32_t code : {1030, 1029, 1031})  // and the next series is as ever
         command(code);
     recorder.take();
-    EXPECT_EQ(afterFrame(), kStopped);
+    frame(large);
+    Lines lines = taken();
+    lines.back() = kShown[0];
+    EXPECT_EQ(lines, kStopped);
 }
 
 TEST_F(ShotActionTest, AStartThatFailsAndMemoryThatIsShort) {
@@ -299,6 +343,14 @@ TEST_F(ShotActionTest, AStartThatFailsAndMemoryThatIsShort) {
         command(1029);
         EXPECT_EQ(recorder.take().back(), "as.StartSeries");
     }
+    // A series that could not be started can be stopped, as one that was stopped and cancelled before.
+    fakeSystem().allowsMemory = nullptr;
+    start({1029, 1031, 0, 1030});
+    fakeActionShot().results = {{"StartSeries", 0}};
+    command(1029);
+    command(1031);
+    taken();
+    EXPECT_EQ(afterFrame(), kStopped);
     fakeActionShot().results = {{"UnsetTempMemory", 0}};  // the blocks are freed all the same
     for (int blocks = 1; blocks <= 15; ++blocks) {
         limit(blocks);
@@ -414,25 +466,28 @@ TEST_F(ShotActionTest, TheGuidesAreDrawnToTheByte) {
     hardware->params.setPreviewSize(320, 240);
     start({1029});
     auto& display = fakeActionShot().display;
-    display.entries[0] = {101, 101, 201, 181, 0};  // odd: corners are made even
-    display.entries[1] = {41, 21, 121, 151, 1};
-    display.entries[2] = {5, 5, 50, 50, 2};
+    std::vector<uint8_t> expected;
+    for (const int by : {0, 1}) {  // corners are made even
+        display.entries[0] = {101 + by, 101 + by, 201 + by, 181 + by, 0};
+        display.entries[1] = {41 + by, 21 + by, 121 + by, 151 + by, 1};
+        display.entries[2] = {5, 5, 50, 50, 2};
+        display.count = 3;
+        frame(makeMemory(320 * 240 * 3 / 2, 90));
+        expected.assign(320 * 240 * 3 / 2, 90);
+        uint8_t* const chroma = expected.data() + 320 * 240;
+        const auto draw = [&](int left, int top, int right, int bottom, uint32_t rgb) {
+            drawRectangle({320, 240, {expected.data(), chroma, chroma + 1}}, OverlayLayout::SemiPlanar, left + by,
+                          top + by, right + by, bottom + by, overlayColor(rgb), OverlayFrame::Outward2);
+        };
+        draw(117, 125, 217, 205, 0x00FF00);
+        draw(27, 45, 137, 125, 0x000000);
+        draw(29, 47, 135, 123, 0xFFFFFF);
+        draw(133, 121, 135, 123, 0xFFFFFF);
+        draw(31, 49, 133, 121, 0xFFFFFF);
+        draw(33, 51, 131, 119, 0x000000);
+        EXPECT_TRUE(bytesOf(lastData) == expected) << by;
+    }
     display.entries[3] = {INT32_MIN, INT32_MAX, INT32_MAX, INT32_MIN, 1};
-    display.count = 3;
-    frame(makeMemory(320 * 240 * 3 / 2, 90));
-    std::vector<uint8_t> expected(320 * 240 * 3 / 2, 90);
-    uint8_t* const chroma = expected.data() + 320 * 240;
-    const auto draw = [&](int left, int top, int right, int bottom, uint32_t rgb) {
-        drawRectangle({320, 240, {expected.data(), chroma, chroma + 1}}, OverlayLayout::SemiPlanar, left, top, right,
-                      bottom, overlayColor(rgb), OverlayFrame::Outward2);
-    };
-    draw(116, 124, 216, 204, 0x00FF00);
-    draw(26, 44, 136, 124, 0x000000);
-    draw(28, 46, 134, 122, 0xFFFFFF);
-    draw(132, 120, 134, 122, 0xFFFFFF);
-    draw(30, 48, 132, 120, 0xFFFFFF);
-    draw(32, 50, 130, 118, 0x000000);
-    EXPECT_TRUE(bytesOf(lastData) == expected);
     for (const int32_t count : {4, 1000, -5}) {  // wild coordinates and counts draw nothing outside
         display.count = count;
         frame(makeMemory(320 * 240 * 3 / 2, 90));

@@ -1,19 +1,15 @@
-// What the lens sees: the scenes against their own truth, and the sources from files.
+// What the lens sees: the scenes, and the sources from files.
 
 #include <gtest/gtest.h>
 
 #include <fstream>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
-#include <opencv2/objdetect.hpp>
 #include <opencv2/videoio.hpp>
 #include <tuple>
 
 #include "host/camera/Exif.h"
 #include "host/camera/Sources.h"
-#include "host/camera/scenes/AddMe.h"
-#include "host/camera/scenes/Crossing.h"
-#include "host/camera/scenes/Portrait.h"
 #include "tests/camera/TemporaryFolder.h"
 
 using namespace kov::camera;
@@ -21,12 +17,6 @@ using namespace kov::camera;
 namespace {
 
 const cv::Size kSmall(320, 240);
-
-template <typename Scene>
-Scene make(const std::string& text = "") {
-    SourceOptions options(text);
-    return Scene(options);
-}
 
 std::unique_ptr<FrameSource> open(const std::string& text) {
     std::string error;
@@ -53,61 +43,6 @@ TEST(Scenes, ShowTheSameMomentAtEverySize) {
         cv::resize(once, small, {80, 60}, 0, 0, cv::INTER_AREA);
         EXPECT_LT(difference(large, small), 6) << info.name;
     }
-}
-
-TEST(Crossing, ShowsThePersonWhereItsMaskSays) {
-    auto scene = make<Crossing>("shake=3");
-    EXPECT_TRUE(scene.subjectBox(0.5, kSmall).empty());
-    int last = -1;
-    for (const double time : {2.0, 3.0, 4.0, 5.0, 6.0}) {
-        cv::Mat changed;
-        cv::absdiff(scene.frame(time, kSmall), scene.background(time, kSmall), changed);
-        cv::cvtColor(changed, changed, cv::COLOR_BGR2GRAY);
-        const cv::Mat mask = scene.subjectMask(time, kSmall);
-        const cv::Rect box = scene.subjectBox(time, kSmall);
-        EXPECT_GT(cv::countNonZero((changed > 8) & mask), cv::countNonZero(mask) * 0.8) << time;
-        cv::Mat outside = changed > 24;
-        // The shadow on the ground reaches further than the person.
-        outside.rowRange(215, kSmall.height).setTo(0);
-        outside(cv::Rect(box.x - 2, 0, box.width + 4, kSmall.height) & cv::Rect({}, kSmall)).setTo(0);
-        EXPECT_EQ(cv::countNonZero(outside), 0) << time;
-        EXPECT_GT(box.x + box.width / 2, last + 20) << time;
-        last = box.x + box.width / 2;
-    }
-}
-
-TEST(Portrait, IsAFaceThatBeginsToSmile) {
-    cv::CascadeClassifier alternative(OPENCV_CASCADES "/haarcascade_frontalface_alt.xml");
-    cv::CascadeClassifier frontal(OPENCV_CASCADES "/haarcascade_frontalface_default.xml");
-    cv::CascadeClassifier smiles(OPENCV_CASCADES "/haarcascade_smile.xml");
-    auto scene = make<Portrait>();
-    for (const cv::Size size : {kSmall, cv::Size(640, 480)})
-        for (const double time : {0.0, 1.3, 2.9, 3.35, 4.0, 5.7}) {
-            cv::Mat grey;
-            cv::cvtColor(scene.frame(time, size), grey, cv::COLOR_BGR2GRAY);
-            std::vector<cv::Rect> found;
-            for (auto* const faces : {&frontal, &alternative}) {
-                faces->detectMultiScale(grey, found, 1.1, 4, 0, {size.height / 5, size.height / 5});
-                ASSERT_EQ(found.size(), 1U) << time;
-            }
-            const cv::Rect& face = found[0];
-            EXPECT_GT((face & scene.faceBox(time, size)).area(), face.area() * 0.6) << time;
-            const cv::Mat lower = grey(cv::Rect(face.x, face.y + face.height / 2, face.width, face.height / 2));
-            std::vector<cv::Rect> mouths;
-            smiles.detectMultiScale(lower, mouths, 1.3, 20, 0, {face.width / 5, face.width / 10});
-            const double smile = scene.smile(time);
-            // Half a smile may be seen or not.
-            EXPECT_TRUE(smile == 0 ? mouths.empty() : smile < 1 || !mouths.empty()) << time << ' ' << size;
-        }
-}
-
-TEST(AddMe, ChangesAfterEveryPicture) {
-    auto scene = make<AddMe>();
-    const cv::Mat first = scene.frame(0, kSmall);
-    scene.pictureTaken();
-    EXPECT_GT(difference(scene.frame(0, kSmall), first), 8);
-    scene.pictureTaken();
-    EXPECT_EQ(difference(scene.frame(0, kSmall), first), 0);
 }
 
 TEST(Files, AreShownAsAskedFor) {

@@ -15,17 +15,12 @@ FakePanoraMax& kov::test::fakePanoraMax() {
 
 namespace {
 
-int32_t call(const std::string& name, px_instance instance, const std::string& arguments = "", uint32_t takes = 0) {
-    auto& fake = fakePanoraMax();
-    record(text("%s #%d", name.c_str(), static_cast<int>(reinterpret_cast<intptr_t>(instance))) + arguments);
-    fake.milliseconds += takes;
-    if (fake.during)
-        fake.during(name);
-    return fake.results.contains(name) ? fake.results.at(name) : 0;
-}
-
-std::string described(const px_image* frame, uint32_t time) {
-    return sizeOf(*frame) + text(" %d at %u", *frame->plane[0], time);
+/// The operation is the one that this is called from; it `takes` milliseconds.
+int32_t call(px_instance instance, const std::string& arguments = "", uint32_t takes = 0,
+             const char* from = __builtin_FUNCTION()) {
+    fakeMilliseconds += takes;
+    const auto number = static_cast<int>(reinterpret_cast<intptr_t>(instance));
+    return scriptedCall(fakePanoraMax(), from, text("%s #%d", from, number) + arguments);
 }
 
 }  // namespace
@@ -33,7 +28,7 @@ std::string described(const px_image* frame, uint32_t time) {
 int32_t px_init(const px_allocator* allocator, void* buffer, uint32_t size, px_instance* instance) {
     const bool ofProcess = allocator->allocate == malloc && allocator->release == free;
     const auto next = reinterpret_cast<px_instance>(fakePanoraMax().made + 1);
-    const int32_t result = call("px_init", next, ofProcess && !buffer && !size ? "" : " odd");
+    const int32_t result = call(next, ofProcess && !buffer && !size ? "" : " odd");
     if (result == 0 && ++fakePanoraMax().made)
         *instance = next;
     return result == -1 ? 0 : result;  // a success without an instance
@@ -42,25 +37,24 @@ int32_t px_init(const px_allocator* allocator, void* buffer, uint32_t size, px_i
 int32_t px_setParams(px_instance instance, int32_t width, int32_t height, int32_t rotation, int32_t out_width,
                      int32_t out_height, int32_t mode, int32_t max_frames, int32_t frame_rate, float quality,
                      int32_t memory_budget) {
-    return call("px_setParams", instance,
-                text(" %d %d %d %d %d %d %d %d %g %d", width, height, rotation, out_width, out_height, mode, max_frames,
-                     frame_rate, quality, memory_budget));
+    return call(instance, spaced(width, height, rotation, out_width, out_height, mode, max_frames, frame_rate) +
+                              text(" %g %d", quality, memory_budget));
 }
 
 int32_t px_beginCapture(px_instance instance, int32_t mode) {
-    return call("px_beginCapture", instance, text(" %d", mode));
+    return call(instance, spaced(mode));
 }
 
 int32_t px_handleFrame(px_instance instance, const px_image* frame, uint32_t time, px_status* status) {
     const uint32_t added = status->frame_count;
     *status = fakePanoraMax().status;
     status->frame_count = added;
-    return call("px_handleFrame", instance, described(frame, time), 3);
+    return call(instance, described(*frame) + text(" at %u", time), 3);
 }
 
 int32_t px_addFrame(px_instance instance, const px_image* frame, uint32_t time, px_status* status) {
     ++status->frame_count;
-    return call("px_addFrame", instance, described(frame, time), 5);
+    return call(instance, described(*frame) + text(" at %u", time), 5);
 }
 
 int32_t px_createPanorama(px_instance instance, uint32_t* progress) {
@@ -69,19 +63,19 @@ int32_t px_createPanorama(px_instance instance, uint32_t* progress) {
         *progress = steps.front();
         steps.erase(steps.begin());
     }
-    const int32_t result = call("px_createPanorama", instance, "", 40);
+    const int32_t result = call(instance, "", 40);
     // A script may end in a failure: the library's result counts after its last step.
     return steps.empty() && *progress < 100 ? result : 0;
 }
 
 int32_t px_getPanoramaImage(px_instance instance, px_image* image) {
     *image = fakePanoraMax().image;
-    return call("px_getPanoramaImage", instance);
+    return call(instance);
 }
 
 #define PX_OPERATION(name)               \
     int32_t name(px_instance instance) { \
-        return call(#name, instance);    \
+        return call(instance);           \
     }
 PX_OPERATION(px_start)
 PX_OPERATION(px_endCapture)

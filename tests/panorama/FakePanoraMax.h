@@ -3,6 +3,7 @@
 
 #include <panoramax/panoramax.h>
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <string>
@@ -18,8 +19,10 @@ struct FakePanoraMax {
     std::vector<uint8_t> bytes = std::vector<uint8_t>(32 * 16 * 3 / 2);
     px_image image = {0, 32, 16, {bytes.data(), nullptr, nullptr}};  // the stitched one
     intptr_t made = 0;                                               // instances: the first has the handle 1
-    uint32_t milliseconds = 100;  // the time: a frame takes 3, adding it 5, a step 40
 };
+
+/// The time, which every thread may read: a frame takes 3, adding it 5, a step 40.
+inline std::atomic<uint32_t> fakeMilliseconds{100};
 
 FakePanoraMax& fakePanoraMax();
 

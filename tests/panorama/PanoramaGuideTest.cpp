@@ -7,6 +7,7 @@
 #include <array>
 #include <climits>
 #include <map>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -57,23 +58,25 @@ std::vector<uint8_t> drawn(px_direction code, int32_t width, int32_t height) {
 
 TEST(PanoramaGuideTest, ArrowsLieWhereTheyBelong) {
     using Spans = std::map<int, std::pair<int, int>>;  // by row: first and last column
-    const std::pair<px_direction, Spans> cases[] = {
-        // the first row, perhaps some between, the last
-        {8, {{430, {294, 343}}, {454, {318, 319}}}},
-        {4, {{26, {318, 319}}, {50, {294, 343}}}},
-        {6, {{24, {24, 58}}, {58, {24, 24}}}},
-        {5, {{24, {580, 614}}, {58, {614, 614}}}},
-        {10, {{420, {24, 24}}, {454, {24, 58}}}},
-        {9, {{420, {614, 614}}, {454, {580, 614}}}},
-        {2, {{216, {48, 48}}, {240, {24, 48}}, {243, {27, 48}}, {264, {48, 48}}}},
-        {1, {{216, {590, 590}}, {264, {590, 590}}}}};
-    for (const auto& [code, expected] : cases) {
+    const std::tuple<px_direction, int, Spans> cases[] = {
+        // the frame's width; the first row, perhaps some between, the last
+        {8, 640, {{430, {294, 343}}, {454, {318, 319}}}},
+        {4, 640, {{26, {318, 319}}, {50, {294, 343}}}},
+        {6, 640, {{24, {24, 58}}, {58, {24, 24}}}},
+        {5, 640, {{24, {580, 614}}, {58, {614, 614}}}},
+        {5, 641, {{24, {580, 614}}, {58, {614, 614}}}},
+        {10, 640, {{420, {24, 24}}, {454, {24, 58}}}},
+        {9, 640, {{420, {614, 614}}, {454, {580, 614}}}},
+        {2, 640, {{216, {48, 48}}, {240, {24, 48}}, {243, {27, 48}}, {264, {48, 48}}}},
+        {1, 640, {{216, {590, 590}}, {240, {590, 614}}, {264, {590, 590}}}},
+        {1, 641, {{216, {590, 590}}, {264, {590, 590}}}}};
+    for (const auto& [code, width, expected] : cases) {
         SCOPED_TRACE(code);
-        const std::vector<uint8_t> luma = drawn(code, 640, 480);
+        const std::vector<uint8_t> luma = drawn(code, width, 480);
         Spans spans;
-        for (int at = 0; at < 640 * 480; ++at) {
+        for (int at = 0; at < width * 480; ++at) {
             if (luma[at] != 0)
-                spans.try_emplace(at / 640, at % 640, 0).first->second.second = at % 640;
+                spans.try_emplace(at / width, at % width, 0).first->second.second = at % width;
         }
         ASSERT_FALSE(spans.empty());
         EXPECT_EQ(spans.begin()->first, expected.begin()->first);
@@ -83,13 +86,14 @@ TEST(PanoramaGuideTest, ArrowsLieWhereTheyBelong) {
     }
 }
 
-TEST(PanoramaGuideTest, SmallFramesAreNotMarked) {
-    for (const auto& [width, height] : {std::pair{64, 62}, {62, 64}, {64, 64}}) {
-        std::vector<uint8_t> bytes(64 * 64 * 3 / 2);
-        px_image image = {0, width, height, {bytes.data(), bytes.data() + width * height, nullptr}};
-        PanoramaGuide({8, 0, 0, 1, 0, 0, {}, 1}, width, height).draw(image);
-        EXPECT_EQ(bytes == std::vector<uint8_t>(bytes.size()), width * height < 64 * 64);
-    }
+TEST(PanoramaGuideTest, SmallFramesAreNotMarkedAndOthersWithRectangleAndArrow) {
+    for (const auto& [width, height] : {std::pair{64, 62}, {62, 64}, {64, 64}})
+        for (const uint32_t status : {2, 4}) {  // a rectangle alone; an arrow alone
+            std::vector<uint8_t> bytes(64 * 64 * 3 / 2);
+            px_image image = {0, width, height, {bytes.data(), bytes.data() + width * height, nullptr}};
+            PanoramaGuide({8, 0, 0, 1, 0, 0, {}, status}, width, height).draw(image);
+            EXPECT_EQ(bytes == std::vector<uint8_t>(bytes.size()), width * height < 64 * 64) << status;
+        }
 }
 
 TEST(PanoramaGuideTest, TheirOpacityPulsesWithEveryCall) {

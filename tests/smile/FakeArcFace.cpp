@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "tests/support/Recorder.h"
+#include "tests/support/ScriptedCall.h"
 
 using namespace kov::test;
 
@@ -16,11 +16,9 @@ FakeArcFace& kov::test::fakeArcFace() {
 
 namespace {
 
-MRESULT call(const std::string& name, const std::string& arguments = "") {
-    record(name + " " + arguments);
-    if (fakeArcFace().during)
-        fakeArcFace().during(name);
-    return fakeArcFace().results.contains(name) ? fakeArcFace().results.at(name) : 0;
+/// The operation is the one that this is called from.
+MRESULT call(const std::string& arguments, const char* from = __builtin_FUNCTION()) {
+    return scriptedCall(fakeArcFace(), from, from + (" " + arguments));
 }
 
 /// A name for a handle, which is the name of the next one of its kind.
@@ -39,7 +37,7 @@ MHandle newHandle(char kind) {
 }  // namespace
 
 void* MMemAlloc(MHandle, int32_t size) {
-    call("MMemAlloc", text("%d", size));
+    call(text("%d", size));
     if (!fakeArcFace().allocates)
         return nullptr;
     void* const block = std::malloc(static_cast<size_t>(size));
@@ -48,7 +46,7 @@ void* MMemAlloc(MHandle, int32_t size) {
 }
 
 void MMemFree(MHandle, void* block) {
-    call("MMemFree", named(block));
+    call(named(block));
     fakeArcFace().alive.erase(block);
     std::free(block);
 }
@@ -58,7 +56,7 @@ void MMemCpy(void* destination, const void* source, int32_t size) {
 }
 
 MHandle MMemMgrCreate(void* block, int32_t size) {
-    call("MMemMgrCreate", named(block) + text(" %d", size));
+    call(named(block) + spaced(size));
     if (!fakeArcFace().makesManagers)
         return nullptr;
     const MHandle manager = newHandle('m');
@@ -67,24 +65,23 @@ MHandle MMemMgrCreate(void* block, int32_t size) {
 }
 
 void MMemMgrDestroy(MHandle manager) {
-    call("MMemMgrDestroy", named(manager));
+    call(named(manager));
     fakeArcFace().alive.erase(manager);
 }
 
 MRESULT AMFPAF_InitialFaceEngine(MHandle manager, AMFPAF_IMAGE_INFO* image, AMFPAF_FACE_RESULT*, MHandle* engine,
                                  int32_t mode, int32_t scale, int32_t max_faces) {
     *engine = newHandle('f');  // also when it fails: an engine may have got so far
-    return call("AMFPAF_InitialFaceEngine",
-                named(manager) + text(" %dx%d format %d stride %d: %d %d %d", image->width, image->height,
+    return call(named(manager) + text(" %dx%d format %d stride %d: %d %d %d", image->width, image->height,
                                       image->format, image->stride, mode, scale, max_faces));
 }
 
 MRESULT AMFPAF_SetFaceOutPriority(MHandle engine, int32_t priority) {
-    return call("AMFPAF_SetFaceOutPriority", named(engine) + text(" %d", priority));
+    return call(named(engine) + spaced(priority));
 }
 
 MRESULT AMFPAF_SetTrackingFrameNumber(MHandle engine, int32_t frames) {
-    return call("AMFPAF_SetTrackingFrameNumber", named(engine) + text(" %d", frames));
+    return call(named(engine) + spaced(frames));
 }
 
 MRESULT AMFPAF_FaceFeatureDetect(MHandle manager, MHandle engine, uint8_t* frame, AMFPAF_FACE_RESULT* result, int32_t a,
@@ -92,17 +89,17 @@ MRESULT AMFPAF_FaceFeatureDetect(MHandle manager, MHandle engine, uint8_t* frame
     auto& fake = fakeArcFace();
     *result = {fake.faces.empty() ? nullptr : fake.faces.data(),
                fake.faceCount >= 0 ? fake.faceCount : static_cast<int32_t>(fake.faces.size()), 7};
-    return call("AMFPAF_FaceFeatureDetect", named(manager) + " " + named(engine) + text(" frame %d", *frame) +
-                                                (a || b || c || d || e ? " odd" : ""));
+    return call(named(manager) + " " + named(engine) + text(" frame %d", *frame) +
+                (a || b || c || d || e ? " odd" : ""));
 }
 
 MRESULT AMFPAF_UninitialFaceEngine(MHandle manager, MHandle* engine, AMFPAF_FACE_RESULT*) {
-    return call("AMFPAF_UninitialFaceEngine", named(manager) + " " + named(*engine));
+    return call(named(manager) + " " + named(*engine));
 }
 
 MRESULT ASSD_InitSmileEngine(MHandle manager, MHandle* engine, int32_t mode, int32_t height) {
     *engine = newHandle('s');
-    return call("ASSD_InitSmileEngine", named(manager) + text(" %d %d", mode, height));
+    return call(named(manager) + spaced(mode, height));
 }
 
 MRESULT ASSD_SmileDetect(MHandle manager, MHandle engine, ASSD_IMAGE* image, ASSD_FACE_INPUT* faces,
@@ -117,10 +114,10 @@ MRESULT ASSD_SmileDetect(MHandle manager, MHandle engine, ASSD_IMAGE* image, ASS
         input += text(" %td", image->plane[i] - image->plane[0]);
     for (int i = 0; i < faces->count; ++i)
         input += text(", face %d info %d", faces->faces[i].left, faces->info[i]);
-    return call("ASSD_SmileDetect", named(manager) + " " + named(engine) + text(" frame %d ", *image->plane[0]) +
-                                        input + (a || b ? " odd" : ""));
+    return call(named(manager) + " " + named(engine) + text(" frame %d ", *image->plane[0]) + input +
+                (a || b ? " odd" : ""));
 }
 
 MRESULT ASSD_UninitSmileEngine(MHandle manager, MHandle* engine) {
-    return call("ASSD_UninitSmileEngine", named(manager) + " " + named(*engine));
+    return call(named(manager) + " " + named(*engine));
 }

@@ -8,7 +8,6 @@
 #include <thread>
 
 #include "tests/smile/FakeArcFace.h"
-#include "tests/support/Region.h"
 #include "tests/support/ShotTest.h"
 #include "tests/support/WaitingThread.h"
 
@@ -201,11 +200,15 @@ TEST_F(ShotSmileTest, EnginesThatLieAreSurvived) {
     make();
     start();
     show(6, 6);
-    fakeArcFace().smiles = std::vector<__tag_rect>(64, kSmile);
+    fakeArcFace().smiles = std::vector<__tag_rect>(66, kSmile);
+    fakeArcFace().smiles[63] = {100, 20, 120, 40};
+    fakeArcFace().smiles[64] = {100, 60, 120, 80};  // one too many
     fakeArcFace().smileCount = INT_MAX;
     fakeArcFace().faces = {kFace, kSmile, kFace};
     fakeArcFace().faceCount = INT_MAX;
     EXPECT_EQ(framed().size(), 5U);  // both looked for, success, told, delivered
+    EXPECT_EQ(bytesOf(lastData)[20 * 160 + 110], 118);
+    EXPECT_EQ(bytesOf(lastData)[60 * 160 + 110], 0);
     start();
     fakeArcFace().smiles.clear();
     fakeArcFace().faceCount = 1;

@@ -18,7 +18,7 @@ namespace kov::test {
 
 /// Owns a `Mode` over `hardware` and is its application: its callbacks record "app.notify 0xTYPE EXT1 EXT2",
 /// "app.data 0xTYPE SIZE" (or "null") and "app.dataTimestamp TIME 0xTYPE SIZE", and keep the data message received last
-/// in `lastData`. `whileReceiving` runs in each data callback.
+/// in `lastData`. `whileReceiving` runs in each data callback, `whileNotified` in each notification's.
 template <typename Mode>
 class ShotTest : public ::testing::Test {
 public:
@@ -54,10 +54,14 @@ public:
     Mode* shot = nullptr;
     android::sp<android::IMemory> lastData;
     std::function<void()> whileReceiving;
+    std::function<void(int32_t type, int32_t ext1)> whileNotified;
     std::mutex mLastDataLock;  // messages may come on several threads; tests read when none does
 
-    static void onNotify(int32_t msgType, int32_t ext1, int32_t ext2, void*) {
+    static void onNotify(int32_t msgType, int32_t ext1, int32_t ext2, void* user) {
         record(text("app.notify 0x%X %d %d", msgType, ext1, ext2));
+        // A copy, as it may replace itself.
+        if (const auto within = static_cast<ShotTest*>(user)->whileNotified)
+            within(msgType, ext1);
     }
     static void onData(int32_t msgType, const android::sp<android::IMemory>& data, void* user) {
         auto* test = static_cast<ShotTest*>(user);

@@ -77,6 +77,15 @@ std::optional<int32_t> commandCode(const std::string& name) {
     return codeIn(allCommands(), name);
 }
 
+const std::vector<NamedCode>& cartoonEffects() {
+    static const std::vector<NamedCode> all = {{0, "cartoon", "flat colours with dark lines"},
+                                               {1, "sketch", "a drawing in colour"},
+                                               {2, "sketch-gray", "a drawing in pencil"},
+                                               {3, "stamp", "black on white, as from a stamp"},
+                                               {4, "none", "frames and pictures as they are"}};
+    return all;
+}
+
 std::string hex(int32_t value) {
     char text[16];
     std::snprintf(text, sizeof text, "0x%X", static_cast<unsigned>(value));

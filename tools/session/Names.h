@@ -24,6 +24,8 @@ std::optional<int32_t> commandCode(const std::string& name);
 /// All of them, in the order of their codes. Modes are selected by commands too: "MODE_PANORAMA".
 const std::vector<NamedCode>& allMessages();
 const std::vector<NamedCode>& allCommands();
+/// What CARTOON_SHOT_SELECT_EFFECT takes as arg1: "cartoon" for 0 and so on; "none" leaves frames as they are.
+const std::vector<NamedCode>& cartoonEffects();
 /// "0xA00".
 std::string hex(int32_t value);
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/Lane.h"
 #include "tools/kovcam/live/Http.h"
-#include "tools/kovcam/live/Lane.h"
 
 namespace kov::live {
 

@@ -10,10 +10,10 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/Lane.h"
 #include "tools/kovcam/live/Camera.h"
 #include "tools/kovcam/live/Guard.h"
 #include "tools/kovcam/live/Http.h"
-#include "tools/kovcam/live/Lane.h"
 #include "tools/kovcam/live/Uploads.h"
 
 namespace kov::live {

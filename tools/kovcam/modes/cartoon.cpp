@@ -1,12 +1,15 @@
 // Cartoon: pictures with a drawn look.
 
-#include <map>
+#include <algorithm>
+#include <string>
+#include <vector>
 
 #include "shots/Commands.h"
 #include "tools/kovcam/Camera.h"
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/Options.h"
 #include "tools/kovcam/Progress.h"
+#include "tools/session/Names.h"
 
 namespace kov::cam {
 
@@ -16,21 +19,28 @@ using namespace android;
 
 constexpr int kFramesBefore = 12;  // of preview, as a person would take to frame the picture
 
-const std::map<std::string, int32_t> kEffects = {
-    {"cartoon", 0}, {"sketch", 1}, {"sketch-gray", 2}, {"stamp", 3}, {"none", 4}};
+std::vector<std::string> effectNames() {
+    std::vector<std::string> names;
+    for (const NamedCode& effect : cartoonEffects())
+        names.push_back(effect.name);
+    return names;
+}
+
+int32_t effectCode(const std::string& name) {
+    return std::ranges::find(cartoonEffects(), name, &NamedCode::name)->code;
+}
 
 class Cartoon : public Mode {
 public:
     Cartoon() : Mode(KOV_MODE_CARTOON) {}
 
     void addOptions(Options& options) override {
-        options.choices("--effect", mEffects, "How to draw; a picture for each effect that is given",
-                        {"cartoon", "sketch", "sketch-gray", "stamp", "none"});
+        options.choices("--effect", mEffects, "How to draw; a picture for each effect that is given", effectNames());
     }
 
     void run(Camera& camera) override {
         for (const std::string& effect : mEffects) {
-            camera.session().sendCommand(CARTOON_SHOT_SELECT_EFFECT, kEffects.at(effect));
+            camera.session().sendCommand(CARTOON_SHOT_SELECT_EFFECT, effectCode(effect));
             camera.session().startPreview();  // a picture stops it
             camera.waitForFrames(kFramesBefore);
             camera.saver().nameNextPicture(effect);

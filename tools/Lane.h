@@ -5,14 +5,16 @@
 
 #include <deque>
 #include <functional>
+#include <future>
 #include <thread>
 #include <utility>
 
-namespace kov::live {
+namespace kov {
 
 class Lane {
 public:
-    explicit Lane(size_t most) : mMost(most), mThread([this] { run(); }) {}
+    /// `most`: how much may wait for `offer` to take more.
+    explicit Lane(size_t most = 0) : mMost(most), mThread([this] { run(); }) {}
     /// What waits is dropped; what is being done is waited for.
     ~Lane() {
         {
@@ -41,6 +43,13 @@ public:
         return true;
     }
 
+    /// Waits until what was added before is done. Not from within work.
+    void drain() {
+        std::promise<void> done;
+        add([&done] { done.set_value(); });
+        done.get_future().wait();
+    }
+
 private:
     void run() {
         for (;;) {
@@ -66,4 +75,4 @@ private:
     std::thread mThread;
 };
 
-}  // namespace kov::live
+}  // namespace kov
