@@ -31,18 +31,29 @@ fetch(`/api/pictures/${id}/file`).then((answer) => answer.blob()).then(createIma
 """
 
 
+def setUpModule():
+    """One browser for all tests, with a film of the portrait scene in place of a webcam."""
+    film = tempfile.NamedTemporaryFile(suffix='.mjpeg')
+    unittest.addModuleCleanup(film.close)
+    portrait = Camera(KOVCAM, '-i', 'scene:portrait?neutral=1')
+    film.write(b''.join(portrait.frames(4)))
+    film.flush()
+    portrait.stop()
+    PageTest.page = browser(*PHONE, '--use-fake-ui-for-media-stream', '--use-fake-device-for-media-stream',
+                            f'--use-file-for-fake-video-capture={film.name}')
+    unittest.addModuleCleanup(PageTest.page.quit)
+
+
 class PageTest(unittest.TestCase):
-    """One camera and one browser for all tests of a class."""
+    """One camera for all tests of a class."""
 
     source = 'scene:landscape'
-    switches = ()
 
     @classmethod
     def setUpClass(cls):
-        cls.camera = Camera(KOVCAM, '-i', cls.source, '--picture-size', '1280x960')
+        cls.camera = Camera(KOVCAM, '-i', cls.source, '--picture-size', '1280x960', '--fps', '15')
         cls.addClassCleanup(cls.camera.stop)
-        cls.page = browser(*PHONE, *cls.switches)
-        cls.addClassCleanup(cls.page.quit)
+        cls.addClassCleanup(cls.page.get, 'about:blank')
         cls.page.get(cls.camera.address)
 
     def tearDown(self):
@@ -55,7 +66,7 @@ class PageTest(unittest.TestCase):
     def value(self, expression):
         return self.page.execute_script(f'return {expression}')
 
-    def until(self, expression, seconds=40):
+    def until(self, expression, seconds=120):
         """Waits until an expression of the page is true."""
         end = time.monotonic() + seconds
         while not (value := self.value(expression)):
@@ -73,6 +84,10 @@ class PageTest(unittest.TestCase):
                    'kovcam.store.phase.kind === "idle"')
         self.until('kovcam.rate.last?.time > performance.now() - 500')
 
+    def see(self, frames):
+        """Waits until the page has shown so many frames more."""
+        self.until(f'kovcam.rate.painted >= {self.value("kovcam.rate.painted") + frames}')
+
     def find(self, selector):
         return self.page.find_element(By.CSS_SELECTOR, selector)
 
@@ -84,7 +99,7 @@ class PageTest(unittest.TestCase):
 
     def new_picture(self, before, count=1):
         """The newest, when there are so many more than before; it decodes to the size that it says."""
-        self.until(f'kovcam.store.pictures.length >= {before + count}', 60)
+        self.until(f'kovcam.store.pictures.length >= {before + count}')
         picture = self.value('kovcam.store.pictures.at(-1)')
         size = self.page.execute_async_script(DECODED, picture['id'])
         self.assertEqual(size, [picture['width'], picture['height']])
@@ -94,7 +109,7 @@ class PageTest(unittest.TestCase):
     def screens(self, name):
         for label, size in (('phone', PHONE), ('desk', DESK)):
             resize(self.page, *size)
-            time.sleep(0.4)
+            self.page.execute_async_script('requestAnimationFrame(() => requestAnimationFrame(arguments[0]))')
             self.page.save_screenshot(os.path.join(SCREENS, f'{name}-{label}.png'))
         resize(self.page, *PHONE)
 
@@ -109,8 +124,7 @@ class ModesTest(PageTest):
         self.find('#shutter').click()
         self.assertEqual(self.new_picture(before)['width'], 1280)
         self.until('!kovcam.store.state.takingPicture')
-        seen = self.value('kovcam.rate.last.number')
-        self.until(f'kovcam.rate.last.number > {seen + 5}')
+        self.see(5)
         self.screens('single')
 
     def test_burst_lasts_as_long_as_the_shutter_is_held(self):
@@ -145,7 +159,8 @@ class ModesTest(PageTest):
         self.choose('action')
         before = self.pictures()
         self.find('#shutter').click()
-        self.until('kovcam.store.phase.count >= 3 || kovcam.store.phase.kind !== "capturing"')
+        self.until('kovcam.store.phase.count >= 2 || kovcam.store.phase.kind !== "capturing"')
+        self.see(10)  # perhaps one more; a busy machine sees the subject seldom
         self.screens('action')
         if self.value('kovcam.store.phase.kind') == 'capturing':
             self.find('#shutter').click()
@@ -170,6 +185,7 @@ class ModesTest(PageTest):
         self.choose('cartoon')
         self.find('.look:nth-child(3)').click()
         self.until('kovcam.store.phase.look === 2')
+        self.see(4)
         before = self.pictures()
         self.screens('cartoon')
         self.find('#shutter').click()
@@ -185,6 +201,7 @@ class ModesTest(PageTest):
         self.screens('self')
 
     def test_what_opens(self):
+        self.use('landscape')
         self.choose('single')
         before = self.pictures()
         self.find('#shutter').click()
@@ -196,6 +213,11 @@ class ModesTest(PageTest):
             if name == 'drawer':
                 self.until('document.querySelectorAll("#lines li").length > 5')
             self.screens(name)
+            if name == 'settings':
+                self.assertEqual(self.find('#source-options select').get_attribute('value'), 'right')
+            if name == 'drawer':
+                self.find('#filter').send_keys('takePicture')
+                self.until('[...document.querySelectorAll("#lines li")].every((line) => line.textContent.includes("takePicture"))')
             self.check_accessibility(name)
             if name == 'gallery':
                 self.find('#album button').click()
@@ -230,7 +252,8 @@ class ModesTest(PageTest):
         begin = time.monotonic()
         self.find('#record').click()
         self.until('kovcam.store.state.recording !== null')
-        time.sleep(1.5)
+        time.sleep(1)
+        self.see(5)
         self.find('#record').click()
         self.until(f'kovcam.store.pictures.length > {before}')
         took = time.monotonic() - begin
@@ -259,54 +282,34 @@ class ModesTest(PageTest):
         self.page.execute_async_script("""
             const done = arguments[0];
             const names = kovcam.store.about.modes.map((mode) => mode.name);
-            (async () => { for (let i = 0; i < 200; ++i) await kovcam.chooseMode(names[i % names.length]); })().then(done);
+            // As fast as the camera takes them.
+            const some = (from) => Array.from({ length: 20 }, (_, i) => kovcam.chooseMode(names[(from + i) % names.length]));
+            (async () => { for (let i = 0; i < 200; i += 20) await Promise.all(some(i)); })().then(done);
             """)
         self.choose('single')
 
 
 class WebcamTest(PageTest):
-    """The portrait film in place of a webcam: smile takes the picture by itself."""
+    """The webcam of the browser as the source: smile takes the picture by itself."""
 
     source = 'scene:still-life'
 
-    @classmethod
-    def setUpClass(cls):
-        film = tempfile.NamedTemporaryFile(suffix='.mjpeg')
-        cls.addClassCleanup(film.close)
-        portrait = Camera(KOVCAM, '-i', 'scene:portrait?neutral=2')
-        film.write(b''.join(portrait.frames(6)))
-        film.flush()
-        portrait.stop()
-        cls.switches = ('--use-fake-ui-for-media-stream', '--use-fake-device-for-media-stream',
-                        f'--use-file-for-fake-video-capture={film.name}')
-        super().setUpClass()
-
     def test_smile_takes_the_picture(self):
+        self.camera.ask('/api/source', {'scene': 'portrait', 'options': {'neutral': 60}})
         self.choose('smile')
+        self.find('#shutter').click()
+        self.phase('armed')
+        self.see(6)
+        self.screens('smile')
         self.find('#open-settings').click()
         self.find('#settings').find_element(By.XPATH, './/button[contains(., "This webcam")]').click()
         self.until('kovcam.store.state.source?.kind === "push"')
         self.find('#settings [data-close]').click()
+        self.phase('idle')
         before = self.pictures()
         self.find('#shutter').click()
-        self.phase('armed')
-        time.sleep(0.7)
-        self.screens('smile')
         self.new_picture(before)
         self.phase('idle')
-
-
-class Elsewhere(BaseHTTPRequestHandler):
-    """A page of somebody else."""
-
-    def do_GET(self):
-        self.send_response(200)
-        self.send_header('Content-Type', 'text/html')
-        self.end_headers()
-        self.wfile.write(b'<title>elsewhere</title>')
-
-    def log_message(self, *_):
-        pass
 
 
 class LostTest(PageTest):
@@ -323,7 +326,8 @@ class LostTest(PageTest):
             with self.assertRaises(urllib.error.HTTPError) as refusal:
                 self.camera.ask('/api/state', **headers)
             self.assertIn(refusal.exception.code, (403, 421))
-        elsewhere = HTTPServer(('127.0.0.1', 0), Elsewhere)
+        quiet = type('Quiet', (BaseHTTPRequestHandler,), {'log_message': lambda *_: None})
+        elsewhere = HTTPServer(('127.0.0.1', 0), quiet)  # answers that it has nothing: a page of another origin
         threading.Thread(target=elsewhere.serve_forever, daemon=True).start()
         self.addCleanup(elsewhere.server_close)
         self.addCleanup(elsewhere.shutdown)
@@ -345,9 +349,10 @@ class LostTest(PageTest):
         self.until('kovcam.store.connected')
         port = self.camera.address.rsplit(':', 1)[1]
         self.assertEqual(self.camera.stop(), 0)
-        self.until('!document.getElementById("notice").hidden')
+        self.until('!document.getElementById("notice").hidden && document.querySelector(".lamp.off")')
         again = Camera(KOVCAM, '-i', 'scene:portrait', port=port)
         self.addCleanup(again.stop)
+        self.addCleanup(self.page.get, 'about:blank')  # first
         self.until('kovcam.store.connected && document.getElementById("notice").hidden')
         self.until('kovcam.store.state.source?.text === "scene:portrait" && kovcam.rate.frames.length > 3')
 

@@ -61,8 +61,7 @@ class Camera:
 def browser(width, height, *arguments):
     options = webdriver.ChromeOptions()
     options.binary_location = '/usr/bin/chromium'
-    profile = tempfile.mkdtemp(prefix='kov-chromium-')
-    for argument in (*QUIET.split(), f'--user-data-dir={profile}', f'--window-size={width},{height}', *arguments):
+    for argument in (*QUIET.split(), f'--window-size={width},{height}', *arguments):
         options.add_argument(argument)
     options.set_capability('goog:loggingPrefs', {'browser': 'ALL'})
     driver = webdriver.Chrome(service=Service('/usr/bin/chromedriver'), options=options)

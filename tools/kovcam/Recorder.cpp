@@ -75,9 +75,7 @@ private:
         if (mFirst.empty()) {
             mBeginNs = timeNs;
             mSize = picture.size();
-            std::vector<uint8_t> jpeg;
-            cv::imencode(".jpg", picture, jpeg);
-            mFirst.assign(jpeg.begin(), jpeg.end());
+            cv::imencode(".jpg", picture, mFirst);
             mWriter.open(mPath, cv::CAP_FFMPEG, cv::VideoWriter::fourcc('a', 'v', 'c', '1'), mRate, mSize);
         }
         if (picture.size() != mSize || !mWriter.isOpened())
@@ -95,7 +93,7 @@ private:
     // The thread's own, and `finish`'s after it.
     cv::VideoWriter mWriter;
     cv::Size mSize;
-    std::string mFirst;
+    std::vector<uint8_t> mFirst;
     int64_t mBeginNs = 0;
     int64_t mShown = 0;  // places of the film that are filled
     int64_t mWritten = 0;

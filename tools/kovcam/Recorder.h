@@ -22,8 +22,8 @@ public:
     /// Error while a recording runs.
     void start(const std::string& path, double framesPerSecond);
     struct Result {
-        int64_t frames = 0;      // in the file; 0 when none came or the file is not whole
-        std::string firstFrame;  // a JPEG
+        int64_t frames = 0;               // in the file; 0 when none came or the file is not whole
+        std::vector<uint8_t> firstFrame;  // a JPEG
     };
     /// Ends, and returns when the file is whole.
     Result stop();

@@ -23,6 +23,20 @@ constexpr int kMostNames = 100000;
     throw Error(path + " cannot be written: " + std::strerror(errno));
 }
 
+/// False when there is a file of the new name already.
+bool moveUnlessThere(const std::string& file, const std::string& path) {
+    if (renameat2(AT_FDCWD, file.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0)
+        return true;
+    // Not every file system knows that; a link is exclusive too.
+    if (errno == EINVAL && link(file.c_str(), path.c_str()) == 0) {
+        unlink(file.c_str());
+        return true;
+    }
+    if (errno == EEXIST)
+        return false;
+    fail(path);
+}
+
 /// A file of this process's own beside the one that it becomes; removed unless it was renamed.
 class Temporary {
 public:
@@ -50,21 +64,7 @@ public:
             fail(wanted);
         }
     }
-    /// False when there is a file of that name already.
-    bool becomes(const std::string& path) const {
-        if (renameat2(AT_FDCWD, mPath.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0)
-            return true;
-        // Not every file system knows that; a link is exclusive too.
-        if (errno == EINVAL && link(mPath.c_str(), path.c_str()) == 0)
-            return true;
-        if (errno == EEXIST)
-            return false;
-        fail(path);
-    }
-    void replaces(const std::string& path) const {
-        if (rename(mPath.c_str(), path.c_str()) != 0)
-            fail(path);
-    }
+    const std::string& path() const { return mPath; }
 
 private:
     std::string mPath;
@@ -76,12 +76,16 @@ std::string writeWhole(const std::vector<uint8_t>& bytes, const std::function<st
     std::string first = name(1);
     const Temporary temporary(first);
     temporary.write(bytes, first);
-    if (overwrite) {
-        temporary.replaces(first);
-        return first;
-    }
+    if (!overwrite)
+        return moveToFreeName(temporary.path(), name);
+    if (rename(temporary.path().c_str(), first.c_str()) != 0)
+        fail(first);
+    return first;
+}
+
+std::string moveToFreeName(const std::string& file, const std::function<std::string(int)>& name) {
     for (int number = 1; number <= kMostNames; ++number) {
-        if (std::string path = name(number); temporary.becomes(path))
+        if (std::string path = name(number); moveUnlessThere(file, path))
             return path;
     }
     throw Error("every name up to " + name(kMostNames) + " is taken; choose another with -o");

@@ -13,4 +13,8 @@ namespace kov::cam {
 /// `overwrite` the first of all. Returns the name. Throws Error, and leaves nothing, when the file cannot be written.
 std::string writeWhole(const std::vector<uint8_t>& bytes, const std::function<std::string(int)>& name, bool overwrite);
 
+/// Gives a file that is whole the first of these names, in its own folder, that no file has. Returns the name. Throws
+/// Error, and leaves the file as it is, when none can be had.
+std::string moveToFreeName(const std::string& file, const std::function<std::string(int)>& name);
+
 }  // namespace kov::cam

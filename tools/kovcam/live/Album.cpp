@@ -15,6 +15,7 @@
 #include <opencv2/imgproc.hpp>
 #include <utility>
 
+#include "tools/kovcam/SafeFile.h"
 #include "tools/session/Error.h"
 
 namespace kov::live {
@@ -29,11 +30,10 @@ constexpr int kThumbnailHeight = 240;
 constexpr int kWidestThumbnail = 960;
 
 /// A small JPEG of a JPEG, and how large that is; null for one that cannot be decoded.
-Text thumbnail(const std::string& jpeg, cv::Size* size) {
-    const cv::Mat bytes(1, static_cast<int>(jpeg.size()), CV_8U, const_cast<char*>(jpeg.data()));
+Text thumbnail(const Album::Bytes& jpeg, cv::Size* size) {
     cv::Mat picture;
     try {
-        picture = cv::imdecode(bytes, cv::IMREAD_COLOR);
+        picture = cv::imdecode(jpeg, cv::IMREAD_COLOR);
     } catch (const cv::Exception&) {
         return nullptr;
     }
@@ -46,21 +46,6 @@ Text thumbnail(const std::string& jpeg, cv::Size* size) {
     std::vector<uint8_t> small;
     cv::imencode(".jpg", picture, small, {cv::IMWRITE_JPEG_QUALITY, 82});
     return std::make_shared<std::string>(small.begin(), small.end());
-}
-
-bool writeWhole(const std::string& path, const std::string& bytes) {
-    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (file < 0)
-        return false;
-    size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t written = write(file, bytes.data() + done, bytes.size() - done);
-        if (written < 0 && errno != EINTR)
-            break;
-        done += static_cast<size_t>(std::max<ssize_t>(written, 0));
-    }
-    const bool closed = close(file) == 0;
-    return closed && done == bytes.size();
 }
 
 }  // namespace
@@ -80,63 +65,64 @@ Album::Album(std::string folder, Hooks hooks) : mFolder(std::move(folder)), mHoo
         throw cam::Error("the folder " + mFolder + " cannot be written to; choose another with --output");
 }
 
-std::string Album::newName(const std::string& prefix, const std::string& ending) const {
-    for (int number = 1; number < 100000; ++number) {
+std::function<std::string(int)> Album::names(const std::string& prefix, const std::string& ending) const {
+    return [start = path(prefix), ending](int number) {
         char digits[16];
         std::snprintf(digits, sizeof digits, "-%03d", number);
-        std::string name = prefix;
-        name.append(digits).append(ending);
-        const int file = open(path(name).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-        if (file >= 0) {
-            close(file);
-            return name;
-        }
-        if (errno != EEXIST)
-            break;
-    }
-    return {};
+        return start + digits + ending;
+    };
 }
 
-void Album::addPicture(std::string jpeg, Item item) {
-    const auto work = [this, jpeg = std::move(jpeg), item = std::move(item)]() mutable {
-        item.file = newName(item.mode, ".jpg");
-        const std::string temporary = path("." + item.file + ".part");
-        if (item.file.empty() || !writeWhole(temporary, jpeg) ||
-            std::rename(temporary.c_str(), path(item.file).c_str()) != 0) {
-            const std::string reason = std::strerror(errno);
-            std::remove(temporary.c_str());
-            if (!item.file.empty())
-                std::remove(path(item.file).c_str());
-            return mHooks.failed("a picture could not be saved (" + reason +
-                                 "); make room on the disk or choose another folder with --output, then take it again");
+void Album::addPicture(Bytes jpeg, Item item) {
+    auto work = [this, jpeg = std::move(jpeg), item = std::move(item)]() mutable {
+        try {
+            const std::string file = cam::writeWhole(jpeg, names(item.mode, ".jpg"), false);
+            item.type = "image/jpeg";
+            keep(std::move(item), file, jpeg);
+        } catch (const cam::Error& error) {
+            mHooks.failed(std::string("a picture could not be saved: ") + error.what() +
+                          "; make room on the disk or choose another folder with --output, then take it again");
         }
-        cv::Size size;
-        item.thumbnail = thumbnail(jpeg, &size);
-        item.width = size.width;
-        item.height = size.height;
-        item.bytes = jpeg.size();
-        item.type = "image/jpeg";
-        keep(std::move(item));
     };
-    if (!mWriter.offer(work))
+    if (!mWriter.offer(std::move(work)))
         mHooks.failed("a picture was dropped: the disk is too slow for so many; take them more slowly");
 }
 
-void Album::addRecording(const std::string& file, std::string firstFrame, Item item) {
-    item.file = file;
-    mWriter.add([this, firstFrame = std::move(firstFrame), item = std::move(item)]() mutable {
-        std::error_code failure;
-        cv::Size size;
-        item.thumbnail = thumbnail(firstFrame, &size);
-        item.width = size.width;
-        item.height = size.height;
-        item.bytes = fs::file_size(path(item.file), failure);
-        item.type = "video/mp4";
-        keep(std::move(item));
+std::string Album::beginRecording() {
+    int number = 0;
+    {
+        const AutoMutex held(mLock);
+        number = ++mRecordings;
+    }
+    std::string recording = path(".kovcam-" + std::to_string(getpid()) + "-" + std::to_string(number) + ".mp4");
+    const int file = open(recording.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (file < 0)
+        throw cam::Error(std::string("the recording cannot be written: ") + std::strerror(errno) +
+                         "; make room on the disk or choose another folder with --output");
+    close(file);
+    return recording;
+}
+
+void Album::addRecording(const std::string& recording, Bytes firstFrame, Item item) {
+    mWriter.add([this, recording, firstFrame = std::move(firstFrame), item = std::move(item)]() mutable {
+        try {
+            const std::string file = cam::moveToFreeName(recording, names("video", ".mp4"));
+            item.type = "video/mp4";
+            keep(std::move(item), file, firstFrame);
+        } catch (const cam::Error& error) {
+            mHooks.failed(std::string("the recording is left at ") + recording + ": " + error.what());
+        }
     });
 }
 
-void Album::keep(Item item) {
+void Album::keep(Item item, const std::string& file, const Bytes& shown) {
+    std::error_code ignored;
+    cv::Size size;
+    item.thumbnail = thumbnail(shown, &size);
+    item.file = fs::path(file).filename().string();
+    item.width = size.width;
+    item.height = size.height;
+    item.bytes = fs::file_size(file, ignored);
     ItemPtr kept;
     {
         const AutoMutex held(mLock);
@@ -149,7 +135,7 @@ void Album::keep(Item item) {
     mHooks.added(std::move(kept));
 }
 
-Album::ItemPtr Album::find(int id) const {
+Album::ItemPtr Album::find(int64_t id) const {
     const AutoMutex held(mLock);
     const auto found = std::ranges::find_if(mItems, [id](const ItemPtr& item) { return item->id == id; });
     return found == mItems.end() ? nullptr : *found;

@@ -14,11 +14,12 @@
 
 namespace kov::live {
 
-/// Files are written on a thread of the album's own, to a temporary name first, under a name of our own that no file
-/// has yet: MODE-001.jpg. The list keeps the newest `kMostItems`; older files stay in the folder.
+/// Files are written on a thread of the album's own, and are there whole or not at all, under a name of our own that no
+/// file has yet: MODE-001.jpg. The list keeps the newest `kMostItems`; older files stay in the folder.
 class Album {
 public:
     static constexpr size_t kMostItems = 500;
+    using Bytes = std::vector<uint8_t>;
 
     struct Item {
         int id = 0;
@@ -46,14 +47,15 @@ public:
     Album(std::string folder, Hooks hooks);
 
     /// Takes a finished JPEG. `item` has mode, time and story. Any thread.
-    void addPicture(std::string jpeg, Item item);
-    /// Takes a recording that is in the folder already, with a JPEG of its first frame.
-    void addRecording(const std::string& file, std::string firstFrame, Item item);
-    /// A name for a new file, as in "video-001.mp4"; the file is made empty, so that nobody else takes it.
-    std::string newName(const std::string& prefix, const std::string& ending) const;
+    void addPicture(Bytes jpeg, Item item);
+    /// Makes an empty file in the folder for a recording, under a temporary name, and returns its path. Throws
+    /// kov::cam::Error when it cannot.
+    std::string beginRecording();
+    /// Takes a recording that is whole, by the path of `beginRecording`, with a JPEG of its first frame.
+    void addRecording(const std::string& recording, Bytes firstFrame, Item item);
     std::string path(const std::string& name) const { return mFolder + "/" + name; }
 
-    ItemPtr find(int id) const;
+    ItemPtr find(int64_t id) const;
     std::vector<ItemPtr> items() const;  // oldest first
     /// Deletes the file too. False when there is no such item.
     bool remove(int id);
@@ -61,13 +63,16 @@ public:
     void flush();
 
 private:
-    void keep(Item item);
+    /// Path number N of the album's files of a kind.
+    std::function<std::string(int)> names(const std::string& prefix, const std::string& ending) const;
+    void keep(Item item, const std::string& file, const Bytes& shown);
 
     const std::string mFolder;
     const Hooks mHooks;
     mutable android::Mutex mLock;
     std::vector<ItemPtr> mItems GUARDED_BY(mLock);
     int mLastId GUARDED_BY(mLock) = 0;
+    int mRecordings GUARDED_BY(mLock) = 0;
     Lane mWriter{64};
 };
 

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 
@@ -28,7 +29,7 @@ constexpr size_t kMostLane = 32;
 constexpr size_t kMostWaiters = 32;
 constexpr int kMostPushing = 3;
 constexpr int kFlushMs = 20;
-constexpr double kLongestWait = 60;
+constexpr int64_t kLongestWait = 60;  // seconds
 
 constexpr std::string_view kPolicy =
     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' blob:; media-src 'self' blob:; "
@@ -41,17 +42,34 @@ bool isPlain(const std::string& text) {
     });
 }
 
-/// A number in a path; -1 for anything else.
-int numberIn(std::string_view text) {
-    int number = -1;
+/// A number in an address; -1 for anything else.
+int64_t numberIn(std::string_view text) {
+    int64_t number = -1;
     const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
     return failure == std::errc() && end == text.data() + text.size() && number >= 0 ? number : -1;
 }
 
+/// A body, or a query, that is not what the path takes.
+class WrongRequest : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+int32_t whole(const nlohmann::ordered_json& value) {
+    if (!value.is_number_integer() || value < INT32_MIN || value > INT32_MAX)
+        throw WrongRequest(value.dump() + " is no whole number of 32 bits");
+    return value.get<int32_t>();
+}
+
+/// A member that may be left out, which means 0.
+int32_t whole(const nlohmann::ordered_json& body, const char* member) {
+    return body.contains(member) ? whole(body[member]) : 0;
+}
+
 /// A code that a client gives as a number or by its name.
 int32_t codeOf(const nlohmann::ordered_json& value) {
-    if (value.is_number_integer())
-        return value.get<int32_t>();
+    if (value.is_number())
+        return whole(value);
     const auto name = value.get<std::string>();
     if (const auto code = cam::commandCode(name))
         return *code;
@@ -60,6 +78,11 @@ int32_t codeOf(const nlohmann::ordered_json& value) {
 
 std::string number(const nlohmann::ordered_json& value) {
     return value.is_string() ? value.get<std::string>() : value.dump();
+}
+
+/// As text. Names of files and devices may be in any encoding.
+std::string written(const nlohmann::ordered_json& what) {
+    return what.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
 nlohmann::ordered_json devices() {
@@ -128,19 +151,18 @@ void Api::begin(Server& server, Guard guard) {
             try {
                 operation();
             } catch (const Error& error) {
-                mCamera->journal().add("problem", {{"text", error.what()}});
+                mCamera->tell(error.what());
             }
         });
     };
     mCamera = std::make_unique<Camera>(mOptions.camera, std::move(hooks));
-    mCamera->album();
     mServer->every(kFlushMs, [this] { flush(); });
     mServer->every(1000, [this] { mCamera->tick(); });
     mCameraLane->add([this] {
         try {
             source({{"given", true}});
         } catch (const Error& error) {
-            mCamera->journal().add("problem", {{"text", error.what()}});
+            mCamera->tell(error.what());
         }
     });
 }
@@ -154,6 +176,7 @@ void Api::end() {
         } catch (const Error& error) {
             mFailure = error.what();
         }
+        mUploads.clear();
         mServer->stop();
     });
 }
@@ -179,13 +202,15 @@ uint64_t Api::mostBytes(const Request& head) {
 }
 
 std::vector<std::pair<std::string, std::string>> Api::usualHeaders() const {
-    return {{"Content-Security-Policy", std::string(kPolicy)},
-            {"X-Content-Type-Options", "nosniff"},
-            {"Referrer-Policy", "no-referrer"},
-            {"Cross-Origin-Resource-Policy", "same-origin"},
-            {"Cross-Origin-Opener-Policy", "same-origin"},
-            {"Permissions-Policy", "camera=(self), microphone=()"},
-            {"Cache-Control", "no-store"}};
+    std::vector<std::pair<std::string, std::string>> headers = {{"Content-Security-Policy", std::string(kPolicy)},
+                                                                {"X-Content-Type-Options", "nosniff"},
+                                                                {"Referrer-Policy", "no-referrer"},
+                                                                {"Cross-Origin-Resource-Policy", "same-origin"},
+                                                                {"Permissions-Policy", "camera=(self), microphone=()"},
+                                                                {"Cache-Control", "no-store"}};
+    if (mGuard->isTrusted())  // others are told in vain, and say so on their console
+        headers.emplace_back("Cross-Origin-Opener-Policy", "same-origin");
+    return headers;
 }
 
 void Api::handle(Request request, Reply reply) {
@@ -194,17 +219,20 @@ void Api::handle(Request request, Reply reply) {
         return path == "/api/files" ? upload(std::move(request), reply) : handlePost(request, reply);
     if (path.starts_with("/api/pictures"))
         return handlePictures(request, reply);
-    if (request.method != "GET" && request.method != "HEAD")
+    if (path == "/api/files" || path == "/api/frame" || kOperations.contains(path))
+        return reply(problem(405, "this path takes POST only"));
+    if (request.method != "GET")
         return reply(problem(405, "this path takes GET only"));
     if (path == "/preview.jpg" || path == "/preview.mjpeg") {
         Response response;
         response.live = path == "/preview.jpg" ? Response::Live::Frame : Response::Live::Stream;
+        response.type = path == "/preview.jpg" ? "image/jpeg" : kMovingType;
         return reply(response);
     }
     if (path == "/api")
-        return reply(json(200, description().dump()));
+        return reply(json(200, written(description())));
     if (path == "/api/state")
-        return reply(json(200, state().dump()));
+        return reply(json(200, written(state())));
     if (path == "/api/events")
         return handleEvents(request, reply);
     if (path == "/api/trace") {
@@ -228,9 +256,11 @@ void Api::handle(Request request, Reply reply) {
 void Api::work(Lane& lane, const Reply& reply, std::function<Json()> operation) {
     const bool added = lane.offer([reply, operation = std::move(operation)] {
         try {
-            reply(json(200, operation().dump()));
+            reply(json(200, written(operation())));
         } catch (const Error& error) {
             reply(problem(409, error.what()));
+        } catch (const WrongRequest& error) {
+            reply(problem(400, error.what()));
         } catch (const Json::exception&) {
             reply(problem(400, "the body has not the members that this path takes; docs/camera-http.md tells of them"));
         }
@@ -239,19 +269,22 @@ void Api::work(Lane& lane, const Reply& reply, std::function<Json()> operation) 
         reply(problem(503, "too much is waiting for the camera already; try again in a moment"));
 }
 
+const std::map<std::string_view, Api::Operation> Api::kOperations = {
+    {"/api/mode", &Api::selectMode},     {"/api/command", &Api::command}, {"/api/picture", &Api::takePicture},
+    {"/api/focus", &Api::focus},         {"/api/preview", &Api::preview}, {"/api/parameters", &Api::parameters},
+    {"/api/recording", &Api::recording}, {"/api/source", &Api::source},
+};
+
 void Api::handlePost(const Request& request, const Reply& reply) {
-    static const std::map<std::string_view, Operation> operations = {
-        {"/api/mode", &Api::selectMode},     {"/api/command", &Api::command}, {"/api/picture", &Api::takePicture},
-        {"/api/focus", &Api::focus},         {"/api/preview", &Api::preview}, {"/api/parameters", &Api::parameters},
-        {"/api/recording", &Api::recording}, {"/api/source", &Api::source},
-    };
     if (request.path == "/api/frame")
         return work(*mPushLane, reply, [this, jpeg = request.body] {
+            if (mPusher != 0)
+                throw Error("the source is the webcam of a browser; choose \"push\" without a client");
             mCamera->pushJpeg(jpeg);
             return Json::object();
         });
-    const auto found = operations.find(request.path);
-    if (found == operations.end())
+    const auto found = kOperations.find(request.path);
+    if (found == kOperations.end())
         return reply(problem(404, "there is nothing to do at this path; docs/camera-http.md names those that are"));
     if (!request.contentType.starts_with("application/json"))
         return reply(problem(415, "the body must be JSON, with Content-Type: application/json"));
@@ -266,7 +299,7 @@ void Api::handlePost(const Request& request, const Reply& reply) {
 void Api::handlePictures(const Request& request, const Reply& reply) {
     std::string_view rest = std::string_view(request.path).substr(std::string_view("/api/pictures").size());
     if (rest.empty())
-        return request.method == "GET" ? reply(json(200, pictures().dump()))
+        return request.method == "GET" ? reply(json(200, written(pictures())))
                                        : reply(problem(405, "this path takes GET only"));
     rest.remove_prefix(1);
     const size_t slash = std::min(rest.find('/'), rest.size());
@@ -280,7 +313,7 @@ void Api::handlePictures(const Request& request, const Reply& reply) {
     } else if (request.method != "GET") {
         response = problem(405, "pictures are read with GET and deleted with DELETE");
     } else if (part.empty()) {
-        response = json(200, item->json().dump());
+        response = json(200, written(item->json()));
     } else if (part == "thumbnail" && item->thumbnail) {
         response.type = "image/jpeg";
         response.body = item->thumbnail;
@@ -323,8 +356,8 @@ Api::Json Api::command(const Json& body) {
     if (code >= android::KOV_MODE_FIRST && code <= android::KOV_MODE_LAST)
         throw Error("modes are chosen at /api/mode");
     const int32_t ifLost = body.contains("ifLost") ? codeOf(body["ifLost"]) : 0;
-    return {{"status", mCamera->sendCommand(code, body.value("arg1", 0), body.value("arg2", 0), body.value("client", 0),
-                                            ifLost)}};
+    return {{"status",
+             mCamera->sendCommand(code, whole(body, "arg1"), whole(body, "arg2"), whole(body, "client"), ifLost)}};
 }
 
 Api::Json Api::takePicture(const Json&) {
@@ -387,26 +420,31 @@ Api::Json Api::source(const Json& body) {
         text = device;
         what = {{"kind", "device"}, {"name", device}};
     } else if (body.contains("file")) {
-        const auto file = mUploads.find(body["file"].get<int>());
+        const auto file = mUploads.find(whole(body["file"]));
         if (!file)
             throw Error("this file is not here any more; give it again");
         text = file->path + (file->still ? options : "");
         what = {{"kind", "file"}, {"file", body["file"]}, {"name", file->name}};
         if (file->still)
             what["options"] = body.value("options", Json::object());
-    } else if (body.contains("push")) {
+    } else if (body.value("push", false)) {
         text = "push:";
-        pusher = body.value("client", 0);
+        pusher = whole(body, "client");
         what = {{"kind", "push"}, {"name", pusher ? "a browser's webcam" : "pushed frames"}, {"client", pusher}};
-    } else if (body.contains("given")) {
+    } else if (body.value("given", false)) {
         text = mOptions.source;
         what = {{"kind", "given"}, {"name", text}};
     } else {
         throw Error("name a source: scene, device, file, push or given");
     }
     what["text"] = what["kind"] == "file" ? what["name"] : Json(text);
-    mPusher = pusher;
-    mCamera->open(text, what);
+    const int before = mPusher.exchange(pusher);  // opening may wait for the first frame
+    try {
+        mCamera->open(text, what);
+    } catch (const Error&) {
+        mPusher = before;
+        throw;
+    }
     return Json::object();
 }
 
@@ -417,13 +455,19 @@ void Api::handleEvents(const Request& request, const Reply& reply) {
         const auto found = request.query.find(key);
         return found == request.query.end() ? std::string() : found->second;
     };
+    const auto number = [&](const char* key) { return text(key).empty() ? int64_t{0} : numberIn(text(key)); };
+    const int64_t after = number("after");
+    const int64_t seconds = number("wait");
+    if (after < 0 || seconds < 0)
+        return reply(problem(400, "after and wait are whole numbers: of an event, and of seconds"));
     Waiter waiter;
-    waiter.after = text("after").empty() ? 0 : static_cast<uint64_t>(std::atoll(text("after").c_str()));
+    waiter.after = static_cast<uint64_t>(after);
     waiter.type = text("type");
     if (const auto type = cam::messageType(waiter.type))
         waiter.type = cam::hex(*type);
-    const double seconds = std::clamp(std::atof(text("wait").c_str()), 0.0, kLongestWait);
-    waiter.deadlineUs = mCamera->journal().nowUs() + static_cast<int64_t>(seconds * 1e6);
+    else if (!waiter.type.empty() && waiter.type.find('/') == std::string::npos && !waiter.type.starts_with("0x"))
+        return reply(problem(400, "there is no message \"" + waiter.type + "\"; /api names them all"));
+    waiter.deadlineUs = mCamera->journal().nowUs() + std::min(seconds, kLongestWait) * 1'000'000;
     waiter.reply = reply;
     if (mWaiters.size() >= kMostWaiters)
         return reply(problem(503, "too many are waiting for events already; try again in a moment"));
@@ -431,19 +475,22 @@ void Api::handleEvents(const Request& request, const Reply& reply) {
     flush();
 }
 
-void Api::answerWaiters(const std::vector<Journal::LinePtr>&) {
-    std::erase_if(mWaiters, [this](const Waiter& waiter) {
+void Api::answerWaiters() {
+    const Journal& journal = mCamera->journal();
+    for (Waiter& waiter : mWaiters) {
         std::string found;
-        for (const Journal::LinePtr& line : mCamera->journal().after(waiter.after)) {
+        uint64_t last = journal.lastId();  // read first: what comes meanwhile is for the next who asks
+        for (const Journal::LinePtr& line : journal.after(waiter.after)) {
             if (line->story && (waiter.type.empty() || line->type == waiter.type))
                 found += (found.empty() ? "" : ",") + line->text;
+            waiter.after = last = line->id;  // none is looked at twice
         }
-        if (found.empty() && mCamera->journal().nowUs() < waiter.deadlineUs)
-            return false;
-        waiter.reply(
-            json(200, "{\"last\":" + std::to_string(mCamera->journal().lastId()) + ",\"events\":[" + found + "]}"));
-        return true;
-    });
+        if (found.empty() && journal.nowUs() < waiter.deadlineUs)
+            continue;
+        waiter.reply(json(200, "{\"last\":" + std::to_string(last) + ",\"events\":[" + found + "]}"));
+        waiter.reply = nullptr;
+    }
+    std::erase_if(mWaiters, [](const Waiter& waiter) { return !waiter.reply; });
 }
 
 // --- Web sockets
@@ -455,13 +502,15 @@ void Api::opened(std::shared_ptr<Socket> socket, const Request& request) {
     socket->onText = [this, id](const std::string& text) { fromClient(id, text); };
     socket->onBinary = [this, id](const std::string& bytes) { frameFromClient(id, bytes); };
     socket->onClosed = [this, id] { clientGone(id); };
-    flush();  // so that the lines of the story are not sent to this client twice
+    flush();
     std::string story;
-    for (const Journal::LinePtr& line : mCamera->journal().story())
-        story += (story.empty() ? "" : ",") + line->text;
+    for (const Journal::LinePtr& line : mCamera->journal().story()) {
+        if (line->id <= mSentLine)  // later ones are sent to this client with the next flush
+            story += (story.empty() ? "" : ",") + line->text;
+    }
     mClients[id] = {socket};
     std::string hello =
-        Json{{"client", id}, {"about", description()}, {"state", state()}, {"pictures", pictures()}}.dump();
+        written({{"client", id}, {"about", description()}, {"state", state()}, {"pictures", pictures()}});
     hello.pop_back();
     socket->send(std::make_shared<std::string>(hello + ",\"story\":[" + story + "]}"));
 }
@@ -471,13 +520,15 @@ void Api::fromClient(int id, const std::string& text) {
     const Json message = Json::parse(text, nullptr, false);
     if (client == mClients.end() || !message.is_object())
         return;
-    if (message.contains("ready") && message["ready"].is_number_unsigned())
-        client->second.socket->grant(message["ready"].get<unsigned>());
-    if (message.contains("ping"))
-        client->second.socket->send(
-            std::make_shared<std::string>(Json{{"pong", message["ping"]}, {"us", mCamera->journal().nowUs()}}.dump()));
     if (message.contains("everything"))
         client->second.everything = message["everything"] == true;
+    // What is sent may end the client.
+    const std::shared_ptr<Socket> socket = client->second.socket;
+    if (message.contains("ready") && message["ready"].is_number_unsigned())
+        socket->grant(message["ready"].get<unsigned>());
+    if (message.contains("ping") && message["ping"].is_number())
+        socket->send(
+            std::make_shared<std::string>(written({{"pong", message["ping"]}, {"us", mCamera->journal().nowUs()}})));
 }
 
 void Api::frameFromClient(int id, const std::string& jpeg) {
@@ -492,7 +543,7 @@ void Api::frameFromClient(int id, const std::string& jpeg) {
                 return;
             --found->second.pushing;
             const Json answer = failure.empty() ? Json{{"pushed", true}} : Json{{"pushed", false}, {"error", failure}};
-            found->second.socket->send(std::make_shared<std::string>(answer.dump()));
+            found->second.socket->send(std::make_shared<std::string>(written(answer)));
         });
     };
     const bool added = mPushLane->offer([this, jpeg, done] {
@@ -511,12 +562,11 @@ void Api::clientGone(int id) {
     mClients.erase(id);
     mCamera->clientLost(id);
     if (mPusher.compare_exchange_strong(id, 0))
-        mCamera->journal().add("problem", {{"text", "the browser that showed its webcam has gone; choose a source"}});
-    sendAll({{"viewers", mClients.size()}});
+        mCamera->tell("the browser that showed its webcam has gone; choose a source");
 }
 
 void Api::sendAll(const Json& message) {
-    const auto text = std::make_shared<std::string>(message.dump(-1, ' ', false, Json::error_handler_t::replace));
+    const auto text = std::make_shared<std::string>(written(message));
     for (const auto& [id, client] : std::map(mClients))
         client.socket->send(text);
 }
@@ -549,7 +599,7 @@ void Api::flush() {
                 client.socket->send(client.everything ? all : part);
         }
     }
-    answerWaiters(lines);
+    answerWaiters();
 }
 
 // --- What is told
@@ -577,8 +627,7 @@ Api::Json Api::description() const {
             {"scenes", scenes()},
             {"devices", devices()},
             {"given", mOptions.source},
-            {"folder", mOptions.camera.folder},
-            {"secure", mOptions.secure}};
+            {"folder", mOptions.camera.folder}};
 }
 
 Api::Json Api::state() const {

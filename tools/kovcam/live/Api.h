@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/Lane.h"
@@ -23,8 +24,7 @@ class Api : public Handler {
 public:
     struct Options {
         Camera::Options camera;
-        std::string source;   // the one of the command line, which is opened first
-        bool secure = false;  // https or this machine only, where browsers give their webcam
+        std::string source;  // the one of the command line, which is opened first
     };
 
     explicit Api(Options options);
@@ -51,12 +51,13 @@ private:
         int pushing = 0;          // frames of its own camera that are on their way in
     };
     struct Waiter {
-        uint64_t after;
+        uint64_t after;    // the last event that was looked at
         std::string type;  // of the message that is waited for; empty: anything of the story
         int64_t deadlineUs;
         Reply reply;
     };
     using Operation = Json (Api::*)(const Json& body);
+    static const std::map<std::string_view, Operation> kOperations;  // by the path that they are posted to
 
     void handlePost(const Request& request, const Reply& reply);
     void handlePictures(const Request& request, const Reply& reply);
@@ -81,7 +82,7 @@ private:
     void sendAll(const Json& message);
     /// Sends what is new: lines, the state.
     void flush();
-    void answerWaiters(const std::vector<Journal::LinePtr>& lines);
+    void answerWaiters();
     Json description() const;  // what never changes while we run
     Json state() const;
     Json pictures() const;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <string_view>
 #include <thread>
@@ -62,7 +63,8 @@ Camera::Camera(Options options, Hooks hooks)
       mRecorder(std::make_shared<cam::Recorder>()),
       mTrace(mOptions.trace.empty() ? nullptr : std::make_shared<cam::Trace>(mOptions.trace)),
       mMessages(std::make_shared<Messages>(*this)),
-      mAlbum(mOptions.folder, {mHooks.added, mHooks.removed, [this](const std::string& text) { tell(text); }}),
+      mAlbum(mOptions.folder, {[this](Album::ItemPtr item) { saved(std::move(item)); }, mHooks.removed,
+                               [this](const std::string& text) { tell(text); }}),
       mMode(mOptions.mode),
       mChosen(mOptions.parameters) {}
 
@@ -85,14 +87,23 @@ void Camera::openSession(const std::string& source) {
         options.listeners.push_back(mTrace);
     int32_t mode = 0;
     bool preview = false;
+    std::map<std::string, std::string> chosen;
     {
         const AutoMutex held(mLock);
-        options.parameters = mChosen;
+        chosen = mChosen;
         mode = mMode;
         preview = mPreview;
     }
     mJournal->beginStory();
     const auto opened = Session::open(std::move(options));
+    try {
+        if (!chosen.empty())
+            opened->setParameters(chosen);
+    } catch (const Error& error) {  // those of the command line, say
+        tell(std::string(error.what()) + "; the camera's own settings are used");
+        const AutoMutex held(mLock);
+        mChosen.clear();
+    }
     opened->selectMode(mode);
     {
         const AutoMutex held(mLock);
@@ -248,24 +259,21 @@ void Camera::setParameters(const std::map<std::string, std::string>& values) {
 }
 
 void Camera::setRecording(bool on) {
-    std::string name;
+    std::string file;
     double since = 0;
     int32_t mode = 0;
     {
         const AutoMutex held(mLock);
         if (on == !mRecording.empty())
             return;
-        name = mRecording;
+        file = mRecording;
         since = mRecordingSince;
         mode = mMode;
     }
     if (on) {
         const std::string rate = session()->parameter("preview-frame-rate");
-        name = mAlbum.newName("video", ".mp4");
-        if (name.empty())
-            throw Error(
-                "the recording cannot be written; make room on the disk or choose another folder with --output");
-        mRecorder->start(mAlbum.path(name), std::max(1.0, std::atof(rate.c_str())));
+        file = mAlbum.beginRecording();
+        mRecorder->start(file, std::max(1.0, std::atof(rate.c_str())));
         since = now();
     } else {
         cam::Recorder::Result film = mRecorder->stop();
@@ -273,15 +281,15 @@ void Camera::setRecording(bool on) {
             Album::Item item;
             item.time = since;
             item.mode = modeName(mode);
-            mAlbum.addRecording(name, std::move(film.firstFrame), std::move(item));
+            mAlbum.addRecording(file, std::move(film.firstFrame), std::move(item));
         } else {
-            std::remove(mAlbum.path(name).c_str());
+            std::remove(file.c_str());
             tell("the recording is empty: no preview frame came, or the disk is full");
         }
-        name.clear();
+        file.clear();
     }
     const AutoMutex held(mLock);
-    mRecording = name;
+    mRecording = file;
     mRecordingSince = since;
     ++mRevision;
 }
@@ -316,6 +324,12 @@ void Camera::pushJpeg(const std::string& jpeg) {
 
 void Camera::tell(const std::string& problem) {
     mJournal->add("problem", {{"text", problem}});
+    std::fprintf(stderr, "kovcam: %s\n", problem.c_str());
+}
+
+void Camera::saved(Album::ItemPtr item) {
+    mJournal->add("saved", {{"type", item->type}, {"file", item->file}, {"picture", item->id}});
+    mHooks.added(std::move(item));
 }
 
 std::vector<std::string> Camera::recentStory() const {
@@ -340,7 +354,7 @@ void Camera::pictureCame(const cam::Picture& picture) {
     if (picture.size > 0) {
         item.time = now();
         item.story = recentStory();
-        mAlbum.addPicture({reinterpret_cast<const char*>(picture.bytes), picture.size}, std::move(item));
+        mAlbum.addPicture({picture.bytes, picture.bytes + picture.size}, std::move(item));
     } else {
         tell("the mode made no picture; take it once more");
     }

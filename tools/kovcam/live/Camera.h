@@ -30,7 +30,6 @@ namespace kov::live {
 class Camera {
 public:
     struct Options {
-        std::string source;
         std::map<std::string, std::string> parameters;
         std::string folder;
         std::string trace;  // a file, or empty
@@ -65,6 +64,8 @@ public:
     void pushJpeg(const std::string& jpeg);
     /// Looks whether a picture that was asked for is overdue. Called about once a second.
     void tick();
+    /// Tells people, on the page and where we were started, of what went wrong. Any thread.
+    void tell(const std::string& problem);
     /// Ends what runs so that its pictures come, and gives the camera back. Throws when the trace cannot be written.
     void finish();
 
@@ -73,7 +74,6 @@ public:
     uint64_t revision() const { return mRevision; }
     Journal& journal() { return *mJournal; }
     Album& album() { return mAlbum; }
-    PreviewEncoder& encoder() { return *mEncoder; }
 
 private:
     class Messages;
@@ -89,7 +89,7 @@ private:
     void pictureCame(const cam::Picture& picture);
     void notified(const cam::Notification& notification);
     void logged(const cam::LogLine& line);
-    void tell(const std::string& problem);
+    void saved(Album::ItemPtr item);
     std::vector<std::string> recentStory() const;
 
     const Options mOptions;
@@ -113,7 +113,7 @@ private:
     int64_t mNewsUs GUARDED_BY(mLock) = 0;                             // when the mode was last heard of
     std::map<std::string, std::string> mChosen GUARDED_BY(mLock);      // parameters for the next session too
     std::map<std::string, std::string> mParameters GUARDED_BY(mLock);  // as the camera told them last
-    std::string mRecording GUARDED_BY(mLock);                          // name of the file, empty without one
+    std::string mRecording GUARDED_BY(mLock);                          // path of the file, empty without one
     double mRecordingSince GUARDED_BY(mLock) = 0;
     std::string mSmileEngine GUARDED_BY(mLock);  // which, and how to get a better one, in the log's words
     int mHolder GUARDED_BY(mLock) = 0;           // the client that left a command for the case that it goes away

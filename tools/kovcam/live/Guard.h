@@ -27,6 +27,8 @@ public:
 
     /// Why the request is refused, with what to do, or nothing. `open`: it needs no token.
     std::optional<Response> refuse(const Request& head, bool open) const;
+    /// Whether browsers trust what comes from us: by https, or from this machine alone.
+    bool isTrusted() const { return mOptions.tls || mOptions.token.empty(); }
     /// The header that gives a browser the token as a cookie; nothing when the request does not bring the token in its
     /// address.
     std::optional<std::string> cookieFor(const Request& head) const;

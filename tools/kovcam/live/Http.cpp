@@ -14,6 +14,7 @@
 #include <boost/beast/websocket.hpp>
 #include <chrono>
 #include <deque>
+#include <filesystem>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -33,12 +34,14 @@ using kov::cam::Error;
 
 namespace {
 
-constexpr const char* kBoundary = "kovcam-frame";
 constexpr size_t kMostHeadBytes = 16 << 10;
 constexpr size_t kMostSocketMessage = 2 << 20;  // of a client: a pushed frame
 constexpr int kSendBuffer = 256 << 10;          // what the kernel may hold back of a moving picture
 constexpr unsigned kMostGranted = 4;
-constexpr int kFrameSeconds = 5;  // the longest wait for one frame
+constexpr int kFrameSeconds = 5;                        // the longest wait for one frame
+constexpr uint64_t kMostBodies = 160 << 20;             // of all requests that are not answered yet
+constexpr uint64_t kSlowestBytesPerSecond = 256 << 10;  // of a client that sends a body
+constexpr const char* kGone = "the file is gone from the disk";
 
 /// Who looks at the moving picture.
 class Viewer {
@@ -159,6 +162,7 @@ public:
     std::atomic<unsigned> viewerCount{0};
     LiveFramePtr newest;
     unsigned connections = 0;
+    uint64_t bodies = 0;  // bytes of requests that are not answered yet
     bool stopping = false;
 };
 
@@ -243,7 +247,8 @@ private:
                                    return self->ended();
                                const std::string message = beast::buffers_to_string(self->mBuffer.data());
                                self->mBuffer.consume(self->mBuffer.size());
-                               const auto& take = self->mStream.got_text() ? self->onText : self->onBinary;
+                               // A copy: what it does may end us, which forgets it.
+                               const auto take = self->mStream.got_text() ? self->onText : self->onBinary;
                                if (take)
                                    take(message);
                                self->read();
@@ -326,7 +331,10 @@ template <class Core>
 class Connection : public Viewer, public std::enable_shared_from_this<Connection<Core>> {
 public:
     Connection(std::shared_ptr<Counted<Core>> counted, Wire wire)
-        : mCounted(std::move(counted)), mWire(std::move(wire)) {}
+        : mCounted(std::move(counted)), mWire(std::move(wire)), mFrameTimer(core().io) {}
+    ~Connection() override { core().bodies -= mCountedBody; }
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
 
     void start() {
         setTimeout(core().options.headSeconds);
@@ -351,6 +359,7 @@ private:
     void setTimeout(int seconds) { mWire.tcp().expires_after(std::chrono::seconds(seconds)); }
 
     void read() {
+        mHeadOnly = false;
         mParser.emplace();
         mParser->header_limit(kMostHeadBytes);
         mParser->body_limit(std::numeric_limits<uint64_t>::max());  // until the head tells what is asked for
@@ -362,7 +371,9 @@ private:
                                     if (failure == http::error::header_limit)
                                         return self->refuse(problem(431, "the head of the request is too long"));
                                     if (!failure)
-                                        self->readBody();
+                                        return self->readBody();
+                                    if (failure.category() == http::make_error_code(http::error::bad_method).category())
+                                        self->refuse(problem(400, "this is no HTTP request"));
                                 }));
     }
 
@@ -371,6 +382,9 @@ private:
         const auto length = mParser->content_length();
         mHead.length = length ? *length : 0;
         mKeepAlive = mParser->get().keep_alive();
+        mHeadOnly = mHead.method == "HEAD";
+        if (mHeadOnly)
+            mHead.method = "GET";
         if (auto refusal = core().handler.refuse(mHead))
             return refuse(std::move(*refusal));
         const uint64_t most = core().handler.mostBytes(mHead);
@@ -380,8 +394,12 @@ private:
             return refuse(problem(413, "the body is too long; at most " + std::to_string(most) + " bytes are taken"));
         if (mHead.upgrade)
             return upgrade();
+        if (core().bodies + mHead.length > kMostBodies)
+            return refuse(problem(503, "too much is being sent to the camera at once; try again in a moment"));
+        core().bodies += mHead.length;
+        mCountedBody = mHead.length;
         mParser->body_limit(most);
-        setTimeout(core().options.writeSeconds);
+        setTimeout(core().options.headSeconds + static_cast<int>(mHead.length / kSlowestBytesPerSecond));
         http::async_read(mWire, mBuffer, *mParser, Done([self = this->shared_from_this()](Failure failure, size_t) {
                              if (failure)
                                  return;
@@ -422,7 +440,10 @@ private:
     }
 
     void answer(Response response) {
+        core().bodies -= std::exchange(mCountedBody, 0);
         setTimeout(core().options.writeSeconds);
+        if (mHeadOnly)
+            return answerHead(response);
         if (response.live == Response::Live::Stream)
             return beginMoving(response);
         if (response.live == Response::Live::Frame)
@@ -438,12 +459,25 @@ private:
         write(message);
     }
 
+    /// What a GET would be answered with, without its body.
+    void answerHead(const Response& response) {
+        auto message = std::make_shared<http::response<http::empty_body>>();
+        fill(*message, response);
+        std::error_code failure;
+        if (response.live == Response::Live::No)
+            message->content_length(response.file.empty() ? response.body ? response.body->size() : 0
+                                                          : std::filesystem::file_size(response.file, failure));
+        if (failure)
+            return answer(problem(410, kGone));
+        write(message);
+    }
+
     void answerFile(const Response& response) {
         auto message = std::make_shared<http::response<http::file_body>>();
         Failure failure;
         message->body().open(response.file.c_str(), beast::file_mode::scan, failure);
         if (failure)
-            return answer(problem(410, "the file is gone from the disk"));
+            return answer(problem(410, kGone));
         fill(*message, response);
         message->content_length(message->body().size());
         // A large file takes as long as it takes, as long as some of it is taken: the time starts anew with each part.
@@ -503,9 +537,9 @@ private:
     void waitForFrame(Response response) {
         mFrameWait = std::move(response);
         core().join(this);
-        auto timer = std::make_shared<asio::steady_timer>(core().io, std::chrono::seconds(kFrameSeconds));
-        timer->async_wait([self = this->shared_from_this(), timer](Failure) {
-            if (!std::exchange(self->mFrameWait, std::nullopt))
+        mFrameTimer.expires_after(std::chrono::seconds(kFrameSeconds));
+        mFrameTimer.async_wait([self = this->shared_from_this()](Failure failure) {
+            if (failure || !std::exchange(self->mFrameWait, std::nullopt))
                 return;
             self->core().leave(self.get());
             self->answer(problem(503, "no preview frame comes; start the preview"));
@@ -513,11 +547,11 @@ private:
     }
 
     void answerFrame(Response response) {
+        mFrameTimer.cancel();
         core().leave(this);
         const LiveFramePtr frame = std::exchange(mFrame, nullptr);
         const std::string_view jpeg = frame->jpeg();
         response.live = Response::Live::No;
-        response.type = "image/jpeg";
         response.body = std::make_shared<std::string>(jpeg);
         answer(std::move(response));
     }
@@ -528,7 +562,6 @@ private:
         mKeepAlive = false;
         auto message = std::make_shared<http::response<http::empty_body>>();
         fill(*message, response);
-        message->set(http::field::content_type, std::string("multipart/x-mixed-replace; boundary=") + kBoundary);
         auto serializer = std::make_shared<http::response_serializer<http::empty_body>>(*message);
         mWriting = true;
         http::async_write_header(mWire, *serializer,
@@ -587,10 +620,13 @@ private:
     std::optional<http::request_parser<http::string_body>> mParser;
     Request mHead;
     bool mKeepAlive = false;
+    bool mHeadOnly = false;
+    uint64_t mCountedBody = 0;
     Text mBody;
     LiveFramePtr mFrame;
     LiveFramePtr mShown;
     std::optional<Response> mFrameWait;
+    asio::steady_timer mFrameTimer;
     std::string mPart;
     bool mMoving = false;
     bool mWriting = false;

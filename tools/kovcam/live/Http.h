@@ -19,7 +19,12 @@ namespace kov::live {
 
 using Text = std::shared_ptr<const std::string>;
 
-/// A request, or its head when the body has not been read yet. Header values are empty where there is none.
+/// The type of the moving picture, and what stands between its frames.
+constexpr const char* kMovingType = "multipart/x-mixed-replace; boundary=kovcam-frame";
+constexpr const char* kBoundary = "kovcam-frame";
+
+/// A request, or its head when the body has not been read yet. Header values are empty where there is none. A HEAD
+/// comes as the GET that it asks about.
 struct Request {
     std::string method;
     std::string path;  // as it was sent, without the query

@@ -21,7 +21,7 @@ public:
     struct Line {
         uint64_t id;  // counts from 1
         bool story;
-        std::string type;  // of a message, "0xA00"; else empty
+        std::string type;  // of a message, "0xA00", or of a file, "image/jpeg"; else empty
         std::string text;  // as in a trace, with the id before
     };
     using LinePtr = std::shared_ptr<const Line>;

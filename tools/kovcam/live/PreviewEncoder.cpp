@@ -37,7 +37,6 @@ PreviewEncoder::~PreviewEncoder() {
 }
 
 void PreviewEncoder::onFrame(const cam::Frame& frame) {
-    ++mDelivered;
     if (!frame.bytes || frame.width <= 0 || !mHooks.wanted())
         return;
     {
@@ -65,10 +64,8 @@ void PreviewEncoder::run() {
             std::swap(frame, mNext);
             mWaiting = false;
         }
-        if (LiveFramePtr packet = encode(frame)) {
-            ++mEncoded;
+        if (LiveFramePtr packet = encode(frame))
             mHooks.show(std::move(packet));
-        }
     }
 }
 

@@ -3,7 +3,6 @@
 
 #include <utils/threads.h>
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -31,12 +30,6 @@ public:
 
     void onFrame(const cam::Frame& frame) override;
 
-    struct Counts {
-        uint64_t delivered;  // frames that the camera delivered
-        uint64_t encoded;
-    };
-    Counts counts() const { return {mDelivered, mEncoded}; }
-
 private:
     struct Copy {
         std::vector<uint8_t> bytes;
@@ -56,8 +49,6 @@ private:
     void* const mCompressor;       // of TurboJPEG; the thread's own, as are the next two
     std::vector<uint8_t> mChroma;  // U and V apart, where they come in pairs
     std::vector<uint8_t> mJpeg;
-    std::atomic<uint64_t> mDelivered{0};
-    std::atomic<uint64_t> mEncoded{0};
 
     android::Mutex mLock;
     android::Condition mChanged;

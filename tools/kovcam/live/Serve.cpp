@@ -3,8 +3,10 @@
 #include "tools/kovcam/live/Serve.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <ifaddrs.h>
 #include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -15,6 +17,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "shots/Commands.h"
@@ -113,17 +116,28 @@ std::string pageAddress(const ServeOptions& options, uint16_t port, const std::s
            (token.empty() ? "" : "?token=" + token);
 }
 
+/// In a session of its own: what ends us in a terminal leaves the browser.
 void openBrowser(const std::string& address) {
     std::string program = "xdg-open";
     std::string text = address;
     std::array<char*, 3> arguments = {program.data(), text.data(), nullptr};
     posix_spawn_file_actions_t quiet;
     posix_spawn_file_actions_init(&quiet);
-    posix_spawn_file_actions_addopen(&quiet, STDERR_FILENO, "/dev/null", 01, 0);
+    posix_spawn_file_actions_addopen(&quiet, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_adddup2(&quiet, STDOUT_FILENO, STDERR_FILENO);
+    posix_spawn_file_actions_addclosefrom_np(&quiet, STDERR_FILENO + 1);  // our port is ours
+    posix_spawnattr_t apart;
+    posix_spawnattr_init(&apart);
+    posix_spawnattr_setflags(&apart, POSIX_SPAWN_SETSID);
     pid_t child = 0;
-    if (posix_spawnp(&child, program.c_str(), &quiet, nullptr, arguments.data(), environ) != 0)
-        std::fprintf(stderr, "kovcam: no browser can be opened here; open the address in one\n");
+    const bool started = posix_spawnp(&child, program.c_str(), &quiet, &apart, arguments.data(), environ) == 0;
+    posix_spawnattr_destroy(&apart);
     posix_spawn_file_actions_destroy(&quiet);
+    std::thread([started, child] {
+        int status = 0;
+        if (!started || (waitpid(child, &status, 0) == child && status != 0))
+            std::fprintf(stderr, "kovcam: no browser can be opened here; open the address in one\n");
+    }).detach();
 }
 
 int32_t modeCode(const std::string& name) {
@@ -139,7 +153,6 @@ void serve(const ServeOptions& options) {
         throw Error("--tls-cert and --tls-key belong together; name both files");
     Api::Options apiOptions;
     apiOptions.source = options.source;
-    apiOptions.secure = isLocal(options.address) || !options.certificate.empty();
     apiOptions.camera.folder = options.folder;
     apiOptions.camera.trace = options.trace;
     apiOptions.camera.mode = modeCode(options.mode);
@@ -153,8 +166,8 @@ void serve(const ServeOptions& options) {
     serverOptions.key = options.key;
     serverOptions.mostConnections = options.connections;
     // Both live until the process ends: threads of the camera may be on their way out still.
-    auto* const api = new Api(std::move(apiOptions));
-    auto* const server = new Server(serverOptions, *api);
+    static auto* const api = new Api(std::move(apiOptions));
+    static auto* const server = new Server(serverOptions, *api);
 
     Guard::Options guard;
     guard.tls = !options.certificate.empty();
@@ -164,14 +177,14 @@ void serve(const ServeOptions& options) {
         guard.token = makeToken();
     const std::string address = pageAddress(options, guard.port, guard.token);
     api->begin(*server, Guard(guard));
-    cam::onSignal([api, server](int signal) {
+    cam::onSignal([](int signal) {
         if (signal == SIGUSR1)
             return;
         std::fprintf(stderr, "\nkovcam: finishing; once more ends at once\n");
-        server->post([api] { api->end(); });
+        server->post([] { api->end(); });
     });
     if (cam::endSignal() != 0)  // it came while we opened
-        server->post([api] { api->end(); });
+        server->post([] { api->end(); });
     std::printf("The camera is at %s\n", address.c_str());
     std::printf("Pictures go to %s; Ctrl-C ends.\n", options.folder.c_str());
     std::fflush(stdout);

@@ -2,6 +2,7 @@
 
 #include "tools/kovcam/live/Uploads.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -17,6 +18,7 @@ using android::AutoMutex;
 namespace {
 
 constexpr size_t kMostFiles = 4;
+constexpr size_t kLongestName = 80;
 
 struct Kind {
     size_t at;  // where the mark stands
@@ -43,10 +45,13 @@ const Kind* kindOf(std::string_view bytes) {
 
 }  // namespace
 
-Uploads::~Uploads() {
+void Uploads::clear() {
+    const AutoMutex held(mLock);
     std::error_code ignored;
     if (!mFolder.empty())
         fs::remove_all(mFolder, ignored);
+    mFolder.clear();
+    mFiles.clear();
 }
 
 int Uploads::add(const std::string& bytes, const std::string& name) {
@@ -70,7 +75,10 @@ int Uploads::add(const std::string& bytes, const std::string& name) {
         fs::remove(path, ignored);
         throw cam::Error("the file cannot be kept; is the disk full?");
     }
-    mFiles[id] = {path, name.substr(0, 80), kind->still};
+    size_t end = std::min(name.size(), kLongestName);
+    while (end < name.size() && end > 0 && (name[end] & 0xC0) == 0x80)  // not within a character
+        --end;
+    mFiles[id] = {path, name.substr(0, end), kind->still};
     if (mFiles.size() > kMostFiles) {
         fs::remove(mFiles.begin()->second.path, ignored);
         mFiles.erase(mFiles.begin());

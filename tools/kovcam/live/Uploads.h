@@ -10,11 +10,14 @@
 
 namespace kov::live {
 
-/// Keeps the newest few in a folder of its own, which goes with it, under names of its own: what a client calls a file
-/// is for people only. One thread.
+/// Keeps the newest few in a folder of its own, which is deleted with it, under names of its own: what a client calls a
+/// file is for people only. Any thread.
 class Uploads {
 public:
-    ~Uploads();
+    Uploads() = default;
+    ~Uploads() { clear(); }
+    Uploads(const Uploads&) = delete;
+    Uploads& operator=(const Uploads&) = delete;
 
     struct File {
         std::string path;
@@ -26,6 +29,8 @@ public:
     /// Nothing when it is not there, or no more.
     std::optional<File> find(int id) const;
     nlohmann::ordered_json json() const;
+    /// Deletes them all.
+    void clear();
 
 private:
     mutable android::Mutex mLock;

@@ -105,7 +105,7 @@ function drawShutter() {
   count.hidden = !(phase.kind === 'capturing' || (phase.kind === 'working' && mode.hold));
   if (!count.hidden) {
     count.textContent = phase.unit === 'frames' ? `${phase.value} ${phase.value === 1 ? 'frame' : 'frames'}` :
-      phase.unit === '%' ? `${phase.count ?? 0} taken` : `${phase.value} of ${phase.of}`;
+      phase.unit === '%' ? `${phase.count ?? 0} taken` : `${phase.value} of ${phase.of}${phase.kind === 'working' ? ' ready' : ''}`;
   }
   hint.textContent = store.state?.camera === 'open' ? mode.hint?.(phase) ?? '' : '';
   const note = hint.textContent && phase.kind === 'idle' && mode.note?.(store.state);

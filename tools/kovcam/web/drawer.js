@@ -9,7 +9,7 @@ const opener = byId('open-drawer');
 const lines = byId('lines');
 const filter = byId('filter');
 const MOST = 1500;
-const KINDS = ['call', 'command', 'result', 'notify', 'data', 'frames', 'inner', 'log', 'problem'];
+const KINDS = ['call', 'command', 'result', 'notify', 'data', 'frames', 'inner', 'log', 'saved', 'problem'];
 const shownKinds = new Set(KINDS.filter((kind) => kind !== 'frames' && kind !== 'inner'));
 
 let kept = [];     // all lines, whether shown or not
@@ -74,7 +74,7 @@ setInterval(() => {
   drawWaiting();
   const delays = [...rate.delays].sort((a, b) => a - b);
   const middle = delays[Math.floor(delays.length / 2)];
-  byId('rate').textContent = `${rate.frames.length} fps${middle === undefined ? '' : `, ${Math.round(middle)} ms`}`;
+  byId('rate').textContent = `${rate.frames.length} fps${middle === undefined ? '' : ` · ${Math.round(middle)} ms`}`;
 }, 250);
 filter.addEventListener('input', drawAgain);
 

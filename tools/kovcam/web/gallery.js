@@ -92,7 +92,7 @@ function openViewer(id) {
   byId('viewer-before').disabled = at() === store.pictures.length - 1;
   byId('viewer-after').disabled = at() === 0;
   openDialog(viewer);
-  events.parentElement.scrollTop = events.parentElement.scrollHeight;
+  events.scrollTop = events.scrollHeight;
 }
 
 function step(by) {

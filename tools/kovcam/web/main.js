@@ -58,12 +58,15 @@ function quiet(key) {
 box.addEventListener('click', () => { if (box.dataset.key === 'problem') quiet('problem'); });
 
 on('problem', (text) => { if (box.hidden || box.dataset.key === 'problem') notice('problem', text); });
-on('state', () => {
-  const { camera: is, reason } = store.state;
+function drawLamp() {
   const lamp = document.querySelector('.lamp');
-  lamp.classList.toggle('on', is === 'open');
-  lamp.classList.toggle('off', Boolean(reason));
-  if (reason) notice('closed', reason);
+  lamp.classList.toggle('on', store.connected && store.state?.camera === 'open');
+  lamp.classList.toggle('off', !store.connected || Boolean(store.state?.reason));
+}
+on('connection', drawLamp);
+on('state', () => {
+  drawLamp();
+  if (store.state.reason) notice('closed', store.state.reason);
   else quiet('closed');
 });
 
@@ -71,7 +74,7 @@ on('state', () => {
 
 const record = byId('record');
 const recordTime = byId('record-time');
-const toggleRecording = () => ask('/api/recording', { on: store.state.recording === null });
+const toggleRecording = () => store.state && ask('/api/recording', { on: store.state.recording === null });
 record.addEventListener('click', toggleRecording);
 
 function drawRecording() {

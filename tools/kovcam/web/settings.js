@@ -8,9 +8,10 @@ import { startWebcam, stopWebcam, whyNot } from './webcam.js';
 const dialog = byId('settings');
 const file = byId('file');
 const TITLES = { landscape: 'Landscape', crossing: 'Crossing', portrait: 'Portrait', addme: 'Add me', 'still-life': 'Still life' };
-const CHOICES = { direction: ['right', 'left', 'up', 'down'], path: ['still', 'pan-right', 'pan-left', 'pan-down', 'pan-up', 'wobble'] };
+const PICTURE_OPTIONS = { path: 'still|pan-right|pan-left|pan-down|pan-up|wobble', seconds: '8' };
 
 export function openSettings() {
+  if (!store.state) return;  // nobody has told yet
   draw();
   openDialog(dialog);
 }
@@ -79,18 +80,19 @@ function sceneOptions(source) {
 
 function drawSourceOptions() {
   const source = current();
-  const offered = sceneOptions(source) ?? (source.kind === 'file' && source.options ? { path: 'still', seconds: '8' } : {});
-  const chosen = { ...source.options };
+  const offered = sceneOptions(source) ?? (source.kind === 'file' && source.options ? PICTURE_OPTIONS : {});
+  const chosen = source.options ? { ...source.options } : Object.fromEntries(new URLSearchParams(source.text?.split('?')[1]));
   const apply = (name, value) => {
     chosen[name] = value;
     choose(source.kind === 'file' ? { file: source.file, options: chosen } :
       { scene: source.name?.replace(/^scene:|\?.*/g, ''), options: chosen });
   };
   byId('source-options').replaceChildren(...Object.entries(offered).map(([name, usual]) => {
-    const value = chosen[name] ?? usual;
-    const input = CHOICES[name] ? select(CHOICES[name], value) : element('input', { type: 'number', step: 'any', min: '0', value });
+    const choices = usual.split('|');  // the first is the usual one
+    const value = chosen[name] ?? choices[0];
+    const input = choices.length > 1 ? select(choices, value) : element('input', { type: 'number', step: 'any', min: '0', value });
     input.onchange = () => input.value && apply(name, input.value);
-    return field(name, input);
+    return field(name.charAt(0).toUpperCase() + name.slice(1), input);
   }));
 }
 
@@ -145,7 +147,9 @@ byId('source-chip').addEventListener('click', openSettings);
 
 const nameOf = (source) => {
   const scene = source.text?.match(/^scene:([^?]+)/)?.[1];
-  return scene ? TITLES[scene] ?? scene : source.kind === 'device' ? store.about.devices.find((one) => one.path === source.name)?.name ?? source.name :
-    source.name ?? 'Camera';
+  if (scene) return TITLES[scene] ?? scene;
+  if (source.kind === 'device') return store.about.devices.find((one) => one.path === source.name)?.name ?? source.name;
+  if (source.kind === 'push') return source.client === store.client ? 'This webcam' : source.client ? "Another's webcam" : 'Pushed frames';
+  return source.name ?? 'Camera';
 };
 on('state', () => { byId('source-name').textContent = current().kind ? nameOf(current()) : 'Camera'; });

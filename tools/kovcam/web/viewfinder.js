@@ -1,17 +1,17 @@
-// The preview: frames are drawn as they come, and the next is asked for when one has been drawn.
+// The preview: frames are drawn as they come, and the next is asked for when one is painted.
 import { on, store, newest } from './store.js';
 
 const stage = document.getElementById('stage');
 const finder = document.getElementById('finder');
 const canvas = document.getElementById('preview');
-const pen = canvas.getContext('2d', { alpha: false, desynchronized: true });
+const pen = canvas.getContext('2d', { alpha: false });
 const ambience = document.getElementById('ambience').getContext('2d', { alpha: false });
 const ghost = document.getElementById('ghost');
 const reticle = document.getElementById('reticle');
 const flash = document.getElementById('flash');
 
 const HEAD = 24;
-const ON_THEIR_WAY = 2;  // frames: one is drawn while the next travels
+const ON_THEIR_WAY = 2;  // frames: one is painted while the next travels
 
 /** Numbers of the last second, for the drawer and for measuring. Times are milliseconds. */
 export const rate = { frames: [], delays: [], painted: 0, last: null };
@@ -20,12 +20,14 @@ let bestTrip = Infinity;
 
 let line = null;
 let granted = 0;
+let begun = 0;  // how often: frames of a line that was lost are owed nothing
 
 export function attach(newLine) { line = newLine; }
 
 /** Asks for frames; called when the line opens and when the page is shown again. */
 export function begin() {
   granted = 0;
+  begun += 1;
   bestTrip = Infinity;
   clockOffset = null;
   ping();
@@ -51,7 +53,7 @@ function grant() {
 document.addEventListener('visibilitychange', grant);
 
 export async function show(packet) {
-  granted -= 1;
+  const of = begun;
   const head = new DataView(packet);
   const number = head.getUint32(0, true);
   const delivered = Number(head.getBigUint64(8, true)) / 1000;
@@ -59,10 +61,19 @@ export async function show(packet) {
     const picture = await createImageBitmap(new Blob([new Uint8Array(packet, HEAD)], { type: 'image/jpeg' }));
     draw(picture);
     picture.close();
-    requestAnimationFrame(() => setTimeout(() => painted(number, delivered)));
+    requestAnimationFrame(() => {
+      another(of);
+      setTimeout(() => painted(number, delivered));
+    });
   } catch {
-    // A frame that cannot be drawn is followed by the next.
+    another(of);  // for one that cannot be drawn
   }
+}
+
+/** Asked for when the one before reaches the screen: what is drawn sooner than that would be old when it is seen. */
+function another(of) {
+  if (of !== begun) return;
+  granted -= 1;
   grant();
 }
 
@@ -73,7 +84,7 @@ function draw(picture) {
     fit();
   }
   pen.drawImage(picture, 0, 0);
-  if (rate.frames.length % 8 === 0) ambience.drawImage(picture, 0, 0, 16, 12);
+  if (rate.painted % 8 === 0) ambience.drawImage(picture, 0, 0, 16, 12);
 }
 
 function painted(number, delivered) {
