@@ -258,7 +258,8 @@ TEST_P(SwitchStressTest, NothingTouchesTheDeadAndNobodyWaitsForever) {
         }
         // This adaptor gets its callbacks from the threads, in the thick of their switches.
         const uint64_t switchedBefore = service.switched, registeredBefore = service.registered;
-        service.watch([&] { return service.switched > switchedBefore + 20 && service.registered > registeredBefore + 50; });
+        service.watch(
+            [&] { return service.switched > switchedBefore + 20 && service.registered > registeredBefore + 50; });
         service.pause([&] {
             ++pauses;
             for (int heldBack = 0; heldBack < 2; ++heldBack)  // by the self shot, if that is what was selected last

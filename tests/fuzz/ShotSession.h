@@ -31,6 +31,8 @@ void runSession(const uint8_t* bytes, size_t size, std::function<uint32_t(const 
                 const std::function<void()>& afterwards);
 /// Pictures with bytes that the service has received in the last such session.
 int picturesReceived();
+/// Whether this thread is in a call of the product, and in none of the service or the vendor layer within it.
+inline thread_local bool gInProduct = false;
 /// Takes a step of four bytes in place of the application. From `afterwards` alone.
 void takeStep(const uint8_t (&bytes)[4]);
 
