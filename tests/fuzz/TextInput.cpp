@@ -10,8 +10,8 @@
 #include "host/camera/Sources.h"
 #include "tests/fuzz/Targets.h"
 #include "tools/kovcam/OutputName.h"
-#include "tools/kovcam/Parameters.h"
 #include "tools/kovcam/Script.h"
+#include "tools/kovcam/SizeText.h"
 #include "tools/session/Error.h"
 
 using namespace kov::cam;
@@ -45,12 +45,9 @@ std::string read(int reader, const std::string& text) {
                     (void)(name.standardOutput() || !name.path(2, word).empty() || !name.folder().empty());
                 return "";
             }
-            case 4: {
-                ParameterOptions options;
-                options.previewSize = text;
-                (void)options.parameters();
+            case 4:
+                requireSize(text);
                 return "";
-            }
             default: {
                 android::CameraParameters parameters;
                 parameters.unflatten(android::String8(text.c_str()));
