@@ -27,6 +27,13 @@ ShotGate& ShotGate::take(void* key, Kind kind) {
     return *gate;
 }
 
+size_t ShotGate::blocks() {
+    size_t count = 0;
+    for (const ShotGate* gate = sFirst.load(std::memory_order_acquire); gate; gate = gate->mNext)
+        ++count;
+    return count;
+}
+
 bool ShotGate::tryReuse(void* key, Kind kind) {
     uint32_t unused = kClosed;
     if (!mState.compare_exchange_strong(unused, kClosed | kHoldOne, std::memory_order_acq_rel,

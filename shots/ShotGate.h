@@ -5,6 +5,7 @@
 #include <utils/threads.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 namespace android {
@@ -30,6 +31,9 @@ public:
     static ShotGate& take(void* key, Kind kind);
     /// Gives the caller's hold up. The block must be closed. Any thread.
     void giveUp() { subHold(); }
+
+    /// How many blocks there are, for tests. Any thread.
+    static size_t blocks();
 
     /// Lets threads in. The object must be fully constructed.
     void publish();

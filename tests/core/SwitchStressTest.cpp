@@ -17,6 +17,7 @@
 #include "adaptor/KovCameraHardwareInterface.h"
 #include "host/runtime/Heaps.h"
 #include "host/runtime/Log.h"
+#include "shots/ShotGate.h"
 #include "tests/support/FakeCameraHardware.h"
 #include "tests/support/FakeSystem.h"
 #include "tests/support/Handles.h"
@@ -115,8 +116,14 @@ public:
     void start(Round round) {
         ++mRunning;
         mThreads.emplace_back([this, round, random = Random(mThreads.size() + 1)]() mutable {
-            while (!mStop)
+            while (!mStop) {
+                if (mPausing) {
+                    ++mResting;
+                    mPausing.wait(true);
+                    --mResting;
+                }
                 round(random);
+            }
             --mRunning;
         });
     }
@@ -163,6 +170,16 @@ public:
             std::abort();
         }
     }
+    /// Runs `test` while nobody acts; threads of pictures that end may still deliver.
+    template <typename Test>
+    void pause(Test test) {
+        mPausing = true;
+        watch([&] { return mResting == mRunning && mActing == 0; });
+        test();
+        mPausing = false;
+        mPausing.notify_all();
+        watch([&] { return mResting == 0; });
+    }
     void join() {
         mStop = true;
         watch([&] { return mRunning == 0; });
@@ -175,16 +192,20 @@ private:
         const std::lock_guard held(mLock);
         const bool isPicture = type == CAMERA_MSG_COMPRESSED_IMAGE;
         const uint64_t count = isPicture ? pictures++ : delivered++;
-        if (count % (isPicture ? 2 : 64) != 0 || mStop)
-            return;
-        act(*openKovCameraHardware().get(), static_cast<uint32_t>(count) * 2654435761U);
-        ++switchedWithin;
+        ++mActing;
+        if (count % (isPicture ? 2 : 64) == 0 && !mStop && !mPausing) {
+            act(*openKovCameraHardware().get(), static_cast<uint32_t>(count) * 2654435761U);
+            ++switchedWithin;
+        }
+        --mActing;
     }
 
     Count sent{0};
     std::recursive_mutex mLock;
-    std::atomic<bool> mStop{false};
+    std::atomic<bool> mStop{false}, mPausing{false};
     std::atomic<int> mRunning{0};  // threads that have not ended
+    std::atomic<int> mResting{0};  // those of them that pause
+    std::atomic<int> mActing{0};   // calls from within a callback
     std::vector<std::jthread> mThreads;
 };
 
@@ -222,25 +243,37 @@ TEST_P(SwitchStressTest, NothingTouchesTheDeadAndNobodyWaitsForever) {
     for (int i = 0; i < 2; ++i)
         service.start([&](auto& random) { service.useAdaptor(random, registers); });
 
-    std::this_thread::sleep_for(least);
-    service.watch([&] {
-        return service.delivered > 5000 && service.switchedWithin > 50 && service.switched > service.scene.switched &&
-               service.pictures > service.scene.pictures && vendor->receivers > service.scene.switched / 2 &&
-               (!service.scene.drops || FakeCameraHardware::timesOpened() - openedBefore > 3);
-    });
-    // This adaptor gets its callbacks from the threads, in the thick of their switches, and none afterwards.
-    adaptor = openKovCameraHardware();
-    const uint64_t switchedBefore = service.switched, registeredBefore = service.registered;
-    service.watch([&] { return service.switched > switchedBefore + 20 && service.registered > registeredBefore + 50; });
+    const auto end = std::chrono::steady_clock::now() + least;
+    const auto enough = [&] {
+        return std::chrono::steady_clock::now() >= end && service.delivered > 5000 && service.switchedWithin > 50 &&
+               service.switched > service.scene.switched && service.pictures > service.scene.pictures &&
+               vendor->receivers > service.scene.switched / 2;
+    };
+    int pauses = 0;
+    while (pauses < 4 || !enough()) {
+        if (service.scene.drops) {
+            const size_t before = FakeCameraHardware::timesOpened();
+            service.watch([&] { return FakeCameraHardware::timesOpened() > before; });
+            adaptor = openKovCameraHardware();
+        }
+        // This adaptor gets its callbacks from the threads, in the thick of their switches.
+        const uint64_t switchedBefore = service.switched, registeredBefore = service.registered;
+        service.watch(
+            [&] { return service.switched > switchedBefore + 20 && service.registered > registeredBefore + 50; });
+        service.pause([&] {
+            ++pauses;
+            for (int heldBack = 0; heldBack < 2; ++heldBack)  // by the self shot, if that is what was selected last
+                vendor->deliver(1);
+            const uint64_t before = service.delivered;
+            for (int kind = 0; kind < 3; ++kind)
+                vendor->deliver(kind);
+            // Threads of pictures that end may tell more.
+            EXPECT_GE(service.delivered - before, 3U) << "the vendor layer was left with a receiver that is gone";
+        });
+        if (service.scene.drops)
+            adaptor.clear();
+    }
     service.join();
-
-    for (int heldBack = 0; heldBack < 2; ++heldBack)  // by the self shot, if that is what was selected last
-        vendor->deliver(1);
-    const uint64_t before = service.delivered;
-    for (int kind = 0; kind < 3; ++kind)
-        vendor->deliver(kind);
-    // Threads of pictures that end may tell more.
-    EXPECT_GE(service.delivered - before, 3U) << "the vendor layer was left with a receiver that is gone";
     adaptor.clear();
     FakeCameraHardware::setNext(nullptr);
     // Threads of shots that are gone may go on for a little; no object of a shot is left over.
@@ -250,14 +283,15 @@ TEST_P(SwitchStressTest, NothingTouchesTheDeadAndNobodyWaitsForever) {
     })) << vendor->getStrongCount()
         << ", " << threads << ", " << handlesOwed() << ", " << kov::host::liveHeaps() - heapsBefore;
     EXPECT_STREQ(vendor->params.getPictureFormat(), "jpeg");
+    EXPECT_LT(ShotGate::blocks(), 64U) << "blocks are not used again";
     resetFakeSystem();
     const auto shown = [](const Count& count) { return static_cast<unsigned long long>(count); };
     std::printf(
         "%s: %llu messages and %llu pictures delivered; %llu switches asked for, %llu actions within callbacks, "
-        "%llu changes of the receiver made; %llu openings, %zu adaptors\n",
+        "%llu changes of the receiver made; %llu openings, %zu adaptors; %d pauses, %zu blocks\n",
         service.scene.name, shown(service.delivered), shown(service.pictures), shown(service.switched),
         shown(service.switchedWithin), shown(vendor->receivers), shown(service.opened),
-        FakeCameraHardware::timesOpened() - openedBefore);
+        FakeCameraHardware::timesOpened() - openedBefore, pauses, ShotGate::blocks());
 }
 
 INSTANTIATE_TEST_SUITE_P(Scenes, SwitchStressTest, ::testing::ValuesIn(kScenes), ::testing::PrintToStringParamName());

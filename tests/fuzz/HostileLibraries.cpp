@@ -56,7 +56,7 @@ void show(uint32_t how, Pixels& pixels, Image* image) {
     if (how > 2)
         (how % 2 ? image->width : image->height) = absurd(how / 2);
     const int64_t area = int64_t{image->width} * image->height;
-    pixels.resize(image->width > 0 && area > 0 && area < (8 << 20) ? static_cast<size_t>(area) * 3 / 2 : 1);
+    pixels.resize(image->width > 0 && area > 0 && area < (1 << 20) ? static_cast<size_t>(area) * 3 / 2 : 1);
     image->plane[0] = how == 2 ? nullptr : pixels.data();
     image->plane[1] = pixels.data() + std::min<int64_t>(pixels.size(), std::max<int64_t>(area, 0));
 }
@@ -103,7 +103,7 @@ int32_t rectangles(uint32_t how, __tag_rect** list) {
 void* MMemAlloc(MHandle, int32_t size) {
     if (ask() || size < 0)
         return nullptr;
-    return keep(std::shared_ptr<Block>(static_cast<Block*>(std::malloc(static_cast<size_t>(size))), std::free));
+    return keep(std::make_shared<Block>());  // nobody but the library looks into it
 }
 QUIET(MMemFree, giveBack<Block>(of), MHandle, void* of)
 void MMemCpy(void* destination, const void* source, int32_t size) {

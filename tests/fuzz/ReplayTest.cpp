@@ -7,9 +7,7 @@
 #include <iterator>
 #include <vector>
 
-#include "tests/fuzz/ShotSession.h"
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size);  // the JPEG encoder's
+#include "tests/fuzz/Targets.h"
 
 namespace {
 
@@ -36,7 +34,13 @@ TEST(ReplayTest, SessionsAtOnce) {
 }
 
 TEST(ReplayTest, JpegEncoder) {
-    EXPECT_GT(replay("jpeg", [](const uint8_t* bytes, size_t size) { LLVMFuzzerTestOneInput(bytes, size); }), 5U);
+    EXPECT_GT(replay("jpeg", kov::test::runEncoder), 5U);
 }
+
+#ifdef KOV_TEXTS
+TEST(ReplayTest, Texts) {
+    EXPECT_GT(replay("texts", kov::test::runText), 50U);
+}
+#endif
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "adaptor/KovCameraHardwareInterface.h"
@@ -23,11 +24,18 @@
 #include "tests/support/FakeCameraHardware.h"
 #include "tests/support/FakeSystem.h"
 #include "tests/support/Handles.h"
+#include "tests/support/Recorder.h"
 #include "tests/support/Region.h"
 
 using namespace android;
 
 namespace kov::test {
+
+// What the fakes would tell a test is not even made into text.
+void record(std::string) {}
+std::string text(const char*, ...) {
+    return {};
+}
 
 namespace {
 
@@ -51,8 +59,15 @@ const Value& pick(const Value (&table)[Count], uint8_t which) {
     return table[which % Count];
 }
 
+struct InProduct {
+    explicit InProduct(bool is) : before(std::exchange(gInProduct, is)) {}
+    ~InProduct() { gInProduct = before; }
+    const bool before;
+};
+
 /// Memory of a frame, or what goes for one.
 sp<IMemory> makeMemory(uint8_t how, size_t size) {
+    const InProduct outside(false);
     constexpr ssize_t kFarthest = PTRDIFF_MAX;
     const struct {
         size_t heap;  // 0 for one without memory
@@ -91,6 +106,7 @@ public:
         return back < mPast.size() ? mPast[mPast.size() - 1 - back] : Receiver();
     }
     void setParams(uint8_t preview, uint8_t formats, uint8_t picture) {
+        const InProduct outside(false);
         CameraParameters made;
         if (const auto& size = pick(kSizes, preview); preview != 255)
             made.setPreviewSize(size[0], size[1]);
@@ -117,6 +133,7 @@ public:
 
 private:
     status_t within(const char* operation) override {
+        const InProduct outside(false);
         const uint32_t how = ask(operation);
         if (std::string_view(operation) == "setCallbacks stored") {
             const std::lock_guard held(mLock);
@@ -219,6 +236,7 @@ public:
         const size_t size = isFrame ? gCamera->frameSize() : 600;
         if (!adaptor.get() && (code < 2 || code == 7))
             return;
+        const InProduct inside(true);
         switch (code) {
             case 0:
                 return (void)adaptor->sendCommand(1000 + a % 17, b, c);
@@ -289,6 +307,7 @@ private:
     }
     /// The service in a callback.
     static void received() {
+        const InProduct outside(false);
         if (ask("service") > 1)
             gAnswers->nested();
     }

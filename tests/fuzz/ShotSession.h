@@ -21,12 +21,9 @@
 #include <cstdint>
 #include <functional>
 
-namespace kov::test {
+#include "tests/fuzz/Targets.h"
 
-/// Runs a session on this thread. Ends the process with a line when something was left over.
-void runSession(const uint8_t* bytes, size_t size);
-/// Runs the bytes as three sessions at once, on a thread each, with one adaptor and one vendor layer.
-void runSessionsAtOnce(const uint8_t* bytes, size_t size);
+namespace kov::test {
 
 /// Runs the steps at the front of `bytes` while `answer` gives each answer, by the name of its place; when they are
 /// done everything behaves, and `afterwards` is called before the adaptor is dropped.
@@ -34,6 +31,8 @@ void runSession(const uint8_t* bytes, size_t size, std::function<uint32_t(const 
                 const std::function<void()>& afterwards);
 /// Pictures with bytes that the service has received in the last such session.
 int picturesReceived();
+/// Whether this thread is in a call of the product, and in none of the service or the vendor layer within it.
+inline thread_local bool gInProduct = false;
 /// Takes a step of four bytes in place of the application. From `afterwards` alone.
 void takeStep(const uint8_t (&bytes)[4]);
 

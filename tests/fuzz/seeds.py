@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes the fuzzers' first inputs: ordinary sessions of every mode, and small frames for the JPEG encoder."""
+"""Writes the fuzzers' first inputs: ordinary sessions of every mode, small frames for the JPEG encoder, and texts."""
 import pathlib
 import sys
 
@@ -36,7 +36,7 @@ PREVIEWS = {'semiplanar': [PARAMS, 0, 0, 2], 'planar': [PARAMS, 0, 1, 4], 'odd':
             'large': [PARAMS, 3, 0, 2]}
 
 folder = pathlib.Path(sys.argv[1])
-for name in ('shots', 'jpeg'):
+for name in ('shots', 'jpeg', 'texts'):
     (folder / name).mkdir(parents=True, exist_ok=True)
 for mode, steps in SESSIONS.items():
     for preview, params in PREVIEWS.items():
@@ -49,3 +49,17 @@ operations = [[MODE, mode, 0, 0] if which < 0 else [OPERATION, which, 0, 0] for 
 for width, height, capacity in ((32, 16, 4000), (34, 18, 4000), (2, 2, 1000), (64, 64, 100), (33, 18, 1000)):
     header = b''.join(number.to_bytes(2, 'little') for number in (width, height, capacity))
     (folder / 'jpeg' / f'{width}x{height}-{capacity}').write_bytes(header + bytes(range(97)))
+
+TEXTS = {  # by reader
+    0: ['0 mode panorama # wide\n+0.5 start-preview\n1 command PANORAMA_SHOT_INIT 1 0x2\n',
+        '0 set preview-size 640x480\n+1 picture\n+0 wait COMPRESSED_IMAGE timeout 5\n', '2 wait 0x100 1\n3 wait FOCUS\n',
+        '0 set k "a \\"b\\" c"\r\n\n+1e1 autofocus\n9 stop-preview', '\xef\xbb\xbf1 jump\nsoon picture\n0 mode "'],
+    1: ['landscape?direction=left&seconds=3&shake=2', 'crossing?delay=0&seconds=1', 'portrait?neutral=0', 'addme?shake=1e1',
+        'still-life', 'nowhere?a=b', 'landscape?seconds=nan&&=1'],
+    2: ['landscape|portrait?neutral=1|still-life', 'addme\\|x?shake=2|'],
+    3: ['out', 'out/%Y%m%d-{n}.jpg', '{mode}/{n}{word}.jpeg', 'photo.JPG', '-', '', '{x}', '%p'],
+    4: ['640x480', '0x1', '1x', '99999999999x2', '-3x4', '1x2x3'],
+    5: ['preview-size=640x480;picture-format=jpeg', 'preview-size=x;;=', 'preview-size=5x']}
+for reader, texts in TEXTS.items():
+    for number, text in enumerate(texts):
+        (folder / 'texts' / f'{reader}-{number}').write_bytes(bytes([reader]) + text.encode('latin-1'))

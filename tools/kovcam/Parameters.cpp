@@ -2,25 +2,11 @@
 
 #include "tools/kovcam/Parameters.h"
 
-#include <cstdio>
 #include <utility>
 
-#include "tools/session/Error.h"
+#include "tools/kovcam/SizeText.h"
 
 namespace kov::cam {
-
-namespace {
-
-/// Throws Error for what is not of the form 640x480.
-void requireSize(const std::string& text) {
-    int width = 0;
-    int height = 0;
-    char rest = 0;
-    if (std::sscanf(text.c_str(), "%dx%d%c", &width, &height, &rest) != 2 || width <= 0 || height <= 0)
-        throw Error("\"" + text + "\" is no size; write it as 640x480");
-}
-
-}  // namespace
 
 void ParameterOptions::addTo(CLI::App& app) {
     app.add_option("--preview-size", previewSize, "WxH of preview frames");

@@ -2,20 +2,16 @@
 
 #include "tools/kovcam/Script.h"
 
-#include <utils/Timers.h>
-
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iostream>
 #include <iterator>
 #include <optional>
 #include <sstream>
 
-#include "tools/kovcam/Camera.h"
-#include "tools/kovcam/Mode.h"
+#include "shots/Commands.h"
 #include "tools/session/Error.h"
 #include "tools/session/Names.h"
 
@@ -59,99 +55,81 @@ std::optional<double> toSeconds(const std::string& text) {
     return valid ? std::optional(value) : std::nullopt;
 }
 
-const Mode* findMode(const std::string& name) {
-    for (const auto& mode : allModes()) {
-        if (mode->name == name)
-            return mode.get();
+/// The numbers that words are; false where one is none.
+bool toNumbers(Arguments::const_iterator begin, Arguments::const_iterator end, std::vector<int32_t>* numbers) {
+    return std::all_of(begin, end, [&](const std::string& word) {
+        const auto number = toNumber(word);
+        numbers->push_back(number.value_or(0));
+        return number.has_value();
+    });
+}
+
+bool takesNothing(ScriptStep& step) {
+    return step.arguments.empty();
+}
+
+bool takesMode(ScriptStep& step) {
+    const auto mode = std::ranges::find_if(android::kKovModes,
+                                           [&](const auto& known) { return step.arguments == Arguments{known.name}; });
+    if (mode == std::end(android::kKovModes))
+        return false;
+    step.numbers = {mode->code};
+    return true;
+}
+
+bool takesCommand(ScriptStep& step) {
+    const Arguments& words = step.arguments;
+    const auto code = words.empty() ? std::nullopt : toCommand(words[0]);
+    if (!code || words.size() > 3)
+        return false;
+    step.numbers = {*code};
+    const bool valid = toNumbers(words.begin() + 1, words.end(), &step.numbers);
+    step.numbers.resize(3);
+    return valid;
+}
+
+bool takesMessage(ScriptStep& step) {
+    Arguments words = step.arguments;
+    if (words.size() >= 2 && words[words.size() - 2] == "timeout") {
+        step.timeout = toSeconds(words.back());
+        if (!step.timeout)
+            return false;
+        words.resize(words.size() - 2);
     }
-    return nullptr;
+    const auto type = words.empty() ? std::nullopt : toMessage(words[0]);
+    if (!type || words.size() > 2)
+        return false;
+    step.numbers = {*type};
+    return toNumbers(words.begin() + 1, words.end(), &step.numbers);
 }
 
-bool allNumbers(Arguments::const_iterator begin, Arguments::const_iterator end) {
-    return std::all_of(begin, end, [](const std::string& argument) { return toNumber(argument).has_value(); });
-}
-
-/// `wait MESSAGE [EXT1] [timeout SECONDS]`, taken apart.
-struct Wait {
-    int32_t type = 0;
-    std::optional<int32_t> ext1;
-    std::optional<double> seconds;  // else the session's patience
-};
-
-std::optional<Wait> parseWait(Arguments arguments) {
-    Wait wait;
-    if (arguments.size() >= 2 && arguments[arguments.size() - 2] == "timeout") {
-        wait.seconds = toSeconds(arguments.back());
-        if (!wait.seconds)
-            return std::nullopt;
-        arguments.resize(arguments.size() - 2);
-    }
-    if (arguments.empty() || arguments.size() > 2 || !toMessage(arguments[0]))
-        return std::nullopt;
-    wait.type = *toMessage(arguments[0]);
-    if (arguments.size() == 2 && !(wait.ext1 = toNumber(arguments[1])))
-        return std::nullopt;
-    return wait;
-}
-
-void runWait(const Arguments& arguments, Camera& camera) {
-    const Wait wait = *parseWait(arguments);
-    const auto done = [&](const Message& message) {
-        return message.type == wait.type && (!wait.ext1 || *wait.ext1 == message.ext1);
-    };
-    const std::string what = "message " + arguments[0];
-    if (!wait.seconds)
-        camera.wait(what, done);
-    else if (!camera.waitAtMost(*wait.seconds, done))
-        throw Error("no " + what + " came in time; \"timeout S\" waits longer, --trace FILE shows what did come");
-}
-
-/// What a script can do: how it is written, what is right, what it does.
+/// What a script can do, and how it is written. `take` tells whether the arguments are right, and reads their numbers.
 struct Verb {
     const char* name;
     const char* usage;
-    std::function<bool(const Arguments&)> valid;
-    std::function<void(const Arguments&, Camera&)> run;
+    bool (*take)(ScriptStep& step);
 };
 
-const std::vector<Verb>& verbs() {
-    const auto none = [](const Arguments& arguments) { return arguments.empty(); };
-    static const std::vector<Verb> all = {
-        {"start-preview", "start-preview", none,
-         [](const Arguments&, Camera& camera) { camera.session().startPreview(); }},
-        {"stop-preview", "stop-preview", none,
-         [](const Arguments&, Camera& camera) { camera.session().stopPreview(); }},
-        {"picture", "picture", none, [](const Arguments&, Camera& camera) { camera.session().takePicture(); }},
-        {"autofocus", "autofocus", none, [](const Arguments&, Camera& camera) { camera.session().autoFocus(); }},
-        {"mode", "mode NAME, one of those that kovcam modes lists",
-         [](const Arguments& arguments) { return arguments.size() == 1 && findMode(arguments[0]); },
-         [](const Arguments& arguments, Camera& camera) { camera.session().selectMode(findMode(arguments[0])->code); }},
-        {"command", "command NAME [ARG1 [ARG2]], the name or code of one that kovcam commands lists",
-         [](const Arguments& arguments) {
-             return !arguments.empty() && arguments.size() <= 3 && toCommand(arguments[0]) &&
-                    allNumbers(arguments.begin() + 1, arguments.end());
-         },
-         [](const Arguments& arguments, Camera& camera) {
-             const auto argument = [&](size_t i) { return i < arguments.size() ? *toNumber(arguments[i]) : 0; };
-             camera.session().sendCommand(*toCommand(arguments[0]), argument(1), argument(2));
-         }},
-        {"set", "set KEY VALUE, with the value in \"\" where it has spaces",
-         [](const Arguments& arguments) { return arguments.size() == 2; },
-         [](const Arguments& arguments, Camera& camera) { camera.session().setParameter(arguments[0], arguments[1]); }},
-        {"wait", "wait MESSAGE [EXT1] [timeout SECONDS], the name or type of one that kovcam messages lists",
-         [](const Arguments& arguments) { return parseWait(arguments).has_value(); }, runWait},
-    };
-    return all;
-}
+constexpr Verb kVerbs[] = {
+    {"start-preview", "start-preview", takesNothing},
+    {"stop-preview", "stop-preview", takesNothing},
+    {"picture", "picture", takesNothing},
+    {"autofocus", "autofocus", takesNothing},
+    {"mode", "mode NAME, one of those that kovcam modes lists", takesMode},
+    {"command", "command NAME [ARG1 [ARG2]], the name or code of one that kovcam commands lists", takesCommand},
+    {"set", "set KEY VALUE, with the value in \"\" where it has spaces",
+     [](ScriptStep& step) { return step.arguments.size() == 2; }},
+    {"wait", "wait MESSAGE [EXT1] [timeout SECONDS], the name or type of one that kovcam messages lists", takesMessage},
+};
 
 const Verb* findVerb(const std::string& name) {
-    const auto found = std::ranges::find_if(verbs(), [&](const Verb& verb) { return verb.name == name; });
-    return found == verbs().end() ? nullptr : &*found;
+    const auto found = std::ranges::find_if(kVerbs, [&](const Verb& verb) { return verb.name == name; });
+    return found == std::end(kVerbs) ? nullptr : found;
 }
 
 std::string verbNames() {
     std::string names;
-    for (const Verb& verb : verbs())
+    for (const Verb& verb : kVerbs)
         names += (names.empty() ? "" : ", ") + std::string(verb.name);
     return names;
 }
@@ -191,7 +169,8 @@ std::optional<ScriptStep> parseLine(const std::string& line) {
     if (words->empty())
         return std::nullopt;
     const std::string& time = words->front();
-    ScriptStep step{0, 0, time[0] == '+', {}, {}};
+    ScriptStep step;
+    step.relative = time[0] == '+';
     const auto seconds = toSeconds(step.relative ? time.substr(1) : time);
     if (!seconds)
         throw Error("\"" + time + "\" is no time; begin the line with seconds, as 1.5 or +0.5");
@@ -202,36 +181,30 @@ std::optional<ScriptStep> parseLine(const std::string& line) {
     if (!verb)
         throw Error("\"" + step.what + "\" is no step; use one of " + verbNames());
     step.arguments.assign(words->begin() + 2, words->end());
-    if (!verb->valid(step.arguments))
+    if (!verb->take(step))
         throw Error("write it as " + std::string(verb->usage));
     return step;
-}
-
-std::string readAll(std::istream& input) {
-    return {std::istreambuf_iterator<char>(input), {}};
-}
-
-std::string readText(const std::string& path) {
-    std::ifstream file;
-    if (path != "-") {
-        file.open(path);
-        std::error_code ignored;
-        if (!file || std::filesystem::is_directory(path, ignored))
-            throw Error("the script " + path + " cannot be read; give a text file, or - for standard input");
-    }
-    std::string text = readAll(path == "-" ? std::cin : file);
-    if (text.starts_with("\xEF\xBB\xBF"))
-        text.erase(0, 3);  // an editor's byte-order mark
-    if (text.find('\0') != std::string::npos)
-        throw Error("the script " + path + " is no text file");
-    return text;
 }
 
 }  // namespace
 
 std::vector<ScriptStep> readScript(const std::string& path) {
-    std::istringstream text(readText(path));
-    const std::string name = path == "-" ? "standard input" : path;
+    if (path == "-")
+        return readScript(std::cin, "standard input");
+    std::ifstream file(path);
+    std::error_code ignored;
+    if (!file || std::filesystem::is_directory(path, ignored))
+        throw Error("the script " + path + " cannot be read; give a text file, or - for standard input");
+    return readScript(file, path);
+}
+
+std::vector<ScriptStep> readScript(std::istream& input, const std::string& name) {
+    std::string whole{std::istreambuf_iterator<char>(input), {}};
+    if (whole.starts_with("\xEF\xBB\xBF"))
+        whole.erase(0, 3);  // an editor's byte-order mark
+    if (whole.find('\0') != std::string::npos)
+        throw Error("the script " + name + " is no text file");
+    std::istringstream text(whole);
     std::vector<ScriptStep> steps;
     std::string errors;
     int number = 0;
@@ -249,37 +222,6 @@ std::vector<ScriptStep> readScript(const std::string& path) {
     if (!errors.empty())
         throw Error(errors);
     return steps;
-}
-
-void runScript(const std::vector<ScriptStep>& steps, Camera& camera) {
-    const auto now = [] { return static_cast<double>(systemTime()) / 1e9; };
-    const double begin = now();
-    double last = begin;
-    int asked = 0;  // pictures that must have been received
-    const auto waitForPictures = [&] {
-        while (camera.saver().received() < asked)
-            camera.wait("picture", [&](const Message&) { return camera.saver().received() >= asked; });
-    };
-    for (const ScriptStep& step : steps) {
-        // Messages that come meanwhile are still there for a wait.
-        camera.sleepUntil((step.relative ? last : begin) + step.seconds);
-        // Counted before it is asked for: a fast camera delivers it meanwhile.
-        const int before = camera.saver().received();
-        try {
-            findVerb(step.what)->run(step.arguments, camera);
-        } catch (const Error& error) {
-            try {
-                waitForPictures();
-            } catch (const Error&) {
-                // Told already: what stopped the script stopped the camera too.
-            }
-            throw Error("line " + std::to_string(step.line) + ": " + error.what());
-        }
-        if (step.what == "picture")
-            asked = before + 1;
-        last = now();
-    }
-    waitForPictures();
 }
 
 }  // namespace kov::cam
