@@ -60,7 +60,7 @@ public:
         std::vector<Work> works;
         for (const auto& [name, effect] : kEffects) {
             if (name != "none")
-                works.push_back({name, "scene:portrait?neutral=0", CARTOON_SHOT_SELECT_EFFECT, effect});
+                works.push_back({name, "scene:still-life", CARTOON_SHOT_SELECT_EFFECT, effect});
         }
         return works;
     }
