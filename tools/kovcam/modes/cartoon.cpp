@@ -68,8 +68,10 @@ public:
 
     std::vector<Work> works() const override {
         std::vector<Work> works;
-        for (const NamedCode& effect : cartoonEffects())
-            works.push_back({effect.name, "scene:portrait?neutral=0", CARTOON_SHOT_SELECT_EFFECT, effect.code});
+        for (const NamedCode& effect : cartoonEffects()) {
+            if (effect.name != "none")
+                works.push_back({effect.name, "scene:still-life", CARTOON_SHOT_SELECT_EFFECT, effect.code});
+        }
         return works;
     }
 
