@@ -36,10 +36,11 @@ void* operator new(size_t size) {
         return memory;
     throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept {
+// Not inlined, or the compiler takes them for a free of what a new gave.
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
-void operator delete(void* memory, size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
     std::free(memory);
 }
 
