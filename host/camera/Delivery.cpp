@@ -2,10 +2,13 @@
 
 #include "host/camera/Delivery.h"
 
+#include <array>
 #include <cstring>
 #include <ctime>
+#include <memory>
 #include <sstream>
-#include <thread>
+#include <system_error>
+#include <vector>
 
 #include "host/camera/Exif.h"
 #include "host/camera/Failure.h"
@@ -26,6 +29,30 @@ constexpr char kReleased[] = "the camera was released; open it again";
 const char* yesNo(bool value) {
     return value ? "yes" : "no";
 }
+
+/// The threads of cameras that were shut down. Each ends soon. The next camera that is shut down joins those that have
+/// ended, and the end of the process the others: they may be drawing, with what OpenCV throws away then.
+class EndingThreads {
+public:
+    ~EndingThreads() {
+        const AutoMutex guard(mLock);
+        timespec until = {};
+        clock_gettime(CLOCK_REALTIME, &until);
+        until.tv_sec += 5;  // one may be in a callback that waits for whoever ends the process
+        for (const pthread_t thread : mThreads)
+            pthread_timedjoin_np(thread, nullptr, &until);
+    }
+    void add(const std::array<pthread_t, 2>& threads) {
+        const AutoMutex guard(mLock);
+        std::erase_if(mThreads, [](pthread_t thread) { return pthread_tryjoin_np(thread, nullptr) == 0; });
+        mThreads.insert(mThreads.end(), threads.begin(), threads.end());
+    }
+
+private:
+    Mutex mLock;
+    std::vector<pthread_t> mThreads GUARDED_BY(mLock);
+};
+EndingThreads gEndingThreads;
 
 }  // namespace
 
@@ -56,14 +83,34 @@ Delivery::Delivery(std::unique_ptr<FrameSource> source, std::string sourceName, 
     readSettings(mParameters, &mSettings, &error);
 }
 
+/// What a thread begins with, and holds until it ends.
+struct Delivery::Thread {
+    std::shared_ptr<Delivery> self;
+    void (Delivery::*loop)();
+
+    static void* run(void* thread) {
+        const std::unique_ptr<Thread> own(static_cast<Thread*>(thread));
+        (own->self.get()->*own->loop)();
+        return nullptr;
+    }
+};
+
 void Delivery::start() {
-    // Detached: the camera may be dropped on either of them, or under a lock that a callback waits for.
-    std::thread([self = shared_from_this()] { self->previewLoop(); }).detach();
-    std::thread([self = shared_from_this()] { self->pictureLoop(); }).detach();
+    // Nobody waits for them: the camera may be dropped on either of them, or under a lock that a callback waits for.
+    const AutoMutex guard(mLock);
+    for (size_t i = 0; i < mThreads.size(); ++i) {
+        const auto loop = i == 0 ? &Delivery::previewLoop : &Delivery::pictureLoop;
+        auto thread = std::make_unique<Thread>(Thread{shared_from_this(), loop});
+        if (const int error = pthread_create(&mThreads[i], nullptr, Thread::run, thread.get()))
+            throw std::system_error(error, std::generic_category());
+        thread.release();  // its own now
+    }
 }
 
 void Delivery::shutDown() {
     const AutoMutex guard(mLock);
+    if (!mShutDown)
+        gEndingThreads.add(mThreads);
     mShutDown = true;
     mCallbacks = {};
     endPreview();

@@ -4,6 +4,7 @@
 #include <binder/MemoryBase.h>
 #include <binder/MemoryHeapBase.h>
 #include <camera/CameraHardwareInterface.h>
+#include <pthread.h>
 #include <utils/threads.h>
 
 #include <array>
@@ -98,6 +99,8 @@ private:
         android::sp<android::MemoryHeapBase> rawHeap;
     };
 
+    struct Thread;
+
     void previewLoop();
     /// Waits until a frame is due. False when the camera was shut down.
     bool waitForFrame(FrameJob* job);
@@ -138,6 +141,7 @@ private:
     mutable android::Mutex mLock;
     android::Condition mPreviewWork;  // the preview thread waits on it
     android::Condition mPictureWork;  // the picture thread waits on it
+    std::array<pthread_t, 2> mThreads GUARDED_BY(mLock) = {};
     bool mShutDown GUARDED_BY(mLock) = false;
     Callbacks mCallbacks GUARDED_BY(mLock);
     android::CameraParameters mParameters GUARDED_BY(mLock);

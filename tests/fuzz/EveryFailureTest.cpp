@@ -5,47 +5,23 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cctype>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
-#include <new>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "host/runtime/Log.h"
+#include "tests/fuzz/CountedNew.h"
 #include "tests/fuzz/ShotSession.h"
 
 namespace {
 
-// Calls of operator new by the product, and by the fakes of libraries that it calls.
-std::atomic<size_t> gNews{0};
-
-}  // namespace
-
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
-    gNews += kov::test::gInProduct;
-    return std::malloc(size ? size : 1);
-}
-void* operator new(size_t size) {
-    if (void* const memory = operator new(size, std::nothrow))
-        return memory;
-    throw std::bad_alloc();
-}
-// Not inlined, or the compiler takes them for a free of what a new gave.
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
-    std::free(memory);
-}
-
-namespace {
-
+using kov::test::gNews;
 using Bytes = std::vector<uint8_t>;
 
 struct Step {
