@@ -103,7 +103,7 @@ void Delivery::start() {
         auto thread = std::make_unique<Thread>(Thread{shared_from_this(), loop});
         if (const int error = pthread_create(&mThreads[i], nullptr, Thread::run, thread.get()))
             throw std::system_error(error, std::generic_category());
-        thread.release();  // its own now
+        (void)thread.release();  // its own now
     }
 }
 
