@@ -17,6 +17,7 @@
 #include <thread>
 #include <utility>
 
+#include "tools/kovcam/Clock.h"
 #include "tools/session/Names.h"
 #include "tools/session/Sources.h"
 
@@ -210,7 +211,7 @@ void Camera::runFor(double seconds, const Done& each) {
 }
 
 void Camera::sleepUntil(double moment) {
-    while (!mInbox->pause(moment - static_cast<double>(systemTime()) / 1e9)) {
+    while (!mInbox->pause(moment - now())) {
         mInbox->resume();
         if (endSignal() != 0 && !std::exchange(mEnding, true))
             throw Interrupted();

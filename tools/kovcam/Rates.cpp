@@ -3,13 +3,13 @@
 #include "tools/kovcam/Rates.h"
 
 #include <sys/resource.h>
-#include <utils/Timers.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 
+#include "tools/kovcam/Clock.h"
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/Signals.h"
 #include "tools/session/Error.h"
@@ -39,10 +39,6 @@ double processorSeconds() {
         return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
     };
     return seconds(used.ru_utime) + seconds(used.ru_stime);
-}
-
-double now() {
-    return static_cast<double>(systemTime()) / 1e9;
 }
 
 void waitForFrames(Inbox& inbox, int count) {

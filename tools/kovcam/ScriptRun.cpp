@@ -1,10 +1,9 @@
 // A session script, carried out.
 
-#include <utils/Timers.h>
-
 #include <string>
 
 #include "tools/kovcam/Camera.h"
+#include "tools/kovcam/Clock.h"
 #include "tools/kovcam/Script.h"
 #include "tools/session/Error.h"
 
@@ -46,7 +45,6 @@ void perform(const ScriptStep& step, Camera& camera) {
 }  // namespace
 
 void runScript(const std::vector<ScriptStep>& steps, Camera& camera) {
-    const auto now = [] { return static_cast<double>(systemTime()) / 1e9; };
     const double begin = now();
     double last = begin;
     int asked = 0;  // pictures that must have been received

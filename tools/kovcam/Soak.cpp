@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <malloc.h>
 #include <unistd.h>
-#include <utils/Timers.h>
 
 #include <algorithm>
 #include <array>
@@ -21,6 +20,7 @@
 
 #include "host/runtime/Heaps.h"
 #include "shots/Commands.h"
+#include "tools/kovcam/Clock.h"
 #include "tools/kovcam/Mode.h"
 #include "tools/kovcam/SafeFile.h"
 #include "tools/kovcam/Signals.h"
@@ -50,10 +50,6 @@ struct Sample {
     double seconds;
     std::array<double, kQuantities.size()> held;
 };
-
-double now() {
-    return static_cast<double>(systemTime()) / 1e9;
-}
 
 double entriesOf(const char* folder) {
     return static_cast<double>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
