@@ -3,10 +3,13 @@
 #include <android/log.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <deque>
+#include <functional>
 #include <mutex>
 #include <ostream>
 #include <random>
@@ -111,36 +114,37 @@ public:
     const Scene& scene;
     Count delivered{0}, pictures{0}, switched{0}, switchedWithin{0}, opened{0}, registered{0};
 
-    /// Calls `round` on a thread until `stop`, with random numbers of the thread's own.
+    /// Calls `round` on a thread again and again, with random numbers of the thread's own. It rests for up to seven
+    /// times as long as a round took, so that on every machine there are moments at which nobody holds the adaptor.
     template <typename Round>
     void start(Round round) {
         ++mRunning;
-        mThreads.emplace_back([this, round, random = Random(mThreads.size() + 1)]() mutable {
-            while (!mStop) {
-                if (mPausing) {
-                    ++mResting;
-                    mPausing.wait(true);
-                    --mResting;
+        mThreads.emplace_back(
+            [this, round, &rounds = mRounds.emplace_back(), random = Random(mRounds.size())]() mutable {
+                for (; !mStop; ++rounds) {
+                    if (mPausing) {
+                        ++mResting;
+                        mPausing.wait(true);
+                        --mResting;
+                    }
+                    const auto begin = std::chrono::steady_clock::now();
+                    round(random);
+                    std::this_thread::sleep_for((std::chrono::steady_clock::now() - begin) * (random() % 8));
                 }
-                round(random);
-            }
-            --mRunning;
-        });
+                --mRunning;
+            });
     }
-    /// Some calls, half of them under the lock, then a rest without the adaptor.
+    /// Some calls, half of them under the lock.
     template <typename Call>
     void useAdaptor(Random& random, Call call) {
-        {
-            const sp<CameraHardwareInterface> adaptor = openKovCameraHardware();
-            ++opened;
-            for (auto left = random() % 16; left > 0; --left) {
-                std::unique_lock held(mLock, std::defer_lock);
-                if (random() % 2)
-                    held.lock();
-                call(*adaptor.get(), random());
-            }
+        const sp<CameraHardwareInterface> adaptor = openKovCameraHardware();
+        ++opened;
+        for (auto left = random() % 16; left > 0; --left) {
+            std::unique_lock held(mLock, std::defer_lock);
+            if (random() % 2)
+                held.lock();
+            call(*adaptor.get(), random());
         }
-        std::this_thread::sleep_for(std::chrono::microseconds(random() % 3000));
     }
     void act(CameraHardwareInterface& adaptor, uint32_t random) {
         const auto& [codes, every] =
@@ -159,34 +163,39 @@ public:
             [](int64_t, int32_t, const sp<IMemory>&, void* self) { static_cast<Service*>(self)->received(0); }, this);
         ++registered;
     }
-    /// Waits for `done`; ends the process when nothing moves any more.
+    /// Waits for `done` while every thread goes on; ends the process when one does not.
     template <typename Done>
     void watch(Done done) const {
         while (!done()) {
-            const uint64_t last = delivered + switched + opened;
-            if (waitUntil([&] { return done() || delivered + switched + opened != last; }))
-                continue;
-            std::fprintf(stderr, "deadlock: nothing moves\n");
-            std::abort();
+            const std::vector<uint64_t> last(mRounds.begin(), mRounds.end());
+            insist([&] { return done() || std::ranges::equal(mRounds, last, std::greater<uint64_t>()); });
         }
     }
     /// Runs `test` while nobody acts; threads of pictures that end may still deliver.
     template <typename Test>
     void pause(Test test) {
         mPausing = true;
-        watch([&] { return mResting == mRunning && mActing == 0; });
+        insist([&] { return mResting == mRunning && mActing == 0; });
         test();
         mPausing = false;
         mPausing.notify_all();
-        watch([&] { return mResting == 0; });
+        insist([&] { return mResting == 0; });
     }
     void join() {
         mStop = true;
-        watch([&] { return mRunning == 0; });
+        insist([&] { return mRunning == 0; });
         mThreads.clear();
     }
 
 private:
+    /// Waits for what needs only that no thread is stuck.
+    template <typename Done>
+    static void insist(Done done) {
+        if (!waitUntil(done)) {
+            std::fprintf(stderr, "deadlock: a thread does not go on\n");
+            std::abort();
+        }
+    }
     /// Acts within every other picture, and every so manieth other message.
     void received(int32_t type) {
         const std::lock_guard held(mLock);
@@ -206,6 +215,7 @@ private:
     std::atomic<int> mRunning{0};  // threads that have not ended
     std::atomic<int> mResting{0};  // those of them that pause
     std::atomic<int> mActing{0};   // calls from within a callback
+    std::deque<Count> mRounds;     // of each thread
     std::vector<std::jthread> mThreads;
 };
 
@@ -235,7 +245,10 @@ TEST_P(SwitchStressTest, NothingTouchesTheDeadAndNobodyWaitsForever) {
     sp<CameraHardwareInterface> adaptor = service.scene.drops ? nullptr : openKovCameraHardware();
 
     for (int kind = 0; kind < 3; ++kind)
-        service.start([&vendor = *vendor.get(), kind](auto&) { vendor.deliver(kind); });
+        service.start([&vendor = *vendor.get(), kind](auto& random) {
+            for (auto left = random() % 32; left > 0; --left)
+                vendor.deliver(kind);
+        });
     const auto acts = [&](auto& camera, uint32_t random) { service.act(camera, random); };
     const auto registers = [&](auto& camera, uint32_t) { service.registerAt(camera); };
     for (int i = 0; i < 2; ++i)

@@ -59,13 +59,14 @@ int32_t px_addFrame(px_instance instance, const px_image* frame, uint32_t time, 
 
 int32_t px_createPanorama(px_instance instance, uint32_t* progress) {
     auto& steps = fakePanoraMax().progress;
-    if (!steps.empty()) {
+    const bool last = steps.size() <= 1;
+    if (!steps.empty())
         *progress = steps.front();
+    if (!last)
         steps.erase(steps.begin());
-    }
     const int32_t result = call(instance, "", 40);
-    // A script may end in a failure: the library's result counts after its last step.
-    return steps.empty() && *progress < 100 ? result : 0;
+    // A script may end in a failure: the library's result counts in its last step.
+    return last && *progress < 100 ? result : 0;
 }
 
 int32_t px_getPanoramaImage(px_instance instance, px_image* image) {

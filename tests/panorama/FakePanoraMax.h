@@ -13,7 +13,7 @@ namespace kov::test {
 
 struct FakePanoraMax {
     std::map<std::string, int32_t> results;          // by operation; 0 where missing
-    std::vector<uint32_t> progress = {100};          // what the steps of the stitching report, one after the other
+    std::vector<uint32_t> progress = {100};          // of the steps of a stitch; the last one from then on
     px_status status = {8, 0, 0, 1, 30, 10, {}, 1};  // what a handled frame reports
     std::function<void(const std::string&)> during;  // run within an operation
     std::vector<uint8_t> bytes = std::vector<uint8_t>(32 * 16 * 3 / 2);
