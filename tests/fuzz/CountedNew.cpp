@@ -1,5 +1,5 @@
-// operator new as a test wants it: counted. In a file of its own, so that nothing of it is inlined: a compiler that
-// sees one half of a pair takes it for a mismatch.
+// operator new as a test wants it: counted, one failing. In a file of its own, so that nothing of it is inlined: a
+// compiler that sees one half of a pair takes it for a mismatch.
 
 #include "tests/fuzz/CountedNew.h"
 
@@ -8,15 +8,11 @@
 
 #include "tests/fuzz/ShotSession.h"
 
-std::atomic<size_t> kov::test::gNews{0};
-
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
-    kov::test::gNews += kov::test::gInProduct;
-    return std::malloc(size ? size : 1);
-}
+std::atomic<size_t> kov::test::gNews{0}, kov::test::gFailingNew{0};
 
 void* operator new(size_t size) {
-    if (void* const memory = operator new(size, std::nothrow))
+    const bool fails = kov::test::gInProduct && ++kov::test::gNews == kov::test::gFailingNew;
+    if (void* const memory = fails ? nullptr : std::malloc(size ? size : 1))
         return memory;
     throw std::bad_alloc();
 }

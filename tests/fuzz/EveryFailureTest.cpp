@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +22,7 @@
 
 namespace {
 
+using kov::test::gFailingNew;
 using kov::test::gNews;
 using Bytes = std::vector<uint8_t>;
 
@@ -130,9 +132,7 @@ struct Row {
 TEST(EveryFailureTest, NothingIsLeftOverAndTheModeWorksAgain) {
     std::map<std::pair<std::string, std::string>, Row> table;
     for (const Session& session : kSessions) {
-        gNews = 0;
         const Outcome usual = run(session, SIZE_MAX);
-        std::printf("%-38s %-10s %3zu calls, not failed\n", "operator new", session.name, gNews.load());
         ASSERT_GT(usual.again, 0) << session.name << " makes no picture";
         for (size_t failing = 0; failing < usual.sites.size(); ++failing) {
             const char* const site = usual.sites[failing];
@@ -152,6 +152,24 @@ TEST(EveryFailureTest, NothingIsLeftOverAndTheModeWorksAgain) {
             silent.insert(site == "allocate" ? mode + " " + site : site);
     }
     EXPECT_EQ(silent, kSilent);
+}
+
+TEST(EveryFailureTest, ASmallObjectThatCannotBeHadEndsTheProcess) {
+    for (const Session& session : kSessions) {
+        run(session, SIZE_MAX);  // what is made once in a process is there from now on
+        gNews = 0;
+        run(session, SIZE_MAX);
+        const size_t calls = gNews;
+        for (size_t failing = 1; failing <= calls; ++failing) {
+            const auto runs = [&] {
+                gNews = 0;
+                gFailingNew = failing;
+                run(session, SIZE_MAX);
+            };
+            EXPECT_EXIT(runs(), ::testing::KilledBySignal(SIGABRT), "bad_alloc") << session.name << ", " << failing;
+        }
+        std::printf("%-38s %-10s %3zu failures, each the end\n", "operator new", session.name, calls);
+    }
 }
 
 }  // namespace

@@ -123,6 +123,7 @@ public:
     }
     /// Bytes of a frame of the present size, as far as a test wants to have so many.
     size_t frameSize() const {
+        const InProduct outside(false);
         int width = 0;
         int height = 0;
         getParameters().getPreviewSize(&width, &height);
