@@ -107,13 +107,13 @@ public:
         answer.body = end == std::string::npos ? "" : text.substr(end + 4);
         return answer;
     }
-    Answer get(const std::string& path, const std::string& method = "GET") const {
-        return raw(method + " " + path + " HTTP/1.1\r\n" + host() + "Connection: close\r\n\r\n");
-    }
-    Answer post(const std::string& path, const std::string& body, const std::string& type = "application/json") const {
-        return raw("POST " + path + " HTTP/1.1\r\n" + host() + "Connection: close\r\nContent-Type: " + type +
+    Answer ask(const std::string& method, const std::string& path, const std::string& body = "",
+               const std::string& type = "application/json") const {
+        return raw(method + " " + path + " HTTP/1.1\r\n" + host() + "Connection: close\r\nContent-Type: " + type +
                    "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
     }
+    Answer get(const std::string& path) const { return ask("GET", path); }
+    Answer post(const std::string& path, const std::string& body) const { return ask("POST", path, body); }
     Json state() const { return get("/api/state").json(); }
     /// The events of a type, the first of them waited for.
     Json events(const std::string& type) const {
@@ -209,48 +209,44 @@ TEST_F(ServeTest, TakesAPictureAndEndsInOrder) {
 
 TEST_F(ServeTest, AnswersWhatIsWrong) {
     Serve camera(folder, "-i scene:still-life --preview-size 7x7");
-    const std::tuple<const char*, const char*, int> posts[] = {
-        {"/api/mode", "{\"mode\": \"nosuch\"}", 409},
-        {"/api/mode", "{\"mode\": [1]}", 409},
-        {"/api/mode", "[]", 400},
-        {"/api/mode", "{\"mode\": \"single\"", 400},
-        {"/api/command", "{\"name\": \"NOSUCH\"}", 409},
-        {"/api/command", "{\"code\": 1002}", 409},
-        {"/api/command", "{\"code\": 1019, \"arg1\": \"x\"}", 400},
-        {"/api/command", "{\"code\": 4294968315}", 400},
-        {"/api/command", "{\"code\": 1019, \"arg1\": 1.5}", 400},
-        {"/api/parameters", "{\"preview-size\": \"7x7\"}", 409},
-        {"/api/parameters", "{\"jpeg-quality\": \"90;preview-size=1x1\"}", 409},
-        {"/api/source", "{\"scene\": \"../../etc/passwd\"}", 409},
-        {"/api/source", "{\"scene\": \"landscape\", \"options\": {\"direction\": \"x&y\"}}", 409},
-        {"/api/source", "{\"device\": \"/etc/passwd\"}", 409},
-        {"/api/source", "{\"file\": 7}", 409},
-        {"/api/source", "{}", 409},
-        {"/api/frame", "no JPEG", 409},
-        {"/api/files", "no picture", 409},
-        {"/api/nosuch", "{}", 404},
+    const std::tuple<const char*, const char*, const char*, int> cases[] = {
+        {"POST", "/api/mode", "{\"mode\": \"nosuch\"}", 409},
+        {"POST", "/api/mode", "{\"mode\": [1]}", 409},
+        {"POST", "/api/mode", "[]", 400},
+        {"POST", "/api/mode", "{\"mode\": \"single\"", 400},
+        {"POST", "/api/command", "{\"name\": \"NOSUCH\"}", 409},
+        {"POST", "/api/command", "{\"code\": 1002}", 409},
+        {"POST", "/api/command", "{\"code\": 1019, \"arg1\": \"x\"}", 400},
+        {"POST", "/api/command", "{\"code\": 4294968315}", 400},
+        {"POST", "/api/command", "{\"code\": 1019, \"arg1\": 1.5}", 400},
+        {"POST", "/api/parameters", "{\"preview-size\": \"7x7\"}", 409},
+        {"POST", "/api/parameters", "{\"jpeg-quality\": \"90;preview-size=1x1\"}", 409},
+        {"POST", "/api/source", "{\"scene\": \"../../etc/passwd\"}", 409},
+        {"POST", "/api/source", "{\"scene\": \"landscape\", \"options\": {\"direction\": \"x&y\"}}", 409},
+        {"POST", "/api/source", "{\"device\": \"/etc/passwd\"}", 409},
+        {"POST", "/api/source", "{\"file\": 7}", 409},
+        {"POST", "/api/source", "{}", 409},
+        {"POST", "/api/frame", "no JPEG", 409},
+        {"POST", "/api/files", "no picture", 409},
+        {"POST", "/api/nosuch", "{}", 404},
+        {"GET", "/nosuch", "", 404},
+        {"GET", "/../../../../etc/passwd", "", 404},
+        {"GET", "/%2e%2e/%2e%2e/etc/passwd", "", 404},
+        {"GET", "/api/pictures/1/file", "", 404},
+        {"GET", "/api/pictures/-1", "", 404},
+        {"GET", "/api/events?type=NOSUCH&wait=60", "", 400},
+        {"GET", "/api/events?after=-1", "", 400},
+        {"DELETE", "/api/pictures/99999999999999999999", "", 404},
+        {"DELETE", "/api/pictures", "", 405},
+        {"PUT", "/api/state", "", 405},
+        {"GET", "/api/mode", "", 405},
     };
-    for (const auto& [path, body, status] : posts) {
-        const Answer answer = camera.post(path, body);
+    for (const auto& [method, path, body, status] : cases) {
+        const Answer answer = camera.ask(method, path, body);
         EXPECT_EQ(answer.status, status) << path << " " << body << " " << answer.body;
         EXPECT_FALSE(answer.json().value("error", "").empty()) << answer.body;
     }
-    EXPECT_EQ(camera.post("/api/picture", "{}", "text/plain").status, 415);
-    const std::tuple<const char*, const char*, int> others[] = {
-        {"/nosuch", "GET", 404},
-        {"/../../../../etc/passwd", "GET", 404},
-        {"/%2e%2e/%2e%2e/etc/passwd", "GET", 404},
-        {"/api/pictures/1/file", "GET", 404},
-        {"/api/pictures/-1", "GET", 404},
-        {"/api/events?type=NOSUCH&wait=60", "GET", 400},
-        {"/api/events?after=-1", "GET", 400},
-        {"/api/pictures/99999999999999999999", "DELETE", 404},
-        {"/api/pictures", "DELETE", 405},
-        {"/api/state", "PUT", 405},
-        {"/api/mode", "GET", 405},
-    };
-    for (const auto& [path, method, status] : others)
-        EXPECT_EQ(camera.get(path, method).status, status) << path;
+    EXPECT_EQ(camera.ask("POST", "/api/picture", "{}", "text/plain").status, 415);
     const std::string post = "POST /api/picture HTTP/1.1\r\n" + camera.host() + "Content-Type: application/json\r\n";
     EXPECT_EQ(camera.raw(post + "Content-Length: 99999999\r\n\r\n").status, 413);
     EXPECT_EQ(camera.raw(post + "Transfer-Encoding: chunked\r\n\r\n0\r\n\r\n").status, 411);
@@ -259,7 +255,7 @@ TEST_F(ServeTest, AnswersWhatIsWrong) {
     EXPECT_EQ(camera.raw("GET / HTTP/1.1\r\nHost: evil.example\r\n\r\n").status, 421);
     const Answer page = camera.get("/");
     EXPECT_EQ(page.status, 200);
-    const Answer head = camera.get("/", "HEAD");
+    const Answer head = camera.ask("HEAD", "/");
     EXPECT_NE(head.head.find("Content-Length: " + std::to_string(page.body.size())), std::string::npos) << head.head;
     EXPECT_EQ(head.body, "");
     EXPECT_NE(page.head.find("Content-Security-Policy: default-src 'none'; script-src 'self'"), std::string::npos);
@@ -274,13 +270,10 @@ TEST_F(ServeTest, GoesOnWhenAClientVanishesInABurst) {
     {
         Live page(camera);
         ASSERT_GT(page.client, 0);
-        EXPECT_EQ(camera
-                      .post("/api/command", Json{{"name", "CONTINUOUS_SHOT_START_CAPTURE"},
-                                                 {"client", page.client},
-                                                 {"ifLost", "CONTINUOUS_SHOT_STOP_CAPTURE"}}
-                                                .dump())
-                      .status,
-                  200);
+        const Json burst = {{"name", "CONTINUOUS_SHOT_START_CAPTURE"},
+                            {"client", page.client},
+                            {"ifLost", "CONTINUOUS_SHOT_STOP_CAPTURE"}};
+        EXPECT_EQ(camera.post("/api/command", burst.dump()).status, 200);
         EXPECT_FALSE(camera.events("CONTINUOUS_FRAME_TAKEN").empty());
     }
     EXPECT_FALSE(camera.events("CONTINUOUS_DELIVERED").empty());
