@@ -7,9 +7,9 @@
 #include <atomic>
 #include <cstdlib>
 #include <fstream>
-#include <functional>
 #include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -47,12 +47,13 @@ protected:
             events.push_back(nlohmann::json::parse(line));
         return events;
     }
-    /// Names of the messages that the application received, in their order, as far as `wanted` says.
-    std::vector<std::string> messages(const std::function<bool(const std::string&)>& wanted) const {
+    /// Names of the messages that the application received, in their order, of those that are `wanted`.
+    std::vector<std::string> messages(const std::string& wanted) const {
         std::vector<std::string> names;
         for (const auto& event : trace()) {
-            if ((event["kind"] == "notify" || event["kind"] == "data") && wanted(event["name"]))
-                names.push_back(event["name"]);
+            const std::string kind = event["kind"], name = event.value("name", "");
+            if ((kind == "notify" || kind == "data") && std::regex_match(name, std::regex(wanted)))
+                names.push_back(name);
         }
         return names;
     }
