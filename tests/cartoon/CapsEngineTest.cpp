@@ -3,6 +3,7 @@
 #include <caps/caps.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -222,7 +223,11 @@ TEST(CapsEngine, APictureOfAnySizeLooksAsItsPreviewDid) {
                              std::to_string(&apply - kAll.data()));
                 const Input source(jpeg);
                 apply(source.session);
+                [[maybe_unused]] const auto begin = std::chrono::steady_clock::now();
                 Frame picture = frameOf(renderJpeg(source.session, size)), expected = drawn(preview, apply, kPreview);
+#if defined(NDEBUG) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+                EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
+#endif
                 EXPECT_LT(difference(reduced(picture.luma(), both), reduced(expected.luma(), both)),
                           size.width < kPreview.width ? 11 : 5);
                 EXPECT_LT(difference(reduced(picture.chroma(), both / 2), reduced(expected.chroma(), both / 2)), 1);
