@@ -4,15 +4,16 @@
 
 #include <fstream>
 #include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
 #include <tuple>
 
 #include "host/camera/Exif.h"
 #include "host/camera/Sources.h"
 #include "tests/camera/TemporaryFolder.h"
+#include "tests/support/SceneFrames.h"
 
 using namespace kov::camera;
+using namespace kov::test;
 
 namespace {
 
@@ -25,10 +26,6 @@ std::unique_ptr<FrameSource> open(const std::string& text) {
     return source;
 }
 
-double difference(const cv::Mat& a, const cv::Mat& b) {
-    return cv::norm(a, b, cv::NORM_L1) / static_cast<double>(a.total() * a.channels());
-}
-
 TEST(Scenes, ShowTheSameMomentAtEverySize) {
     for (const SceneInfo& info : builtinScenes()) {
         const auto source = open("scene:" + info.name);
@@ -38,15 +35,13 @@ TEST(Scenes, ShowTheSameMomentAtEverySize) {
         // Vector instructions round by where memory happens to lie: a pixel in a million may differ by one level.
         EXPECT_LT(difference(open("scene:" + info.name)->frame(3.4, {640, 480}), once), 1e-4) << info.name;
         // Detail may differ, what is seen may not.
-        cv::Mat large, small;
-        cv::resize(source->frame(3.4, {960, 720}), large, {80, 60}, 0, 0, cv::INTER_AREA);
-        cv::resize(once, small, {80, 60}, 0, 0, cv::INTER_AREA);
-        EXPECT_LT(difference(large, small), 6) << info.name;
+        EXPECT_LT(difference(reduced(source->frame(3.4, {960, 720}), {80, 60}), reduced(once, {80, 60})), 6)
+            << info.name;
     }
 }
 
 TEST(Files, AreShownAsAskedFor) {
-    const kov::test::TemporaryFolder folder;
+    const TemporaryFolder folder;
     // Black on the left, white on the right, black below.
     cv::Mat picture(100, 400, CV_8UC3, cv::Scalar::all(0));
     picture(cv::Rect(200, 0, 200, 50)).setTo(cv::Scalar::all(255));
@@ -76,7 +71,7 @@ TEST(Files, AreShownAsAskedFor) {
 }
 
 TEST(Files, AreTurnedAsTheirExifSays) {
-    const kov::test::TemporaryFolder folder;
+    const TemporaryFolder folder;
     cv::Mat picture(240, 320, CV_8UC3, cv::Scalar(0, 0, 0));
     picture.colRange(0, 160) = cv::Scalar(255, 255, 255);
     // How much brighter the left half is than the right one, and the upper than the lower one.
@@ -92,30 +87,6 @@ TEST(Files, AreTurnedAsTheirExifSays) {
             EXPECT_NEAR(light({0, 0, 100, 50}) - light({0, 50, 100, 50}), down, 0.1) << source << orientation;
         }
     }
-}
-
-TEST(Files, AndOptionsThatAreWrongGetOneLineThatHelps) {
-    const kov::test::TemporaryFolder folder;
-    std::filesystem::create_directory(folder / "empty");
-    std::ofstream(folder / "text.mp4") << "no video";
-    std::ofstream(folder / "broken.jpg") << "\xFF\xD8\xFFno picture";
-    const std::pair<std::string, const char*> cases[] = {
-        {"scene:moon", "the built-in scenes are landscape, crossing, portrait, addme and still-life"},
-        {"scene:landscape?direction=back", "right, left, up and down"},
-        {"scene:landscape?seconds=0", "from 0.5 to 600"},
-        {"scene:crossing?speed=3", "its options are shake, delay and seconds"},
-        {"scene:crossing?shake", "not of the form name=value"},
-        {folder / "none.jpg", "there is no file"},
-        {folder / "empty", "put JPEG or PNG files there"},
-        {folder / "text.mp4", "neither a picture nor a video"},
-        {folder / "broken.jpg", "is a broken picture; give another"},
-        {"/dev/video99", "/dev/video99"}};
-    for (const auto& [source, part] : cases) {
-        const std::string error = checkSource(source);
-        EXPECT_NE(error.find(part), std::string::npos) << source << ": " << error;
-        EXPECT_EQ(error.find('\n'), std::string::npos) << source;
-    }
-    EXPECT_EQ(checkSource(""), "");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 namespace kov::test {
@@ -22,6 +23,11 @@ public:
 
     std::string operator/(const std::string& name) const { return mPath + "/" + name; }
     const std::string& path() const { return mPath; }
+    void write(const std::string& name, const std::string& bytes) const { std::ofstream(*this / name) << bytes; }
+    std::string read(const std::string& name) const {
+        std::ifstream file(*this / name);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
 
 private:
     std::string mPath;

@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "tools/gst/Element.h"
 #include "tools/gst/Pointers.h"
@@ -139,6 +140,21 @@ public:
 
 inline BufferPtr pull(const Harness& harness) {
     return BufferPtr(gst_harness_pull(harness.get()));
+}
+/// What has come up to the end of the stream.
+inline std::vector<BufferPtr> pullAll(const Harness& harness) {
+    std::vector<BufferPtr> buffers;
+    GstBuffer* raw = nullptr;
+    while (gst_harness_pull_until_eos(harness.get(), &raw)) {
+        if (!raw)
+            return buffers;
+        buffers.emplace_back(raw);
+    }
+    ADD_FAILURE() << "the stream has no end";
+    return buffers;
+}
+inline gst::CapsPtr capsOf(const Harness& harness) {
+    return gst::CapsPtr(gst_pad_get_current_caps(harness->sinkpad));
 }
 inline std::string bytesOf(GstBuffer* buffer) {
     GstMapInfo map;

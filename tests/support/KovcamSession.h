@@ -4,11 +4,12 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <fstream>
-#include <functional>
 #include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -16,31 +17,50 @@
 
 namespace kov::test {
 
+/// What a run of kovcam gave.
+struct Outcome {
+    int status;
+    std::string output;  // standard output and error
+};
+
 class KovcamSession : public ::testing::Test {
 protected:
-    /// The exit status of `kovcam shoot ARGUMENTS` into the folder, with a trace, on a camera that runs `speed` times
-    /// as fast as a real one.
-    int shoot(const std::string& arguments, int speed = 4) const {
-        const std::string line = "KOV_CAMERA_SPEED=" + std::to_string(speed) + " " KOV_KOVCAM " shoot " + arguments +
-                                 " -o " + folder.path() + " --trace " + folder.path() +
-                                 "/trace >/dev/null 2>&1 </dev/null";
-        return WEXITSTATUS(std::system(line.c_str()));
+    /// Runs `kovcam ARGUMENTS` with variables `before` it, on a camera that runs four times as fast as a real one.
+    Outcome kovcam(const std::string& arguments, const std::string& before = "",
+                   const std::string& input = "/dev/null") const {
+        static std::atomic<int> runs{0};
+        const std::string output = "output-" + std::to_string(++runs);
+        const int status = std::system(
+            ("KOV_CAMERA_SPEED=4 " + before + KOV_KOVCAM " " + arguments + " >" + folder / output + " 2>&1 <" + input)
+                .c_str());
+        return {WEXITSTATUS(status), folder.read(output)};
     }
-    /// Names of the messages that the application received, in their order, as far as `wanted` says.
-    std::vector<std::string> messages(const std::function<bool(const std::string&)>& wanted) const {
+    /// Expects `kovcam shoot ARGUMENTS` into the folder, with a trace, to succeed, or to end with another status.
+    void shoot(const std::string& arguments, const std::string& before = "", int status = 0) const {
+        const Outcome run = kovcam("shoot " + arguments + out + " --trace " + folder / "trace", before);
+        ASSERT_EQ(run.status, status) << run.output;
+    }
+    std::vector<nlohmann::json> trace() const {
+        std::vector<nlohmann::json> events;
+        std::ifstream file(folder / "trace");
+        for (std::string line; std::getline(file, line);)
+            events.push_back(nlohmann::json::parse(line));
+        return events;
+    }
+    /// Names of the messages that the application received, in their order, of those that are `wanted`.
+    std::vector<std::string> messages(const std::string& wanted) const {
         std::vector<std::string> names;
-        std::ifstream file(folder.path() + "/trace");
-        for (std::string line; std::getline(file, line);) {
-            const auto event = nlohmann::json::parse(line);
-            const std::string kind = event.value("kind", "");
-            if ((kind == "notify" || kind == "data") && wanted(event.value("name", "")))
-                names.push_back(event.value("name", ""));
+        for (const auto& event : trace()) {
+            const std::string kind = event["kind"], name = event.value("name", "");
+            if ((kind == "notify" || kind == "data") && std::regex_match(name, std::regex(wanted)))
+                names.push_back(name);
         }
         return names;
     }
-    cv::Mat picture(const std::string& name) const { return cv::imread(folder.path() + "/" + name); }
+    cv::Mat picture(const std::string& name) const { return cv::imread(folder / name); }
 
     const TemporaryFolder folder;
+    const std::string out = " -o " + folder.path();
 };
 
 }  // namespace kov::test

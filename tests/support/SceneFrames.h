@@ -1,4 +1,4 @@
-// The built-in scenes as the camera's frames, for tests of the engines that look at them.
+// Pictures as the camera's frames, and how they compare, for tests of what sees or makes them.
 #pragma once
 
 #include <cstdint>
@@ -28,6 +28,17 @@ inline cv::Mat lumaOf(const cv::Mat& bgr) {
     cv::cvtColor(bgr, luma, cv::COLOR_BGR2YCrCb);
     cv::extractChannel(luma, luma, 0);
     return luma;
+}
+
+inline cv::Mat reduced(const cv::Mat& picture, cv::Size size) {
+    cv::Mat small;
+    cv::resize(picture, small, size, 0, 0, cv::INTER_AREA);
+    return small;
+}
+
+/// Mean absolute difference of two pictures where `mask` is set, in levels of a channel.
+inline double difference(const cv::Mat& a, const cv::Mat& b, const cv::Mat& mask = {}) {
+    return cv::mean(cv::abs(a - b), mask).dot(cv::Scalar::all(1.0 / a.channels()));
 }
 
 }  // namespace kov::test

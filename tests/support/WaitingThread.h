@@ -15,9 +15,11 @@ namespace kov::test {
 /// Waits for `done`, with patience for a machine that is busy with other things. Whether it came.
 template <typename Done>
 bool waitUntil(Done done) {
-    for (int i = 0; i < 60000 && !done(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return done();
+    for (int i = 0; i < 60000; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(1))) {
+        if (done())
+            return true;
+    }
+    return false;
 }
 
 /// Returns when the thread of this id sleeps, or has ended. It may sleep for a moment on its way, above all under an

@@ -25,10 +25,10 @@ class Camera:
         line = self.process.stdout.readline()
         self.address = re.search(r'https?://\S+?(?=/)', line)[0]
 
-    def ask(self, path, body=None, **headers):
+    def ask(self, path, body=None):
         """The answer's JSON; a POST when there is a body."""
         data = None if body is None else json.dumps(body).encode()
-        request = urllib.request.Request(self.address + path, data, {'Content-Type': 'application/json', **headers})
+        request = urllib.request.Request(self.address + path, data, {'Content-Type': 'application/json'})
         with urllib.request.urlopen(request, timeout=60) as answer:
             return json.load(answer)
 
