@@ -94,6 +94,17 @@ TEST(LifeTest, WhatCannotPlayIsAnErrorWithTheReason) {
     }
 }
 
+TEST(LifeTest, ASecondElementFailsInReadyUntilTheFirstIsClosed) {
+    const Rig first;
+    ASSERT_EQ(first.state(GST_STATE_READY), GST_STATE_CHANGE_SUCCESS);
+    const Rig second;
+    EXPECT_EQ(second.state(GST_STATE_READY), GST_STATE_CHANGE_FAILURE);
+    EXPECT_EQ(second.complaint(GST_MESSAGE_ERROR),
+              "a session is open in this process, and a process has one camera; close that session first");
+    first.state(GST_STATE_NULL);
+    EXPECT_EQ(second.state(GST_STATE_READY), GST_STATE_CHANGE_SUCCESS);
+}
+
 TEST(LifeTest, ASourceThatBreaksWhilePlayingIsAnErrorAndTheEnd) {
     const TemporaryFolder folder;
     for (const char* name : {"a.png", "b.png"})
