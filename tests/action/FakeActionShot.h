@@ -1,4 +1,4 @@
-// libActionShot.so for unit tests: records its calls and answers from a script.
+// libActionShot.so for tests: records its calls and answers from a script.
 #pragma once
 
 #include <actionshot/actionshot.h>
@@ -10,7 +10,6 @@
 
 namespace kov::test {
 
-/// Each engine has a handle of its own; a call with another one is recorded as "wrong engine".
 struct FakeActionShot {
     std::map<std::string, int32_t> results;  // by operation, in place of success
     bool noHandle = false;                   // an engine is made without one

@@ -1,4 +1,4 @@
-// libPlusMe.so for unit tests: records its calls and answers from a script.
+// libPlusMe.so for tests: records its calls and answers from a script.
 #pragma once
 
 #include <plusme/plusme.h>
@@ -10,7 +10,6 @@
 
 namespace kov::test {
 
-/// Each instance has a handle of its own; a call with another one is recorded as "wrong instance".
 struct FakePlusMe {
     std::map<std::string, int32_t> results;       // by the name without its prefix; 0 where missing
     std::map<int32_t, int32_t> configureResults;  // by parameter; 0 where missing
@@ -20,8 +19,6 @@ struct FakePlusMe {
     int32_t position = 0;
     std::string jpeg = "merged";
     std::function<void(const std::string&)> during;  // run within an operation
-    PME_API_Encoder encoder = nullptr;               // what the library was given
-    long seconds = 0, microseconds = 0;              // of the last frame
 };
 
 FakePlusMe& fakePlusMe();

@@ -1,4 +1,4 @@
-// libPanoraMax1.so for unit tests: records its calls with their instance and answers from a script.
+// libPanoraMax1.so for tests: records its calls with their instance and answers from a script.
 #pragma once
 
 #include <panoramax/panoramax.h>
@@ -13,12 +13,12 @@ namespace kov::test {
 
 struct FakePanoraMax {
     std::map<std::string, int32_t> results;          // by operation; 0 where missing
-    std::vector<uint32_t> progress = {100};          // what the steps of the stitching report, one after the other
+    std::vector<uint32_t> progress = {100};          // what the steps of the stitching report; the last one from then on
     px_status status = {8, 0, 0, 1, 30, 10, {}, 1};  // what a handled frame reports
     std::function<void(const std::string&)> during;  // run within an operation
     std::vector<uint8_t> bytes = std::vector<uint8_t>(32 * 16 * 3 / 2);
     px_image image = {0, 32, 16, {bytes.data(), nullptr, nullptr}};  // the stitched one
-    intptr_t made = 0;                                               // instances: the first has the handle 1
+    int made = 0;                                                    // instances, which are numbered from 1
 };
 
 /// The time, which every thread may read: a frame takes 3, adding it 5, a step 40.

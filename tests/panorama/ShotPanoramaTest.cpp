@@ -59,11 +59,11 @@ protected:
     /// Without the tag, addresses, the encoder's stream and the line that a counter of the process throttles.
     Lines taken() {
         static const std::regex left("^AMCM_Create|^MStream|encode2ArcJpegData.* - [1-5]|HandleFrame .* rc=0");
-        static const std::regex varies("ShotPanorama: |plane.*|encode2.*pPlane.*");
+        static const std::regex varies("ShotPanorama: |plane.*|encode2.*pPlane.*|(instance |px_free\\()0x[0-9a-f]+");
         Lines lines = recorder.take();
         std::erase_if(lines, [](const std::string& line) { return std::regex_search(line, left); });
         for (std::string& line : lines)
-            line = std::regex_replace(line, varies, "");
+            line = std::regex_replace(line, varies, "$1");
         return lines;
     }
     void deliver(uint32_t status, uint8_t fill = 0) {
@@ -92,7 +92,7 @@ protected:
     }
 
     static Lines opened(int n) {
-        return {text("px_init #%d", n), text("W px_init(640x480) ok for buffer (nil) instance 0x%d\\n", n),
+        return {text("px_init #%d", n), "W px_init(640x480) ok for buffer (nil) instance \\n",
                 text("px_setParams #%d 640 480 0 640 480 0 8 15 15 104857600", n), text("px_start #%d", n)};
     }
     static Lines started(int n) { return opened(n) + Lines{text("px_beginCapture #%d 0", n)}; }
@@ -239,7 +239,7 @@ TEST_F(ShotPanoramaTest, EachLaterCallFailingInTurn) {
     fakePanoraMax().results = {{"px_getPanoramaImage", 9}, {"px_free", 8}};
     const Lines noImage = {"px_getPanoramaImage #2", "E px_getPanoramaImage rc = 9\\n", "W size is -1 -1"};
     EXPECT_EQ(command(1020), ended + stop(2) + stitched({100}, {}, 2) + noImage);
-    EXPECT_EQ(command(1019), (start + init + Lines{"W free", "px_free #2", "E px_free(0x2) = 8\\n"} + started(3)));
+    EXPECT_EQ(command(1019), (start + init + Lines{"W free", "px_free #2", "E px_free() = 8\\n"} + started(3)));
 }
 
 TEST_F(ShotPanoramaTest, NothingThatCannotBeAnImageIsEncodedAndNoFailureIsSilent) {

@@ -1,4 +1,4 @@
-// The face half of libarccamera.so for unit tests: records its calls with their handles and answers from a script.
+// The face half of libarccamera.so for tests: records its calls with their handles and answers from a script.
 #pragma once
 
 #include <arccamera/face.h>
@@ -22,9 +22,7 @@ struct FakeArcFace {
     int32_t examined = 0;                            // IFaceNumber
     int32_t smileCount = -1;                         // as faceCount
     std::function<void(const std::string&)> during;  // run within each call
-
-    std::map<char, int> made;                  // by kind
-    std::map<const void*, std::string> alive;  // blocks and managers, with their names
+    std::map<char, int> made;                        // by kind
 };
 
 FakeArcFace& fakeArcFace();
