@@ -3,8 +3,6 @@
 #include "shots/panorama/ShotPanorama.h"
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <climits>
 #include <regex>
 #include <thread>
@@ -12,7 +10,6 @@
 #include "tests/panorama/FakePanoraMax.h"
 #include "tests/support/FakeArcJpeg.h"
 #include "tests/support/FakeSystem.h"
-#include "tests/support/LongWork.h"
 #include "tests/support/ShotTest.h"
 #include "tests/support/WaitingThread.h"
 
@@ -291,19 +288,8 @@ TEST_F(ShotPanoramaTest, FramesThatAreNotTheCapturesGoByUnread) {
         "E preview frames are not semi-planar 4:2:0 of 640 x 480, as the capture wants them; they "
         "are passed on as they are";
     command(1019);
-    const sp<IMemory> frames[] = {makeMemory(460799), makeMemory(0), makeMemory(16, 0, 460800),
-                                  new MemoryBase(nullptr, 0, 460800), nullptr};
-    for (int round = 0; round < 2; ++round) {
-        for (const auto& data : frames)
-            hardware->data(CAMERA_MSG_PREVIEW_FRAME, data);
-        const Lines lines = taken();
-        EXPECT_EQ(std::count_if(lines.begin(), lines.end(), [](auto& each) { return each.starts_with("E a preview"); }),
-                  round == 0 ? 3 : 0);
-        EXPECT_EQ(lines.size(), round == 0 ? 8U : 5U);
-    }
     hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(460801));  // with something behind it
     EXPECT_EQ(taken(), analysed(100) + Lines{"app.data 0x10 460801"});
-    hardware->data(CAMERA_MSG_RAW_IMAGE, makeMemory(460800));
     const auto restart = [&](int width, int height) {
         hardware->params.setPreviewSize(width, height);
         EXPECT_EQ(shot->startPreview(), NO_ERROR);
@@ -355,36 +341,23 @@ TEST_F(ShotPanoramaTest, TheGuideIsInTheFrameAndIsThatFramesOwn) {
     EXPECT_TRUE(bytesOf(lastData) == std::vector<uint8_t>(460800));
 }
 
-TEST_F(ShotPanoramaTest, ACancelOrASwitchEndsTheStitchAtItsNextStep) {
-    resetFakeSystem();  // the real clock, which threads may share
-    const auto cancel = [&] { EXPECT_EQ(shot->sendCommand(1022, 0, 0), NO_ERROR); };
-    const auto begin = [&](const std::vector<uint32_t>& progress) {
+TEST_F(ShotPanoramaTest, ACancelOrASwitchFromWithinTheStitchEndsIt) {
+    for (const bool cancels : {true, false}) {
         retireShot();
         fakePanoraMax() = {};
-        whileNotified = nullptr;
         makeShot();
-        capture(progress);
-    };
-    for (const bool cancels : {true, false}) {  // on its own thread
-        begin({30, 70, 100});
-        whileNotified = [&](int32_t type, int32_t) { type != 0xA00 ? void() : cancels ? cancel() : retireShot(); };
+        capture({30, 70, 100});
+        whileNotified = [&](int32_t type, int32_t) {
+            type != 0xA00 ? void() : cancels ? (void)shot->sendCommand(1022, 0, 0) : retireShot();
+        };
         {
             const ShotGate::Entry inside(shot->gate());
             shot->sendCommand(1020, 0, 0);
         }
-        Lines lines = recorder.take("px_");
-        lines.resize(4);
-        const Lines abort = {cancels ? "px_abort #1" : "px_free #1", cancels ? "px_free #1" : ""};
-        EXPECT_EQ(lines, (Lines{"px_endCapture #1", "px_createPanorama #1"} + abort));
-    }
-    const std::pair<std::function<void()>, std::function<void()>> fromAnotherThread[] = {
-        {[&] { shot->setCallbacks(nullptr, nullptr, nullptr, nullptr); }, [&] { retireShot(); }}, {[] {}, cancel}};
-    for (const auto& [prepare, end] : fromAnotherThread) {
-        begin({30});  // for ever
-        LongWork stitch;
-        fakePanoraMax().during = [&](auto& call) { call == "px_createPanorama" ? stitch.step() : void(); };
-        EXPECT_EQ(stitch.stepsAfter([&] { command(1020); }, prepare, end), 0);
-        fakePanoraMax().during = nullptr;
+        whileNotified = nullptr;
+        const Lines ends = cancels ? Lines{"px_abort #1", "px_free #1"} : Lines{"px_free #1"};
+        EXPECT_EQ(only(recorder.take(), {"px_endC", "px_createP", "px_abort", "px_free"}),
+                  (Lines{"px_endCapture #1", "px_createPanorama #1"} + ends));
     }
 }
 
@@ -438,33 +411,6 @@ TEST_F(ShotPanoramaTest, AStitchWithoutAnInstanceLeavesALaterOneAlone) {
     command(1020);
     EXPECT_EQ(fakePanoraMax().progress, std::vector<uint32_t>{100});
     EXPECT_EQ(count(command(1019), goesOn), 0);
-}
-
-TEST_F(ShotPanoramaTest, CommandsAndASwitchWhileFramesCome) {
-    resetFakeSystem();  // the real clock
-    // Whatever the order, the library is used by one thread at a time and every instance is given back.
-    std::atomic<int> inside{0};  // the library
-    fakePanoraMax().during = [&](const std::string& name) {
-        EXPECT_EQ(++inside, 1);
-        std::this_thread::sleep_for(std::chrono::microseconds(20));  // for another thread to come in
-        if (name == "px_endCapture")
-            fakePanoraMax().progress = {50, 100};
-        --inside;
-    };
-    std::jthread frames([&](const std::stop_token& over) {
-        while (!over.stop_requested())
-            deliver(2);
-    });
-    for (int i = 0; i < 140; ++i) {
-        constexpr int32_t codes[] = {1019, 1019, 1022, 1019, 1020, 1019, 1022};
-        const ShotGate::Entry held(shot->gate());
-        shot->sendCommand(codes[i % 7], 0, 0);
-        std::this_thread::sleep_for(std::chrono::microseconds(200 * (i % 7)));
-    }
-    shot->sendCommand(1019, 0, 0);
-    retireShot();
-    frames = {};
-    EXPECT_EQ(recorder.take("px_free").size(), static_cast<size_t>(fakePanoraMax().made));
 }
 
 }  // namespace

@@ -5,9 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "tests/support/Answers.h"
-#include "tests/support/Handles.h"
-#include "tests/support/Recorder.h"
+#include "tests/support/ScriptedCall.h"
 
 using namespace kov::test;
 
@@ -32,12 +30,9 @@ struct Outcome {
 };
 
 Outcome call(const char* name, const std::string& arguments = "") {
-    record(std::string("caps.") + name + arguments);
-    if (fakeCaps().during)
-        fakeCaps().during(name);
-    const auto result = fakeCaps().results.find(name);
     const uint32_t how = ask(name);
-    return {result != fakeCaps().results.end() ? result->second : how == 1 ? kFailed : CAPS_SUCCESS, how};
+    const caps_result usual = how == 1 ? kFailed : CAPS_SUCCESS;
+    return {scriptedCall(fakeCaps(), name, std::string("caps.") + name + arguments, usual), how};
 }
 
 /// The object, which begins as told, goes to `handle`; null where the call fails.

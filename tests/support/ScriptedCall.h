@@ -6,7 +6,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/Answers.h"
@@ -23,10 +25,17 @@ std::string spaced(Numbers... numbers) {
     return ((" " + std::to_string(numbers)) + ...);
 }
 
-/// Records the call, runs the test's `during` within it, and gives the result of the script, or else `result`.
+/// Records the call, runs the test's `during` within it, and gives the result of the script, or else `result`. A test's
+/// record also tells of two threads that are in one library.
 template <typename Fake>
 int32_t scriptedCall(Fake& fake, const std::string& name, const std::string& recorded, int32_t result = 0) {
+    static std::mutex inside;
+    const std::unique_lock alone(inside, std::try_to_lock);
+    if (!alone.owns_lock())
+        record("two threads in a library: " + name);
     record(recorded);
+    if (!gAnswers)
+        std::this_thread::yield();  // for another thread to come in
     if (fake.during)
         fake.during(name);
     return fake.results.contains(name) ? fake.results.at(name) : result;
