@@ -17,7 +17,7 @@ struct Engine {
 
 int32_t call(const std::string& arguments, bool fails, const char* from) {
     const std::string name = from + std::strlen("ActionShot_");
-    return scriptedCall(fakeActionShot(), name, "as." + name + arguments, !fails);
+    return scriptedCall(gFakeActionShot, name, "as." + name + arguments, !fails);
 }
 
 /// The operation is the one that this is called from.
@@ -29,11 +29,6 @@ int32_t call(ActionShot_Handle engine, const std::string& arguments = "", bool f
 
 }  // namespace
 
-FakeActionShot& kov::test::fakeActionShot() {
-    static FakeActionShot fake;
-    return fake;
-}
-
 void ActionShot_SetMemoryFunctions(const ActionShot_MemoryFunctions* functions) {
     call(functions->copy == std::memcpy && functions->set == std::memset ? "" : " odd", false, __func__);
 }
@@ -42,7 +37,7 @@ int32_t ActionShot_Initialize(ActionShot_Handle* engine, int32_t width, int32_t 
                               uint32_t work_memory_size) {
     if (work_memory)
         static_cast<uint8_t*>(work_memory)[work_memory_size - 1] = 1;
-    const uint32_t how = fakeActionShot().noHandle ? 2 : ask();
+    const uint32_t how = gFakeActionShot.noHandle ? 2 : ask();
     const int32_t result = call(text(" %dx%d %s %u", width, height, work_memory ? "memory" : "null", work_memory_size),
                                 how == 1, __func__);
     return make<Engine>(result ? how : 3, engine);  // a handle also on a failure
@@ -88,14 +83,14 @@ int32_t ActionShot_HandleFrame(ActionShot_Handle engine, const OPT_API_ASImage* 
     touch(*frame);
     const uint32_t how = ask();
     if (!gAnswers)
-        return fakeActionShot().frameResult;
+        return gFakeActionShot.frameResult;
     return how == 1 ? 9 : how < 5 ? static_cast<int32_t>(std::max(how, 1U) - 1) : absurd(how);
 }
 
 void ActionShot_GetAcquisitionDisplayData(ActionShot_Handle engine, ActionShot_DisplayData* data) {
     use<Engine>(engine);
     const uint32_t how = ask();
-    *data = fakeActionShot().display;
+    *data = gFakeActionShot.display;
     if (!gAnswers)
         return;
     data->count = how < 2 ? static_cast<int32_t>(2 - how) : how % 2 ? absurd(how) : static_cast<int32_t>(how % 130);
@@ -110,12 +105,12 @@ int32_t ActionShot_AcquisitionProgress(ActionShot_Handle engine) {
 
 int32_t ActionShot_CreateResult(ActionShot_Handle engine, int32_t* progress, OPT_API_ASImage* result) {
     const uint32_t how = ask();
-    const bool last = fakeActionShot().progress.size() == 1 && !gAnswers;
+    const bool last = gFakeActionShot.progress.size() == 1 && !gAnswers;
     const int32_t before = *progress;
-    *progress = how % 6 == 5 ? 100 : progressOf(fakeActionShot().progress, how, before, 34);
-    show(how < 5 ? 0 : how == 11 ? 2 : how, fakeActionShot().result, use<Engine>(engine)->image, result);
+    *progress = how % 6 == 5 ? 100 : progressOf(gFakeActionShot.progress, how, before, 34);
+    show(how < 5 ? 0 : how == 11 ? 2 : how, gFakeActionShot.result, use<Engine>(engine)->image, result);
     return call(engine, text(" from %d", before), how == 1) &&
-           (!last || (*progress < 100 && !fakeActionShot().endsEarly));
+           (!last || (*progress < 100 && !gFakeActionShot.endsEarly));
 }
 
 void ActionShot_Finalize(ActionShot_Handle* engine) {

@@ -7,10 +7,7 @@
 
 #include "imaging/Overlay.h"
 #include "tests/action/FakeActionShot.h"
-#include "tests/support/FakeArcJpeg.h"
-#include "tests/support/FakeSystem.h"
 #include "tests/support/ShotTest.h"
-#include "tests/support/WaitingThread.h"
 
 using namespace android;
 using namespace kov::test;
@@ -42,13 +39,8 @@ const Lines kStopped = kStopping + created(0, 100) + kEncoded + kMade + kDeliver
 class ShotActionTest : public ShotTest<ShotAction> {
 protected:
     ShotActionTest() {
-        resetFakeArcJpeg();
-        fakeActionShot() = {};
+        gFakeActionShot = {};
         hardware->params.setPreviewSize(64, 48);
-    }
-    ~ShotActionTest() override {
-        retireShot();
-        resetFakeSystem();
     }
 
     void command(int32_t code) { EXPECT_EQ(shot->sendCommand(code, 0, 0), NO_ERROR); }
@@ -104,8 +96,8 @@ TEST_F(ShotActionTest, SetsTheLibraryUpWithAsMuchMemoryAsThereIs) {
     for (const auto& each : cases) {
         SCOPED_TRACE(::testing::PrintToString(each.made));
         hardware->params.setPreviewSize(each.width, 48);
-        fakeActionShot().results = {{"Initialize", each.initialized}};
-        fakeActionShot().noHandle = each.noHandle;
+        gFakeActionShot.results = {{"Initialize", each.initialized}};
+        gFakeActionShot.noHandle = each.noHandle;
         fakeSystem().allowsMemory = [&](size_t size) { return size <= each.most; };
         makeShot();
         Lines lines = recorder.take();
@@ -120,7 +112,7 @@ TEST_F(ShotActionTest, SetsTheLibraryUpWithAsMuchMemoryAsThereIs) {
         EXPECT_EQ(recorder.take(), Lines{"I ShotAction: ShotAction destroyed: pid=PID"} + each.gone +
                                        Lines{"I ShotCommon: ShotCommon destroyed: pid=PID"});
     }
-    fakeActionShot() = {};
+    gFakeActionShot = {};
     fakeSystem().allowsMemory = nullptr;
     hardware->params.setPreviewSize(1, 1);
     makeShot();
@@ -133,12 +125,12 @@ TEST_F(ShotActionTest, TheLibrarySaysWhatBecomesOfAFrameAndEndsTheSeries) {
     const Lines accepted = kHandled + Lines{"app.notify 0x1A00 0 0", "app.notify 0x1800 42 0"} + kShown;
     for (const auto& [result, lines] : {std::pair(0, accepted), {3, kFollowed}, {4, whole}, {-1, whole}}) {
         start({1029});
-        fakeActionShot().frameResult = result;
-        fakeActionShot().progress = {30, 70, 100};
+        gFakeActionShot.frameResult = result;
+        gFakeActionShot.progress = {30, 70, 100};
         EXPECT_EQ(afterFrame(), lines) << result;
     }
-    EXPECT_EQ(fakeArcJpeg().lastBitmap.pPlane[0], fakeActionShot().image.data());
-    EXPECT_EQ(fakeArcJpeg().lastBitmap.lWidth * 100 + fakeArcJpeg().lastBitmap.lHeight, 6448);
+    EXPECT_EQ(gFakeArcJpeg.lastBitmap.pPlane[0], gFakeActionShot.image.data());
+    EXPECT_EQ(gFakeArcJpeg.lastBitmap.lWidth * 100 + gFakeArcJpeg.lastBitmap.lHeight, 6448);
     hardware->params.set("jpeg-quality", 70);
     start({1029, 1031});
     frame();
@@ -168,9 +160,9 @@ TEST_F(ShotActionTest, EveryCommandInEveryState) {
                                                  {{"hw.sendCommand 1031 0 0"}, each.frameAfter1031}};
         for (int32_t code = 1029; code <= 1031; ++code) {
             SCOPED_TRACE(text("%d when %s", code, each.state));
-            fakeActionShot().frameResult = each.frameResult;
+            gFakeActionShot.frameResult = each.frameResult;
             start(each.before);
-            fakeActionShot().frameResult = 1;
+            gFakeActionShot.frameResult = 1;
             command(code);
             EXPECT_EQ(taken(), given[code - 1029].first);
             EXPECT_EQ(afterFrame(), given[code - 1029].second);
@@ -216,13 +208,13 @@ TEST_F(ShotActionTest, ACommandFromWithinAMessageOfTheResult) {
 TEST_F(ShotActionTest, AStartThatWaitsForACancelCanBeStopped) {
     start({1029, 1031, 0});
     std::jthread starting;
-    fakeActionShot().during = [&](auto& call) {
+    gFakeActionShot.during = [&](auto& call) {
         if (call == "CancelSeries" && !starting.joinable())
             starting = startUntilItWaits([&] { command(1029); });
     };
     command(1030);
     starting.join();
-    fakeActionShot().during = nullptr;
+    gFakeActionShot.during = nullptr;
     command(1031);
     taken();
     EXPECT_EQ(afterFrame(), kStopped);
@@ -265,12 +257,12 @@ TEST_F(ShotActionTest, AStartThatFailsAndMemoryThatIsShort) {
         command(1029);
     };
     for (const auto& [call, blocks, error] : starts) {
-        fakeActionShot().results = {{call, 0}};
+        gFakeActionShot.results = {{call, 0}};
         limit(blocks);
         EXPECT_EQ(recorder.take("E "), Lines{error});
         command(1029);  // nothing until 1030 or 1031
         EXPECT_EQ(afterFrame(), kShown);
-        fakeActionShot().results.clear();
+        gFakeActionShot.results.clear();
         blocksLeft = 1;
         command(1030);
         recorder.take();
@@ -280,12 +272,12 @@ TEST_F(ShotActionTest, AStartThatFailsAndMemoryThatIsShort) {
     // A series that could not be started can be stopped, as one that was stopped and cancelled before.
     fakeSystem().allowsMemory = nullptr;
     start({1029, 1031, 0, 1030});
-    fakeActionShot().results = {{"StartSeries", 0}};
+    gFakeActionShot.results = {{"StartSeries", 0}};
     command(1029);
     command(1031);
     taken();
     EXPECT_EQ(afterFrame(), kStopped);
-    fakeActionShot().results = {{"UnsetTempMemory", 0}};  // the blocks are freed all the same
+    gFakeActionShot.results = {{"UnsetTempMemory", 0}};  // the blocks are freed all the same
     for (int blocks = 1; blocks <= 15; ++blocks) {
         limit(blocks);
         EXPECT_EQ(recorder.take("as.SetT"), Lines{text("as.SetTempMemory %d of %d x 460800", blocks, blocks)});
@@ -309,14 +301,14 @@ TEST_F(ShotActionTest, AResultThatCannotBeMadeBelievedOrEncoded) {
         {100, [](Fake& fake) { fake.result.width = 8193; }, unsound("8193 x 48")},
         {100, [](Fake& fake) { fake.result.height = 8193; }, unsound("64 x 8193")},
         {100, [](Fake& fake) { fake.result.width = fake.result.height = 8192; }, kEncoded + kMade + kDelivered},
-        {100, [](Fake&) { fakeArcJpeg().streamOpens = false; }, failed + kNotMade},
-        {100, [](Fake&) { fakeArcJpeg().jpeg.clear(); }, kEncoded + failed + kMade + Lines{"app.data 0x100 0"}}};
+        {100, [](Fake&) { gFakeArcJpeg.streamOpens = false; }, failed + kNotMade},
+        {100, [](Fake&) { gFakeArcJpeg.jpeg.clear(); }, kEncoded + failed + kMade + Lines{"app.data 0x100 0"}}};
     for (const auto& [last, spoil, then] : cases) {
-        resetFakeArcJpeg();
-        fakeActionShot() = {};
-        fakeActionShot().progress = {30, last};
+        gFakeArcJpeg = {};
+        gFakeActionShot = {};
+        gFakeActionShot.progress = {30, last};
         start({1029, 1031});
-        spoil(fakeActionShot());
+        spoil(gFakeActionShot);
         EXPECT_EQ(afterFrame(), kStopping + created(0, 30) + created(30, last) + then + kShown);
         EXPECT_EQ(afterFrame(), kShown);
     }
@@ -394,7 +386,7 @@ TEST_F(ShotActionTest, APlaceForEachFormatAndTheOldHeapGoesFirst) {
 TEST_F(ShotActionTest, TheGuidesAreDrawnToTheByte) {
     hardware->params.setPreviewSize(320, 240);
     start({1029});
-    auto& display = fakeActionShot().display;
+    auto& display = gFakeActionShot.display;
     std::vector<uint8_t> expected;
     for (const int by : {0, 1}) {  // corners are made even
         display.entries[0] = {101 + by, 101 + by, 201 + by, 181 + by, 0};

@@ -9,11 +9,6 @@
 
 using namespace kov::test;
 
-FakePlusMe& kov::test::fakePlusMe() {
-    static FakePlusMe fake;
-    return fake;
-}
-
 namespace {
 
 struct PlusMe {
@@ -26,7 +21,7 @@ thread_local PME_API_Encoder gEncoder = nullptr;
 /// The operation is the one that this is called from.
 int32_t call(const std::string& arguments, bool fails, const char* from = __builtin_FUNCTION()) {
     const std::string name = from + std::strlen("PlusMe_");
-    return scriptedCall(fakePlusMe(), name, "pm." + name + arguments, fails ? 3 : 0);
+    return scriptedCall(gFakePlusMe, name, "pm." + name + arguments, fails ? 3 : 0);
 }
 int32_t call(PME_API_Instance instance, const std::string& arguments, bool fails,
              const char* from = __builtin_FUNCTION()) {
@@ -50,7 +45,7 @@ int32_t PlusMe_PreInitialize(int32_t width, int32_t height, int32_t view_width, 
 
 size_t PlusMe_GetPermanentBufferSize() {
     call("", false);
-    return numberOf(ask(), fakePlusMe().permanentSize);
+    return numberOf(ask(), gFakePlusMe.permanentSize);
 }
 
 int32_t PlusMe_Initialize(PME_API_Instance* instance, void* buffer, size_t size) {
@@ -62,7 +57,7 @@ int32_t PlusMe_Initialize(PME_API_Instance* instance, void* buffer, size_t size)
 }
 
 int32_t PlusMe_SetConfigurationParameter(PME_API_Instance instance, int32_t parameter, int32_t value) {
-    const auto& results = fakePlusMe().configureResults;
+    const auto& results = gFakePlusMe.configureResults;
     const int32_t result = call(instance, spaced(parameter, value), ask());
     return results.contains(parameter) ? results.at(parameter) : result;
 }
@@ -74,7 +69,7 @@ int32_t PlusMe_SetResolution(PME_API_Instance instance, int32_t width, int32_t h
 
 size_t PlusMe_GetTemporaryBufferSize() {
     call("", false);
-    return numberOf(ask(), fakePlusMe().tempSize);
+    return numberOf(ask(), gFakePlusMe.tempSize);
 }
 
 int32_t PlusMe_SetTempBuffer(PME_API_Instance instance, void* buffer, size_t size) {
@@ -98,7 +93,7 @@ int32_t PlusMe_CreateResult(PME_API_Instance instance, int32_t* progress) {
     PlusMe* const plusMe = use<PlusMe>(instance);
     const uint32_t how = ask();
     const int32_t before = *progress;
-    *progress = progressOf(fakePlusMe().progress, how, before, 50);
+    *progress = progressOf(gFakePlusMe.progress, how, before, 50);
     if (*progress == 100 && gAnswers && gEncoder) {
         uint8_t frame[34 * 18 * 3 / 2] = {};
         plusMe->length = gEncoder(plusMe->jpeg.data(), how ? 40 : 4096, frame, how % 2 ? 33 : 34, 18);
@@ -109,8 +104,8 @@ int32_t PlusMe_CreateResult(PME_API_Instance instance, int32_t* progress) {
 int32_t PlusMe_GetResultJpeg(PME_API_Instance instance, void** jpeg, long* size) {
     PlusMe* const plusMe = use<PlusMe>(instance);
     const uint32_t how = ask();
-    *jpeg = gAnswers ? static_cast<void*>(plusMe->jpeg.data()) : fakePlusMe().jpeg.data();
-    *size = gAnswers ? plusMe->length : static_cast<long>(fakePlusMe().jpeg.size());
+    *jpeg = gAnswers ? static_cast<void*>(plusMe->jpeg.data()) : gFakePlusMe.jpeg.data();
+    *size = gAnswers ? plusMe->length : static_cast<long>(gFakePlusMe.jpeg.size());
     if (how == 2)
         *jpeg = nullptr;
     if (how)
@@ -119,7 +114,7 @@ int32_t PlusMe_GetResultJpeg(PME_API_Instance instance, void** jpeg, long* size)
 }
 
 int32_t PlusMe_GetFirstPersonPosition(PME_API_Instance instance, int32_t* position) {
-    const bool told = tell(ask(), position, fakePlusMe().position);
+    const bool told = tell(ask(), position, gFakePlusMe.position);
     return call(instance, "", !told);
 }
 

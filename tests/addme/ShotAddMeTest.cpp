@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "tests/addme/FakePlusMe.h"
-#include "tests/support/FakeSystem.h"
 #include "tests/support/ShotTest.h"
 
 using namespace android;
@@ -41,7 +40,7 @@ Lines step(int percent, int from = 0) {
     return {text("pm.CreateResult from %d", from), text("app.notify 0x2000 %d 0", percent)};
 }
 Lines delivered() {
-    const auto address = static_cast<unsigned>(reinterpret_cast<uintptr_t>(fakePlusMe().jpeg.data()));
+    const auto address = static_cast<unsigned>(reinterpret_cast<uintptr_t>(gFakePlusMe.jpeg.data()));
     return {"pm.GetResultJpeg", text("E ShotAddMe: result data ptr[0x%X] size[6]", address), "app.data 0x100 6"};
 }
 Lines noImage(int capturing) {
@@ -52,10 +51,9 @@ const auto merged = [] { return kPicture + step(100) + delivered(); };
 class ShotAddMeTest : public ShotTest<ShotAddMe> {
 protected:
     ~ShotAddMeTest() override {
-        fakePlusMe().during = nullptr;
+        gFakePlusMe.during = nullptr;
         retireShot();
-        fakePlusMe() = {};
-        resetFakeSystem();
+        gFakePlusMe = {};
     }
 
     /// What a new shot does.
@@ -80,7 +78,7 @@ protected:
     Lines mergeDisturbed(const std::function<void()>& act) {
         made();
         picture();
-        fakePlusMe().progress = {50, 100};
+        gFakePlusMe.progress = {50, 100};
         whileNotified = [this, act](int32_t type, int32_t) {
             if (type == 0x2000) {
                 whileNotified = nullptr;
@@ -96,7 +94,7 @@ protected:
 };
 
 TEST_F(ShotAddMeTest, ANewShotIsReadyAndItsCommandsReachTheLibraryOrTheVendorLayer) {
-    fakePlusMe().configureResults = {{0, 1}, {3, 1}};  // these two are not looked at
+    gFakePlusMe.configureResults = {{0, 1}, {3, 1}};  // these two are not looked at
     EXPECT_EQ(made(), kReady + kStarted + Lines{"hw.setCallbacks"});
     EXPECT_EQ(command(1038), kFreed);
     EXPECT_EQ(command(1033), kReady);
@@ -117,7 +115,7 @@ TEST_F(ShotAddMeTest, EveryTwoPicturesBecomeOneInAtMost301Steps) {
         Lines expected = kPicture;
         for (int32_t before = 0; const int32_t progress : steps)
             expected = expected + step(progress, std::exchange(before, progress));
-        fakePlusMe().progress = steps;  // the last one goes on
+        gFakePlusMe.progress = steps;  // the last one goes on
         EXPECT_EQ(picture(), expected + delivered());
         EXPECT_EQ(bytesOf(lastData), std::vector<uint8_t>({'m', 'e', 'r', 'g', 'e', 'd'}));
         EXPECT_EQ(lastData->offset(), 0);
@@ -129,17 +127,17 @@ TEST_F(ShotAddMeTest, ARefusedPictureGoesOnUnmergedAndAFailedMergeEndsThePair) {
     made();
     const Lines refused = kPicture + Lines{"E ShotAddMe: PlusMe_HandleSnapshotJpeg FAILED 6!!!!!"} + kError;
     for (const bool first : {true, false}) {
-        fakePlusMe().results["HandleSnapshotJpeg"] = 6;
+        gFakePlusMe.results["HandleSnapshotJpeg"] = 6;
         EXPECT_EQ(picture(), refused + (first ? kUnmerged : kOneAccepted));
-        fakePlusMe().results.clear();
+        gFakePlusMe.results.clear();
         EXPECT_EQ(picture(), first ? kFirst : merged());  // the first one counts
     }
     const Lines failed = kPicture + Lines{"pm.CreateResult from 0", "E ShotAddMe: ERROR ... status: 7"};
     const auto failedMerge = [&] {
         EXPECT_EQ(picture(), kFirst);
-        fakePlusMe().results["CreateResult"] = 7;
+        gFakePlusMe.results["CreateResult"] = 7;
         const Lines lines = picture();
-        fakePlusMe().results.clear();
+        gFakePlusMe.results.clear();
         return lines;
     };
     for (const int32_t code : {1034, 1033}) {
@@ -150,11 +148,11 @@ TEST_F(ShotAddMeTest, ARefusedPictureGoesOnUnmergedAndAFailedMergeEndsThePair) {
         EXPECT_EQ(picture(), merged());
     }
     EXPECT_EQ(picture(), kFirst);
-    fakePlusMe().results["GetResultJpeg"] = 3;  // merged, but cannot be fetched
+    gFakePlusMe.results["GetResultJpeg"] = 3;  // merged, but cannot be fetched
     const Lines unfetched = {"pm.GetResultJpeg", "E ShotAddMe: get result [3]\\n",
                              "E ShotAddMe: result data ptr[0x0] size[6]", "app.data 0x100 0"};
     EXPECT_EQ(picture(), kPicture + step(100) + unfetched);
-    fakePlusMe().results.clear();
+    gFakePlusMe.results.clear();
     EXPECT_EQ(picture(), kFirst);
     fakeSystem().allowsHeap = [](size_t size) { return size != 6; };
     Lines lost = delivered();
@@ -185,13 +183,13 @@ TEST_F(ShotAddMeTest, EachStepOfTheSetUpMayFail) {
     made();
     for (const auto& failing : cases) {
         SCOPED_TRACE(::testing::PrintToString(failing.expected));
-        failing.prepare(fakePlusMe());
+        failing.prepare(gFakePlusMe);
         fakeSystem().allowsMemory = [&](size_t size) { return size <= failing.mostMemory; };
         EXPECT_EQ(command(1033), kFreed + failing.expected);
         frame();
         EXPECT_EQ(frame(), Lines{"E ShotAddMe: we are not capturing"} + kFrameShown);
         EXPECT_EQ(command(1034), failing.instanceStays ? kStarted : kError + kNotStarted);
-        fakePlusMe() = {};
+        gFakePlusMe = {};
         fakeSystem().allowsMemory = nullptr;
         EXPECT_EQ(command(1033), (failing.instanceStays ? kFreed : Lines{}) + kReady);
     }
@@ -228,11 +226,11 @@ TEST_F(ShotAddMeTest, TheFirstPersonsPositionIsTheComplementOfTheLibrarys) {
                                                 {2, 0, switched},
                                                 {2, 1, switched},
                                                 {-1, 1, switched}}) {
-        fakePlusMe().position = current;
+        gFakePlusMe.position = current;
         EXPECT_EQ(command(1035, wanted), got + then) << wanted << ' ' << current;
     }
-    fakePlusMe().results = {{"GetFirstPersonPosition", 3}, {"SwitchFirstPersonPosition", 4}};
-    fakePlusMe().position = 1;  // a failed question counts as 0
+    gFakePlusMe.results = {{"GetFirstPersonPosition", 3}, {"SwitchFirstPersonPosition", 4}};
+    gFakePlusMe.position = 1;  // a failed question counts as 0
     EXPECT_EQ(command(1035, 0),
               (Lines{"pm.GetFirstPersonPosition", "E ShotAddMe: PlusMe_GetFirstPersonPosition is failed[3]",
                      "pm.SwitchFirstPersonPosition", "E ShotAddMe: switch first person position failed"}));
@@ -270,7 +268,7 @@ TEST_F(ShotAddMeTest, FramesAlternateBetweenTwoSlotsOfItsOwn) {
         "such frames are passed on as they are";
     inSlot(makeMemory(1000), 0, (Lines{small, "app.data 0x10 1000"}));
     inSlot(makeMemory(1000), 1, Lines{"app.data 0x10 1000"});
-    fakePlusMe().results["StartCapture"] = 9;
+    gFakePlusMe.results["StartCapture"] = 9;
     EXPECT_EQ(command(1034), kStarted + kError + Lines{"E ShotAddMe: Failed to start series. status 9"});
     inSlot(makeMemory(kFrame), 0, Lines{"E ShotAddMe: we are not capturing"} + kFrameShown);
 }
@@ -313,7 +311,7 @@ TEST_F(ShotAddMeTest, AMergeMayBeDisturbedFromWithinItsProgress) {
         EXPECT_EQ(mergeDisturbed([&, &commands = commands] { send(commands); }), begun + then);
         if (commands[0] == 1038)
             send({1033});
-        fakePlusMe().progress = {100};
+        gFakePlusMe.progress = {100};
         recorder.take();
         EXPECT_EQ(picture(), kFirst);  // the pair has ended
         EXPECT_EQ(picture(), merged());
@@ -339,7 +337,7 @@ TEST_F(ShotAddMeTest, NothingWaitsForAStepOfAMerge) {
     made();
     frame();
     picture();
-    fakePlusMe().during = [&](const std::string& call) {
+    gFakePlusMe.during = [&](const std::string& call) {
         if (call != "CreateResult")
             return;
         std::thread([&] {

@@ -12,10 +12,7 @@
 #include "host/runtime/Heaps.h"
 #include "host/runtime/Properties.h"
 #include "tests/continuous/FakeMediaPlayer.h"
-#include "tests/support/FakeArcJpeg.h"
-#include "tests/support/FakeSystem.h"
 #include "tests/support/ShotTest.h"
-#include "tests/support/WaitingThread.h"
 
 using namespace android;
 using namespace kov::test;
@@ -64,7 +61,6 @@ constexpr const char* kDone = "app.notify 0x2800 0 0";
 class ShotContinuousTest : public kov::test::ShotTest<ShotContinuous> {
 protected:
     ShotContinuousTest() {
-        resetFakeArcJpeg();
         hardware->params.setPreviewSize(64, 48);
         remakeShot();
         recorder.take();
@@ -359,7 +355,7 @@ TEST_F(ShotContinuousTest, APictureOfAnAbandonedBurstComesOnlyWhileThereIsNoOthe
     const Lines next = {"app.notify 0xE00 1 9", "app.notify 0x1000 1 0", "app.data 0x100 4", kDone};
     for (const bool another : {false, true}) {
         std::jthread encoder;
-        fakeArcJpeg().duringSave = [&, saves = 0]() mutable {
+        gFakeArcJpeg.duringSave = [&, saves = 0]() mutable {
             if (++saves > 1)
                 return;
             command(1025);
@@ -378,7 +374,7 @@ TEST_F(ShotContinuousTest, APictureOfAnAbandonedBurstComesOnlyWhileThereIsNoOthe
         };
         EXPECT_EQ(only(burst(2, another ? kDone : "-exit: "), {"app.notify", "app.data 0x100"}),
                   abandoned + (another ? next : alone));
-        fakeArcJpeg().duringSave = {};
+        gFakeArcJpeg.duringSave = {};
         expectCleanBurst();
     }
 }
@@ -410,12 +406,12 @@ TEST_F(ShotContinuousTest, WhatCannotBeEncodedSaysSoAndTheBurstEnds) {
     const auto encoding = [&] {
         return only(burst(1), {"app.data 0x100", "E ShotContinuous: encode2", "app.notify 0x28"});
     };
-    fakeArcJpeg().streamOpens = false;
+    gFakeArcJpeg.streamOpens = false;
     EXPECT_EQ(encoding(), (Lines{first, noPicture, kDone}));
-    resetFakeArcJpeg();
-    fakeArcJpeg().jpeg = "";
+    gFakeArcJpeg = {};
+    gFakeArcJpeg.jpeg = "";
     EXPECT_EQ(encoding(), (Lines{first, "app.data 0x100 0", last, noPicture, kDone}));
-    resetFakeArcJpeg();
+    gFakeArcJpeg = {};
     command(1023);
     hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(4607));
     command(1024);
@@ -437,13 +433,13 @@ TEST_F(ShotContinuousTest, LoadingTheSoundKeepsNoFrameWaiting) {
         frameAfter(0);
         delivered.set_value();
     });
-    fakeMedia().whileLoading = [&] {
+    gFakeMedia.whileLoading = [&] {
         EXPECT_EQ(delivered.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
     };
     command(1026, 1);
-    fakeMedia().whileLoading = {};
+    gFakeMedia.whileLoading = {};
     frames.join();
-    EXPECT_EQ(fakeMedia().playersAlive, 1);
+    EXPECT_EQ(gFakeMedia.playersAlive, 1);
 }
 
 TEST_F(ShotContinuousTest, TheClickFollowsTheSalesCode) {
@@ -474,17 +470,17 @@ TEST_F(ShotContinuousTest, TheClickFollowsTheSalesCode) {
         command(1026, 1);
         EXPECT_EQ(recorder.take("player."), player + Lines{"player.setVolume 0.5 0.5"});
         retireShot();
-        EXPECT_EQ(fakeMedia().playersAlive, 0);
+        EXPECT_EQ(gFakeMedia.playersAlive, 0);
     }
-    fakeMedia().dataSourceResult = -2;
+    gFakeMedia.dataSourceResult = -2;
     remakeShot();
     takeFrames(1);
     EXPECT_EQ(only(recorder.take(), {"E ", "player."}),
               called + Lines({"player.setDataSource /system/media/audio/ui/camera_click_short.ogg",
                               "E ShotContinuous: Failed to load CameraService sounds."}));
-    fakeMedia().dataSourceResult = 0;
+    gFakeMedia.dataSourceResult = 0;
     command(1026, 1);  // tries again
-    EXPECT_EQ(fakeMedia().playersAlive, 1);
+    EXPECT_EQ(gFakeMedia.playersAlive, 1);
 }
 
 TEST_F(ShotContinuousTest, PicturesWithoutAVendorLayerOrACookieToGoTo) {

@@ -12,7 +12,6 @@
 #include "tests/panorama/FakePanoraMax.h"
 #include "tests/smile/FakeArcFace.h"
 #include "tests/support/FakeCaps.h"
-#include "tests/support/FakeSystem.h"
 #include "tests/support/LongWork.h"
 #include "tests/support/ShotTest.h"
 
@@ -48,18 +47,15 @@ const struct Mode {
 
 class EveryModeTest : public ShotTest<ShotCommon> {
 protected:
-    ~EveryModeTest() override {
-        resetFakes();
-        resetFakeSystem();
-    }
+    ~EveryModeTest() override { resetFakes(); }
 
     static void resetFakes() {
-        fakeActionShot() = {};
-        fakePlusMe() = {};
-        fakePanoraMax() = {};
+        gFakeActionShot = {};
+        gFakePlusMe = {};
+        gFakePanoraMax = {};
         fakeMilliseconds = 100;
-        fakeArcFace() = {};
-        fakeCaps() = {};
+        gFakeArcFace = {};
+        gFakeCaps = {};
     }
     void make(int32_t code) {
         retireShot();
@@ -128,7 +124,7 @@ TEST_F(EveryModeTest, ALibraryIsUsedByOneThreadAtATime) {
             continue;
         SCOPED_TRACE(mode.tag);
         make(mode.code);
-        fakePanoraMax().status.status = 2;  // frames are added
+        gFakePanoraMax.status.status = 2;  // frames are added
         recorder.take();
         std::vector<std::jthread> threads;
         for (const int32_t type : {CAMERA_MSG_PREVIEW_FRAME, CAMERA_MSG_PREVIEW_FRAME, CAMERA_MSG_COMPRESSED_IMAGE}) {
@@ -176,11 +172,11 @@ TEST_F(EveryModeTest, ASwitchOrACommandEndsLongWorkAtItsNextStep) {
                 command ? (void)shot->sendCommand(command, 0, 0) : picture();
             LongWork longWork;
             // Nothing comes to an end by itself.
-            fakePanoraMax().progress = {30};
-            fakePlusMe().progress = fakeActionShot().progress = {50};
-            fakeCaps().endless = true;
-            fakeCaps().total = 20;
-            fakePanoraMax().during = fakePlusMe().during = fakeActionShot().during = fakeCaps().during =
+            gFakePanoraMax.progress = {30};
+            gFakePlusMe.progress = gFakeActionShot.progress = {50};
+            gFakeCaps.endless = true;
+            gFakeCaps.total = 20;
+            gFakePanoraMax.during = gFakePlusMe.during = gFakeActionShot.during = gFakeCaps.during =
                 [&, name = std::string(step)](const std::string& call) { call == name ? longWork.step() : void(); };
             const auto prepare = [&] { end ? void() : shot->setCallbacks(nullptr, nullptr, nullptr, nullptr); };
             EXPECT_EQ(

@@ -8,11 +8,6 @@
 
 using namespace kov::test;
 
-FakePanoraMax& kov::test::fakePanoraMax() {
-    static FakePanoraMax fake;
-    return fake;
-}
-
 namespace {
 
 struct Panorama : MayBeMissing {
@@ -22,7 +17,7 @@ struct Panorama : MayBeMissing {
 };
 
 int32_t call(int number, const std::string& arguments, int32_t result, const char* from) {
-    return scriptedCall(fakePanoraMax(), from, text("%s #%d", from, number) + arguments, result);
+    return scriptedCall(gFakePanoraMax, from, text("%s #%d", from, number) + arguments, result);
 }
 
 /// The operation is the one that this is called from; it `takes` milliseconds.
@@ -37,13 +32,13 @@ int32_t call(px_instance instance, const std::string& arguments, bool fails, uin
 
 int32_t px_init(const px_allocator* allocator, void* buffer, uint32_t size, px_instance* instance) {
     const bool ofProcess = allocator->allocate == malloc && allocator->release == free;
-    const int next = fakePanoraMax().made + 1;
+    const int next = gFakePanoraMax.made + 1;
     const uint32_t how = ask();
     const int32_t result = call(next, ofProcess && !buffer && !size ? "" : " odd", 0, __func__);
     if (!make<Panorama>(result == -1 ? 2 : result ? 1 : how, instance))  // -1: a success without an instance
         return result ? result : -2;
     if (Panorama* const made = result ? nullptr : use<Panorama>(*instance); made && !gAnswers)
-        made->number = fakePanoraMax().made = next;
+        made->number = gFakePanoraMax.made = next;
     return 0;
 }
 
@@ -63,7 +58,7 @@ int32_t px_beginCapture(px_instance instance, int32_t mode) {
 int32_t px_handleFrame(px_instance instance, const px_image* frame, uint32_t time, px_status* status) {
     const uint32_t how = ask();
     const uint32_t added = status->frame_count;
-    *status = fakePanoraMax().status;
+    *status = gFakePanoraMax.status;
     status->frame_count = added;
     if (gAnswers) {
         const auto number = static_cast<int32_t>(how);
@@ -87,7 +82,7 @@ int32_t px_addFrame(px_instance instance, const px_image* frame, uint32_t time, 
 
 int32_t px_createPanorama(px_instance instance, uint32_t* progress) {
     const uint32_t how = ask();
-    auto& steps = fakePanoraMax().progress;
+    auto& steps = gFakePanoraMax.progress;
     const bool last = steps.size() < 2;
     *progress = progressOf(steps, how, *progress, 34);
     const int32_t result = call(instance, "", how == 1, 40);
@@ -98,7 +93,7 @@ int32_t px_createPanorama(px_instance instance, uint32_t* progress) {
 int32_t px_getPanoramaImage(px_instance instance, px_image* image) {
     const uint32_t how = ask();
     if (how != 1)
-        show(how, fakePanoraMax().image, use<Panorama>(instance)->image, image);
+        show(how, gFakePanoraMax.image, use<Panorama>(instance)->image, image);
     return call(instance, "", how == 1);
 }
 

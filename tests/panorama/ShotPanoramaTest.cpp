@@ -8,10 +8,7 @@
 #include <thread>
 
 #include "tests/panorama/FakePanoraMax.h"
-#include "tests/support/FakeArcJpeg.h"
-#include "tests/support/FakeSystem.h"
 #include "tests/support/ShotTest.h"
-#include "tests/support/WaitingThread.h"
 
 using namespace android;
 using namespace kov::test;
@@ -47,10 +44,8 @@ protected:
         recorder.take();
     }
     ~ShotPanoramaTest() override {
-        fakePanoraMax() = {};
+        gFakePanoraMax = {};
         fakeMilliseconds = 100;
-        resetFakeArcJpeg();
-        resetFakeSystem();
     }
 
     /// Without the tag, addresses, the encoder's stream and the line that a counter of the process throttles.
@@ -66,7 +61,7 @@ protected:
     void deliver(uint32_t status, uint8_t fill = 0) {
         int width = 0, height = 0;
         hardware->params.getPreviewSize(&width, &height);
-        fakePanoraMax().status.status = status;
+        gFakePanoraMax.status.status = status;
         hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(static_cast<size_t>(width) * height * 3 / 2, fill));
     }
     Lines frame(uint32_t status = 1, uint8_t fill = 0) {
@@ -82,7 +77,7 @@ protected:
     void capture(const std::vector<uint32_t>& progress = {100}) {
         command(1019);
         frame(2);
-        fakePanoraMax().progress = progress;
+        gFakePanoraMax.progress = progress;
     }
     static long count(const Lines& lines, const std::string& line) {
         return std::count(lines.begin(), lines.end(), line);
@@ -132,10 +127,10 @@ TEST_F(ShotPanoramaTest, ASweepFromStartToPicture) {
     EXPECT_EQ(taken(), analysed(100) + passed + added(103, true) + duration + added(111, false) + duration +
                            analysed(119) + passed);
 
-    fakePanoraMax().progress = {30, 70, 100};
+    gFakePanoraMax.progress = {30, 70, 100};
     EXPECT_EQ(command(1019), start + stop() + stitched({30, 70, 100}) + delivered);
-    EXPECT_EQ(fakeArcJpeg().lastBitmap.pPlane[0], fakePanoraMax().bytes.data());
-    EXPECT_EQ(fakeArcJpeg().lastBitmap.dwPixelArrayFormat, 0x70000002U);
+    EXPECT_EQ(gFakeArcJpeg.lastBitmap.pPlane[0], gFakePanoraMax.bytes.data());
+    EXPECT_EQ(gFakeArcJpeg.lastBitmap.dwPixelArrayFormat, 0x70000002U);
     EXPECT_EQ(frame(), passed);
     EXPECT_EQ(shot->handled(makeMemory(460800)), Lines{"0"});
     EXPECT_EQ(shot->image(), (std::vector{1, 32, 16}));
@@ -147,9 +142,9 @@ TEST_F(ShotPanoramaTest, AFullBufferStopsOnceOnTheFramesThread) {
     command(1019);
     for (int i = 0; i < 8; ++i)
         frame(2);
-    fakePanoraMax().progress = {50, 100};
+    gFakePanoraMax.progress = {50, 100};
     // Further frames while it stitches go by.
-    fakePanoraMax().during = [&](const std::string& name) {
+    gFakePanoraMax.during = [&](const std::string& name) {
         if (name == "px_createPanorama")
             std::thread([&] { deliver(1); }).join();
     };
@@ -159,7 +154,7 @@ TEST_F(ShotPanoramaTest, AFullBufferStopsOnceOnTheFramesThread) {
 
 TEST_F(ShotPanoramaTest, OneLineForEachNewNumberOfFrames) {
     // The counter is the process's: frames are added until their number has caught up with it.
-    fakePanoraMax().status.max_frames = 10000;
+    gFakePanoraMax.status.max_frames = 10000;
     command(1019);
     const auto looked = [&](uint32_t status) {
         deliver(status);
@@ -173,10 +168,10 @@ TEST_F(ShotPanoramaTest, OneLineForEachNewNumberOfFrames) {
 }
 
 TEST_F(ShotPanoramaTest, StopAndCancelOutsideAndInside) {
-    fakePanoraMax().results["px_endCapture"] = 5;
+    gFakePanoraMax.results["px_endCapture"] = 5;
     EXPECT_EQ(command(1020),
               (ended + Lines{"W Stopping panorama\\n", "px_endCapture #0", "E px_endCapture rc = 5\\n"}));
-    fakePanoraMax().results.clear();
+    gFakePanoraMax.results.clear();
     capture();
     EXPECT_EQ(command(1022), (cancelled + Lines{"px_abort #1", "W free", "px_free #1", "W init"} + opened(2)));
     EXPECT_EQ(frame(), passed);
@@ -186,10 +181,10 @@ TEST_F(ShotPanoramaTest, StopAndCancelOutsideAndInside) {
     capture();
     command(1020);
     command(1022);
-    fakePanoraMax().progress = {100};
+    gFakePanoraMax.progress = {100};
     EXPECT_EQ(count(command(1020), "px_createPanorama #4"), 1);
     command(1019);
-    fakePanoraMax().results["px_endCapture"] = 5;
+    gFakePanoraMax.results["px_endCapture"] = 5;
     command(1020);
     EXPECT_EQ(shot->handled(makeMemory(460800)), Lines{"0"});
     retireShot();
@@ -206,9 +201,9 @@ TEST_F(ShotPanoramaTest, EachCallOfTheStartFailingInTurn) {
                                                          {"px_beginCapture", 9, {}}};
     for (const auto& [what, result, last] : cases) {
         retireShot();
-        fakePanoraMax() = {};
+        gFakePanoraMax = {};
         makeShot();
-        fakePanoraMax().results = {{what.substr(0, what.find(' ')), result}};
+        gFakePanoraMax.results = {{what.substr(0, what.find(' ')), result}};
         const Lines lines = command(1019);
         const std::string failed = "E " + what + text(" rc = %d\\n", result == -1 ? 0 : result);
         EXPECT_EQ(Lines(std::find(lines.begin(), lines.end(), failed), lines.end()), Lines{failed} + last);
@@ -218,22 +213,22 @@ TEST_F(ShotPanoramaTest, EachCallOfTheStartFailingInTurn) {
 
 TEST_F(ShotPanoramaTest, EachLaterCallFailingInTurn) {
     command(1019);
-    fakePanoraMax().results = {{"px_handleFrame", 9}};
+    gFakePanoraMax.results = {{"px_handleFrame", 9}};
     EXPECT_EQ(frame(), analysed(100) + Lines{"E HandleFrame rc=9\\n"} + passed);
-    fakePanoraMax().results = {{"px_addFrame", 9}};
+    gFakePanoraMax.results = {{"px_addFrame", 9}};
     Lines counted = added(103, true);
     counted.insert(counted.begin() + 2, "E px_addFrame rc = 9\\n");
     EXPECT_EQ(frame(2), counted + duration);
-    fakePanoraMax().results = {{"px_createPanorama", 9}};
-    fakePanoraMax().progress = {20, 40};
+    gFakePanoraMax.results = {{"px_createPanorama", 9}};
+    gFakePanoraMax.progress = {20, 40};
     EXPECT_EQ(command(1020), (ended + stop() + stitched({20}) +
                               Lines{"px_createPanorama #1", "E px_createPanorama at 40%, time 80 ms rc = 9\\n",
                                     "app.notify 0x200 0 0"}));
-    fakePanoraMax().results.clear();
-    fakePanoraMax().progress = {100};
+    gFakePanoraMax.results.clear();
+    gFakePanoraMax.progress = {100};
     EXPECT_EQ(command(1020), ended + stop() + stitched({100}) + Lines{"W size is -1 -1"});  // nothing that can be used
     capture();
-    fakePanoraMax().results = {{"px_getPanoramaImage", 9}, {"px_free", 8}};
+    gFakePanoraMax.results = {{"px_getPanoramaImage", 9}, {"px_free", 8}};
     const Lines noImage = {"px_getPanoramaImage #2", "E px_getPanoramaImage rc = 9\\n", "W size is -1 -1"};
     EXPECT_EQ(command(1020), ended + stop(2) + stitched({100}, {}, 2) + noImage);
     EXPECT_EQ(command(1019), (start + init + Lines{"W free", "px_free #2", "E px_free() = 8\\n"} + started(3)));
@@ -245,19 +240,19 @@ TEST_F(ShotPanoramaTest, NothingThatCannotBeAnImageIsEncodedAndNoFailureIsSilent
     for (const auto& [width, height] : sizes) {
         SCOPED_TRACE(text("%d x %d", width, height));
         capture();
-        fakePanoraMax().image = {0, width, height, {width == 32 ? nullptr : fakePanoraMax().bytes.data()}};
+        gFakePanoraMax.image = {0, width, height, {width == 32 ? nullptr : gFakePanoraMax.bytes.data()}};
         const Lines lines = command(1020);
         EXPECT_EQ(Lines(lines.end() - 2, lines.end()),
                   (Lines{text("W size is %d %d", width, height),
                          "E the library's panorama cannot be an image; there is no picture of it"}));
     }
-    fakePanoraMax().image = FakePanoraMax().image;
+    gFakePanoraMax.image = FakePanoraMax().image;
     const std::string unmade = "E the panorama could not be encoded; there is no picture of it";
     for (const bool opens : {false, true}) {
         capture();
-        fakePanoraMax().image = {0, 1, 1, {fakePanoraMax().bytes.data(), nullptr, nullptr}};
-        fakeArcJpeg().streamOpens = opens;
-        fakeArcJpeg().jpeg = "";
+        gFakePanoraMax.image = {0, 1, 1, {gFakePanoraMax.bytes.data(), nullptr, nullptr}};
+        gFakeArcJpeg.streamOpens = opens;
+        gFakeArcJpeg.jpeg = "";
         const Lines lines = command(1020);
         EXPECT_EQ(count(lines, "app.data 0x100 0"), opens);
         EXPECT_EQ(count(lines, unmade), 1);
@@ -275,10 +270,10 @@ TEST_F(ShotPanoramaTest, InitTakesItsOwnSizeAndRefusesAndIgnores) {
     EXPECT_EQ(taken(), (Lines{"W init", "E ignore Init(640, 480) while capturing\\n"}));
     shot->init(640, 240, true);
     taken();
-    fakePanoraMax().status = {2, 0, 0, 1, 30, 10, {}, 2};
+    gFakePanoraMax.status = {2, 0, 0, 1, 30, 10, {}, 2};
     EXPECT_EQ(shot->handled(makeMemory(460800)), Lines{"1"});  // ready, but not added
     EXPECT_EQ(taken(), Lines{"px_handleFrame #2 640x240 of 0 at 100"});
-    fakePanoraMax().status.status = 3;                  // add it
+    gFakePanoraMax.status.status = 3;                   // add it
     for (const char* const how : {"2", "2", "0", "0"})  // the buffer is full, but there is no capture to stop
         EXPECT_EQ(shot->handled(makeMemory(460800)), Lines{how});
 }
@@ -319,13 +314,13 @@ TEST_F(ShotPanoramaTest, FramesThatAreNotTheCapturesGoByUnread) {
 }
 
 TEST_F(ShotPanoramaTest, TheGuideIsInTheFrameAndIsThatFramesOwn) {
-    fakePanoraMax().status = {8, 0, 0, 1, 5, -3, {}, 1};
+    gFakePanoraMax.status = {8, 0, 0, 1, 5, -3, {}, 1};
     command(1019);
     bool within = false;
     whileNotified = [&](int32_t type, int32_t) {
         if (type != 0xC00 || std::exchange(within, true))
             return;
-        fakePanoraMax().status = {8, 0, 0, 1, 100, 100, {}, 0};  // of the next frame, which comes meanwhile
+        gFakePanoraMax.status = {8, 0, 0, 1, 100, 100, {}, 0};  // of the next frame, which comes meanwhile
         std::thread([&] { deliver(1); }).join();
     };
     deliver(2);
@@ -336,7 +331,7 @@ TEST_F(ShotPanoramaTest, TheGuideIsInTheFrameAndIsThatFramesOwn) {
         EXPECT_EQ(bytesOf(lastData)[row * 640 + column], luma) << row << ' ' << column;
     frame(0);
     EXPECT_NE(bytesOf(lastData)[240 * 640 + 600 - 8], 1);
-    fakePanoraMax().results["px_handleFrame"] = 1;  // not marked
+    gFakePanoraMax.results["px_handleFrame"] = 1;  // not marked
     frame(1);
     EXPECT_TRUE(bytesOf(lastData) == std::vector<uint8_t>(460800));
 }
@@ -344,7 +339,7 @@ TEST_F(ShotPanoramaTest, TheGuideIsInTheFrameAndIsThatFramesOwn) {
 TEST_F(ShotPanoramaTest, ACancelOrASwitchFromWithinTheStitchEndsIt) {
     for (const bool cancels : {true, false}) {
         retireShot();
-        fakePanoraMax() = {};
+        gFakePanoraMax = {};
         makeShot();
         capture({30, 70, 100});
         whileNotified = [&](int32_t type, int32_t) {
@@ -364,15 +359,15 @@ TEST_F(ShotPanoramaTest, ACancelOrASwitchFromWithinTheStitchEndsIt) {
 TEST_F(ShotPanoramaTest, AStartOrStopFromAnotherThreadWaitsForOneStepOfTheStitch) {
     for (const int32_t code : {1019, 1020}) {
         capture({10, 20, 30, 40, 50, 60, 70, 80, 90, 100});
-        const std::string step = text("px_createPanorama #%d", static_cast<int>(fakePanoraMax().made));
+        const std::string step = text("px_createPanorama #%d", static_cast<int>(gFakePanoraMax.made));
         std::jthread commanding;
-        fakePanoraMax().during = [&](const std::string& name) {
+        gFakePanoraMax.during = [&](const std::string& name) {
             if (name == "px_createPanorama" && !commanding.joinable())
                 commanding = startUntilItWaits([this, code] { EXPECT_EQ(shot->sendCommand(code, 0, 0), NO_ERROR); });
         };
         shot->sendCommand(1020, 0, 0);
         commanding.join();
-        fakePanoraMax().during = nullptr;
+        gFakePanoraMax.during = nullptr;
         const Lines lines = taken();
         EXPECT_EQ(count(lines, step), 10);
         EXPECT_EQ(count(lines, "app.data 0x100 4"), 1);
@@ -384,7 +379,7 @@ TEST_F(ShotPanoramaTest, AStartOrStopFromAnotherThreadWaitsForOneStepOfTheStitch
 TEST_F(ShotPanoramaTest, WhatWaitedForACancelIsNotOfTheFreshInstance) {
     capture();
     std::jthread waiting;
-    fakePanoraMax().during = [&](const std::string& name) {
+    gFakePanoraMax.during = [&](const std::string& name) {
         if (name == "px_abort")
             waiting = startUntilItWaits([&] { deliver(2); });
     };
@@ -394,7 +389,7 @@ TEST_F(ShotPanoramaTest, WhatWaitedForACancelIsNotOfTheFreshInstance) {
     EXPECT_EQ(std::count(all.begin(), all.end(), passed[0]), 1);
     EXPECT_EQ(std::ranges::count_if(all, [](const auto& line) { return line.starts_with("px_handleFrame"); }), 0);
     // A cancel from within 0xC00: the frame is not the first of anything.
-    fakePanoraMax().during = nullptr;
+    gFakePanoraMax.during = nullptr;
     command(1019);
     Lines told;
     whileNotified = [&](int32_t type, int32_t) {
@@ -406,10 +401,10 @@ TEST_F(ShotPanoramaTest, WhatWaitedForACancelIsNotOfTheFreshInstance) {
 }
 
 TEST_F(ShotPanoramaTest, AStitchWithoutAnInstanceLeavesALaterOneAlone) {
-    fakePanoraMax().progress = {50, 100};
+    gFakePanoraMax.progress = {50, 100};
     whileNotified = [&](int32_t, int32_t) { shot->init(640, 480, false); };
     command(1020);
-    EXPECT_EQ(fakePanoraMax().progress, std::vector<uint32_t>{100});
+    EXPECT_EQ(gFakePanoraMax.progress, std::vector<uint32_t>{100});
     EXPECT_EQ(count(command(1019), goesOn), 0);
 }
 

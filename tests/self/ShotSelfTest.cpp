@@ -8,7 +8,8 @@
 #include <thread>
 #include <tuple>
 
-#include "tests/support/CapsTest.h"
+#include "tests/support/FakeCaps.h"
+#include "tests/support/ShotTest.h"
 
 using namespace android;
 using namespace kov::test;
@@ -39,7 +40,7 @@ Lines pictureLines(int fill = 20) {
            Lines{"app.data 0x100 9"} + kFreed;
 }
 
-class ShotSelfTest : public CapsTest<ShotSelf> {
+class ShotSelfTest : public ShotTest<ShotSelf> {
 protected:
     ShotSelfTest() {
         fakeSystem().startThread = [this](const auto& thread) {
@@ -49,6 +50,7 @@ protected:
         hardware->params.set("jpeg-quality", 85);
         makeReady();
     }
+    ~ShotSelfTest() override { gFakeCaps = {}; }
 
     void makeReady() {
         retireShot();
@@ -100,7 +102,7 @@ TEST_F(ShotSelfTest, TheFirstTwoFramesAreHeldBack) {
 
 TEST_F(ShotSelfTest, APictureIsMadeOfTheLastFrame) {
     EXPECT_EQ(picture(), pictureLines());
-    EXPECT_EQ(std::string(static_cast<const char*>(lastData->pointer()), lastData->size()), fakeCaps().jpeg);
+    EXPECT_EQ(std::string(static_cast<const char*>(lastData->pointer()), lastData->size()), gFakeCaps.jpeg);
     std::vector<uint8_t> raw(460808, 20);
     const uint8_t sides[] = {0x80, 0x02, 0, 0, 0xE0, 0x01, 0, 0};
     std::copy(std::begin(sides), std::end(sides), raw.begin() + 4);
@@ -184,22 +186,22 @@ TEST_F(ShotSelfTest, AFailedCallEndsThePictureAndLeavesTheFormatUntilTheSwitch) 
         for (const int result : {-7, -255}) {  // refused; and granted without anything to show for it
             if (result == -255 && made == 10)
                 continue;
-            fakeCaps().results = {{failing, result}};
-            fakeCaps().makesNothing = {failing};
+            gFakeCaps.results = {{failing, result}};
+            gFakeCaps.makesNothing = {failing};
             EXPECT_EQ(picture(), kStarted + kShutter + Lines(all.begin(), all.begin() + made) +
                                      Lines{text("E ShotSelf: %s - [%d]", operation, result)} + freed)
                 << failing;
             EXPECT_STREQ(hardware->params.getPictureFormat(), "yuv420sp");
         }
     }
-    fakeCaps() = {};
+    gFakeCaps = {};
     picture();  // what it found is what it leaves
     EXPECT_STREQ(hardware->params.getPictureFormat(), "yuv420sp");
     retireShot();
     EXPECT_STREQ(hardware->params.getPictureFormat(), "jpeg");
 
     makeReady();
-    fakeCaps().results = {{"render", -7}};
+    gFakeCaps.results = {{"render", -7}};
     picture();
     hardware->params.setPictureFormat("png");  // the application's own
     retireShot();
@@ -262,7 +264,7 @@ TEST_F(ShotSelfTest, WithoutMemoryOrAThreadThereIsNoPicture) {
     hardware->params.setPreviewFormat("yuv420p");
     fakeSystem().allowsMemory = [](size_t) { return false; };
     EXPECT_EQ(picture("E "), kBegun + Lines{"E ShotSelf: no memory for the frame in the library's order"});
-    fakeCaps().jpeg = "";
+    gFakeCaps.jpeg = "";
     fakeSystem().allowsMemory = {};
     EXPECT_EQ(picture("E "), kBegun + Lines{"E ShotSelf: the rendered picture has no bytes"});
     EXPECT_EQ(lastData->size(), 0U);
@@ -339,7 +341,7 @@ TEST_F(ShotSelfTest, ASwitchDuringAPictureEndsItAndRestoresTheFormat) {
          {"app.data 0x80 460808"}},
         {"from another thread while it is rendered",
          [&] {
-             fakeCaps().during = [&](const std::string& name) {
+             gFakeCaps.during = [&](const std::string& name) {
                  if (name != "render")
                      return;
                  ShotGate& gate = shot->gate();
@@ -366,7 +368,7 @@ TEST_F(ShotSelfTest, ASwitchDuringAPictureEndsItAndRestoresTheFormat) {
         EXPECT_STREQ(hardware->params.getPictureFormat(), "jpeg");
         EXPECT_EQ(handlesOwed(), "");
         hardware->during.clear();
-        fakeCaps() = {};
+        gFakeCaps = {};
     }
 }
 

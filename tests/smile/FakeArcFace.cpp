@@ -8,17 +8,12 @@
 
 using namespace kov::test;
 
-FakeArcFace& kov::test::fakeArcFace() {
-    static FakeArcFace fake;
-    return fake;
-}
-
 namespace {
 
 /// What handles point to: each has the name of the next one of its kind.
 template <char kind>
 struct Named {
-    const std::string name = gAnswers ? "" : text("%c%d", kind, ++fakeArcFace().made[kind]);
+    const std::string name = gAnswers ? "" : text("%c%d", kind, ++gFakeArcFace.made[kind]);
 };
 using Block = Named<'b'>;
 using MemoryManager = Named<'m'>;
@@ -38,7 +33,7 @@ std::string named(MHandle manager, MHandle engine) {
 
 /// The operation is the one that this is called from.
 MRESULT call(const std::string& arguments, bool fails = false, const char* from = __builtin_FUNCTION()) {
-    return scriptedCall(fakeArcFace(), from, from + (" " + arguments), fails ? 5 : 0);
+    return scriptedCall(gFakeArcFace, from, from + (" " + arguments), fails ? 5 : 0);
 }
 
 __tag_rect gRectangles[64] = {{2, 2, 20, 20}, {10, 5, 30, 25}, {-5, -5, 500, 500}, {40, 40, 3, 3}, {5, 5, 5, 5}};
@@ -69,7 +64,7 @@ MRESULT endEngine(MRESULT result, MHandle engine) {
 void* MMemAlloc(MHandle, int32_t size) {
     call(text("%d", size));
     // Nobody but the library looks into it.
-    return ask() || size < 0 || !fakeArcFace().allocates ? nullptr : keep(std::make_shared<Block>());
+    return ask() || size < 0 || !gFakeArcFace.allocates ? nullptr : keep(std::make_shared<Block>());
 }
 
 void MMemFree(MHandle, void* block) {
@@ -83,7 +78,7 @@ void MMemCpy(void* destination, const void* source, int32_t size) {
 
 MHandle MMemMgrCreate(void* block, int32_t size) {
     call(named<Block>(block) + spaced(size));
-    return ask() || !fakeArcFace().makesManagers ? nullptr : keep(std::make_shared<MemoryManager>());
+    return ask() || !gFakeArcFace.makesManagers ? nullptr : keep(std::make_shared<MemoryManager>());
 }
 
 void MMemMgrDestroy(MHandle manager) {
@@ -110,7 +105,7 @@ MRESULT AMFPAF_FaceFeatureDetect(MHandle manager, MHandle engine, uint8_t* frame
                                  int32_t b, int32_t c, int32_t d, int32_t e) {
     const uint32_t how = ask();
     frame[0] ^= gAnswers != nullptr;
-    result->count = rectangles(how, fakeArcFace().faces, fakeArcFace().faceCount, &result->faces);
+    result->count = rectangles(how, gFakeArcFace.faces, gFakeArcFace.faceCount, &result->faces);
     result->info = gAnswers ? static_cast<int32_t>(how) : 7;
     return call(named<FaceEngine>(manager, engine) + text(" frame %d", *frame) + (a || b || c || d || e ? " odd" : ""),
                 how == 1 || !engine);
@@ -138,8 +133,8 @@ MRESULT ASSD_SmileDetect(MHandle manager, MHandle engine, ASSD_IMAGE* image, ASS
     }
     image->plane[0][0] ^= gAnswers != nullptr;
     // Also when it fails: an engine may have got so far.
-    result->ISmileNumber = rectangles(how, fakeArcFace().smiles, fakeArcFace().smileCount, &result->smiles);
-    result->IFaceNumber = !gAnswers ? fakeArcFace().examined : how < 4 ? faces->count : absurd(how / 4);
+    result->ISmileNumber = rectangles(how, gFakeArcFace.smiles, gFakeArcFace.smileCount, &result->smiles);
+    result->IFaceNumber = !gAnswers ? gFakeArcFace.examined : how < 4 ? faces->count : absurd(how / 4);
     return call(
         named<SmileEngine>(manager, engine) + text(" frame %d ", *image->plane[0]) + input + (a || b ? " odd" : ""),
         how == 1 || how == 3 || !engine);

@@ -8,7 +8,7 @@
 
 namespace kov::test {
 
-/// How the fake behaves; one for all threads, reset by `resetFakeArcJpeg`.
+/// How the fake behaves; one for all threads.
 struct FakeArcJpeg {
     MRESULT createResult = 0;
     bool streamOpens = true;
@@ -18,7 +18,6 @@ struct FakeArcJpeg {
     MBITMAP lastBitmap = {};
 };
 
-FakeArcJpeg& fakeArcJpeg();
-void resetFakeArcJpeg();
+inline FakeArcJpeg gFakeArcJpeg;
 
 }  // namespace kov::test

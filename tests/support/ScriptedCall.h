@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <iterator>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -19,6 +21,12 @@ namespace kov::test {
 
 using Pixels = std::vector<uint8_t>;
 
+/// How a fake behaves; one for all threads, which only read it.
+struct Script {
+    std::map<std::string, int32_t> results;          // by operation; as usual where missing
+    std::function<void(const std::string&)> during;  // run within each call, with the operation's name
+};
+
 /// Numbers, each after a space.
 template <typename... Numbers>
 std::string spaced(Numbers... numbers) {
@@ -28,7 +36,7 @@ std::string spaced(Numbers... numbers) {
 /// Records the call, runs the test's `during` within it, and gives the result of the script, or else `result`. A test's
 /// record also tells of two threads that are in one library.
 template <typename Fake>
-int32_t scriptedCall(Fake& fake, const std::string& name, const std::string& recorded, int32_t result = 0) {
+int32_t scriptedCall(const Fake& fake, const std::string& name, const std::string& recorded, int32_t result = 0) {
     static std::mutex inside;
     const std::unique_lock alone(inside, std::try_to_lock);
     if (!alone.owns_lock())

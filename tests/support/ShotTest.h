@@ -8,7 +8,9 @@
 #include <utility>
 
 #include "shots/ShotCallbacks.h"
+#include "tests/support/FakeArcJpeg.h"
 #include "tests/support/FakeCameraHardware.h"
+#include "tests/support/FakeSystem.h"
 #include "tests/support/Handles.h"
 #include "tests/support/Recorder.h"
 #include "tests/support/Region.h"
@@ -42,6 +44,10 @@ public:
         int height = 0;
         hardware->params.getPreviewSize(&width, &height);
         return makeMemory(static_cast<size_t>(width) * height * 3 / 2, fill);
+    }
+    ~ShotTest() override {
+        resetFakeSystem();
+        gFakeArcJpeg = {};
     }
     /// Whatever a test does, nothing of a library's is left when its shot has gone.
     void TearDown() override {
