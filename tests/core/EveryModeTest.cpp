@@ -40,7 +40,7 @@ const struct Mode {
     {1002, "ShotPanorama", 1019, false, kSize, "ShotCommon", INVALID_OPERATION, {1019, 1019, 1022, 1019, 1020, 1019}},
     {1003, "ShotSmile", 1017, true, kSize, "ShotSmile", INVALID_OPERATION, {1017, 1018, 1017}},
     {1006, "ShotSelf", 0, true, kSize, "ShotSelf", NO_ERROR, {}},
-    {1009, "ShotAddMe", 1034, true, kSize, "ShotAddMe", NO_ERROR, {1035, 1037, 1034, 1037, 1033, 1034, 1035}},
+    {1009, "ShotAddMe", 1034, true, kSize, "ShotAddMe", NO_ERROR, {1035, 1037, 1034, 1038, 1033, 1034, 1035}},
     {1010, "ShotAction", 1029, false, kSize, "ShotAction", NO_ERROR, {1029, 1031, 1029, 1031, 1030}},
     {1013, "ShotCartoon", 0, true, kSize, "ShotCommon", INVALID_OPERATION, {}},
 };
