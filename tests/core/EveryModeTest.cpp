@@ -12,7 +12,6 @@
 #include "tests/panorama/FakePanoraMax.h"
 #include "tests/smile/FakeArcFace.h"
 #include "tests/support/FakeCaps.h"
-#include "tests/support/LongWork.h"
 #include "tests/support/ShotTest.h"
 
 using namespace android;
@@ -170,18 +169,24 @@ TEST_F(EveryModeTest, ASwitchOrACommandEndsLongWorkAtItsNextStep) {
             make(mode);
             for (const int32_t command : before)
                 command ? (void)shot->sendCommand(command, 0, 0) : picture();
-            LongWork longWork;
             // Nothing comes to an end by itself.
             gFakePanoraMax.progress = {30};
             gFakePlusMe.progress = gFakeActionShot.progress = {50};
             gFakeCaps.endless = true;
             gFakeCaps.total = 20;
-            gFakePanoraMax.during = gFakePlusMe.during = gFakeActionShot.during = gFakeCaps.during =
-                [&, name = std::string(step)](const std::string& call) { call == name ? longWork.step() : void(); };
-            const auto prepare = [&] { end ? void() : shot->setCallbacks(nullptr, nullptr, nullptr, nullptr); };
-            EXPECT_EQ(
-                longWork.stepsAfter(work, prepare, [&] { end ? (void)shot->sendCommand(end, 0, 0) : retireShot(); }),
-                0);
+            int steps = 0;
+            std::jthread ending;
+            gFakePanoraMax.during = gFakePlusMe.during = gFakeActionShot.during =
+                gFakeCaps.during = [&, name = std::string(step), end = end](const std::string& call) {
+                    if (call != name || ++steps != 3)
+                        return;
+                    if (!end)
+                        shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
+                    ending = startUntilItWaits([&, end] { end ? (void)shot->sendCommand(end, 0, 0) : retireShot(); });
+                };
+            work();
+            ending.join();
+            EXPECT_EQ(steps, 3);
         }
     }
 }
