@@ -99,10 +99,7 @@ TEST_F(ShotActionTest, SetsTheLibraryUpWithAsMuchMemoryAsThereIs) {
         gFakeActionShot.results = {{"Initialize", each.initialized}};
         gFakeActionShot.noHandle = each.noHandle;
         fakeSystem().allowsMemory = [&](size_t size) { return size <= each.most; };
-        makeShot();
-        Lines lines = recorder.take();
-        lines.erase(lines.begin(), std::find(lines.begin(), lines.end(), "I ShotAction: ShotAction created: pid=PID"));
-        EXPECT_EQ(lines, Lines{"I ShotAction: ShotAction created: pid=PID"} + each.made + Lines{"hw.setCallbacks"});
+        EXPECT_EQ(made(), each.made + Lines{"hw.setCallbacks"});
         if (each.gone.empty()) {  // and a start without an engine
             command(1029);
             command(1030);
@@ -206,14 +203,8 @@ TEST_F(ShotActionTest, ACommandFromWithinAMessageOfTheResult) {
 
 TEST_F(ShotActionTest, AStartThatWaitsForACancelCanBeStopped) {
     start({1029, 1031, 0});
-    std::jthread starting;
-    gFakeActionShot.during = [&](auto& call) {
-        if (call == "CancelSeries" && !starting.joinable())
-            starting = startUntilItWaits([&] { command(1029); });
-    };
-    command(1030);
-    starting.join();
-    gFakeActionShot.during = nullptr;
+    runMeeting(
+        gFakeActionShot, "CancelSeries", [&] { command(1030); }, [&] { command(1029); });
     command(1031);
     taken();
     EXPECT_EQ(afterFrame(), kStopped);

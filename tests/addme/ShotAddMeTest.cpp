@@ -56,14 +56,6 @@ protected:
         gFakePlusMe = {};
     }
 
-    /// What a new shot does.
-    Lines made() {
-        retireShot();
-        recorder.take();
-        makeShot();
-        const Lines lines = recorder.take();
-        return {std::find(lines.begin(), lines.end(), "I ShotAddMe: ShotAddMe created: pid=PID") + 1, lines.end()};
-    }
     Lines command(int32_t code, int32_t arg1 = 0) {
         EXPECT_EQ(shot->sendCommand(code, arg1, 0), NO_ERROR);
         return recorder.take();
@@ -263,11 +255,6 @@ TEST_F(ShotAddMeTest, FramesAlternateBetweenTwoSlotsOfItsOwn) {
     EXPECT_EQ(anew->getSize(), 2 * (kFrame + 1));
     inSlot(makeMemory(kFrame + 1, 8), 1, larger);
     EXPECT_EQ(shot->getPreviewHeap().get(), anew.get());
-    const char* const small =
-        "E ShotAddMe: a preview frame of 1000 bytes is smaller than 640 x 480; "
-        "such frames are passed on as they are";
-    inSlot(makeMemory(1000), 0, (Lines{small, "app.data 0x10 1000"}));
-    inSlot(makeMemory(1000), 1, Lines{"app.data 0x10 1000"});
     gFakePlusMe.results["StartCapture"] = 9;
     EXPECT_EQ(command(1034), kStarted + kError + Lines{"E ShotAddMe: Failed to start series. status 9"});
     inSlot(makeMemory(kFrame), 0, Lines{"E ShotAddMe: we are not capturing"} + kFrameShown);

@@ -53,10 +53,8 @@ protected:
         return lines;
     }
     void deliver(uint32_t status, uint8_t fill = 0) {
-        int width = 0, height = 0;
-        hardware->params.getPreviewSize(&width, &height);
         gFakePanoraMax.status.status = status;
-        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(static_cast<size_t>(width) * height * 3 / 2, fill));
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame(fill));
     }
     Lines frame(uint32_t status = 1, uint8_t fill = 0) {
         deliver(status, fill);
@@ -353,14 +351,9 @@ TEST_F(ShotPanoramaTest, AStartOrStopFromAnotherThreadWaitsForOneStepOfTheStitch
     for (const int32_t code : {1019, 1020}) {
         capture({10, 20, 30, 40, 50, 60, 70, 80, 90, 100});
         const std::string step = text("px_createPanorama #%d", static_cast<int>(gFakePanoraMax.made));
-        std::jthread commanding;
-        gFakePanoraMax.during = [&](const std::string& name) {
-            if (name == "px_createPanorama" && !commanding.joinable())
-                commanding = startUntilItWaits([this, code] { EXPECT_EQ(shot->sendCommand(code, 0, 0), NO_ERROR); });
-        };
-        shot->sendCommand(1020, 0, 0);
-        commanding.join();
-        gFakePanoraMax.during = nullptr;
+        runMeeting(
+            gFakePanoraMax, "px_createPanorama", [&] { shot->sendCommand(1020, 0, 0); },
+            [&] { shot->sendCommand(code, 0, 0); });
         const Lines lines = taken();
         EXPECT_EQ(count(lines, step), 10);
         EXPECT_EQ(count(lines, "app.data 0x100 4"), 1);
@@ -371,18 +364,14 @@ TEST_F(ShotPanoramaTest, AStartOrStopFromAnotherThreadWaitsForOneStepOfTheStitch
 
 TEST_F(ShotPanoramaTest, WhatWaitedForACancelIsNotOfTheFreshInstance) {
     capture();
-    std::jthread waiting;
-    gFakePanoraMax.during = [&](const std::string& name) {
-        if (name == "px_abort")
-            waiting = startUntilItWaits([&] { deliver(2); });
-    };
-    Lines all = command(1022);
-    waiting.join();  // it may have come through before the command returned
+    Lines all;
+    runMeeting(
+        gFakePanoraMax, "px_abort", [&] { all = command(1022); }, [&] { deliver(2); });
+    // It may have come through before the command returned.
     all = all + taken();
     EXPECT_EQ(std::count(all.begin(), all.end(), passed[0]), 1);
     EXPECT_EQ(std::ranges::count_if(all, [](const auto& line) { return line.starts_with("px_handleFrame"); }), 0);
     // A cancel from within 0xC00: the frame is not the first of anything.
-    gFakePanoraMax.during = nullptr;
     command(1019);
     Lines told;
     whileNotified = [&](int32_t type, int32_t) {

@@ -68,9 +68,7 @@ protected:
         gFakeArcFace.made.clear();
         hardware->params.setPreviewSize(width, height);
         hardware->params.setPreviewFormat(format);
-        makeShot();
-        const Lines lines = recorder.take();
-        return {std::find(lines.begin(), lines.end(), "I ShotSmile: ShotSmile created: pid=PID") + 1, lines.end()};
+        return made();
     }
     void start() {
         EXPECT_EQ(shot->sendCommand(1017, 0, 0), NO_ERROR);
@@ -85,13 +83,8 @@ protected:
     }
     /// A frame as the application gets it.
     std::vector<uint8_t> frame(uint8_t fill = 0) {
-        deliver(fill);
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame(fill));
         return bytesOf(lastData);
-    }
-    void deliver(uint8_t fill = 0) {
-        int width = 0, height = 0;
-        hardware->params.getPreviewSize(&width, &height);
-        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(static_cast<size_t>(width) * height * 3 / 2, fill));
     }
     Lines framed() {
         frame();
@@ -322,13 +315,8 @@ TEST_F(ShotSmileTest, OneRunTellsOnceWhicheverThreadsTheFramesComeOn) {
     make();
     start();
     show(1);
-    std::jthread second;
-    gFakeArcFace.during = [&](const std::string& name) {
-        if (name == "ASSD_SmileDetect")
-            second = startUntilItWaits([&] { deliver(); });
-    };
-    deliver();
-    second.join();
+    runMeeting(
+        gFakeArcFace, "ASSD_SmileDetect", [&] { frame(); }, [&] { frame(); });
     const Lines lines = recorder.take();
     for (const Lines& once : {Lines{"app.notify 0x2200 0 0"}, success(1, 1), Lines{looked()[1]}})
         EXPECT_EQ(std::count(lines.begin(), lines.end(), once[0]), 1);
@@ -338,17 +326,12 @@ TEST_F(ShotSmileTest, AFrameInTheEnginesHasTheSizeThatTheyWereMadeFor) {
     make(640, 120);
     start();
     show(2);
-    std::jthread restarting;
-    gFakeArcFace.during = [&](const std::string& name) {
-        if (name != "AMFPAF_FaceFeatureDetect" || restarting.joinable())
-            return;
-        restarting = startUntilItWaits([&] {
+    runMeeting(
+        gFakeArcFace, "AMFPAF_FaceFeatureDetect", [&] { frame(); },
+        [&] {
             hardware->params.setPreviewSize(160, 120);
             EXPECT_EQ(shot->startPreview(), NO_ERROR);
         });
-    };
-    frame();
-    restarting.join();
     EXPECT_EQ(recorder.take(kThick).size(), 2U);
 }
 

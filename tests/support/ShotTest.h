@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <mutex>
 #include <utility>
@@ -28,6 +29,15 @@ public:
         shot = android::makeShot<Mode>(hardware);
         if (hardware.get())
             shot->setCallbacks(onNotify, onData, onDataTimestamp, this);
+    }
+    /// A new shot in place of the one before; what is recorded after the line that tells of it.
+    Lines made() {
+        retireShot();
+        recorder.take();
+        makeShot();
+        const Lines lines = recorder.take();
+        const std::string created = text("I %s: %s created: pid=PID", Mode::kTag, Mode::kTag);
+        return {std::find(lines.begin(), lines.end(), created) + 1, lines.end()};
     }
     void retireShot() {
         if (Mode* old = std::exchange(shot, nullptr))

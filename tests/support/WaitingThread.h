@@ -49,4 +49,18 @@ std::jthread startUntilItWaits(Work work) {
     return thread;
 }
 
+/// Runs `work`. Within its first call of a fake's operation `other` begins on a thread of its own, and comes as far as
+/// it can.
+template <typename Fake, typename Work, typename Other>
+void runMeeting(Fake& fake, const std::string& operation, Work work, Other other) {
+    std::jthread thread;
+    fake.during = [&](const std::string& name) {
+        if (name == operation && !thread.joinable())
+            thread = startUntilItWaits(other);
+    };
+    work();
+    thread.join();
+    fake.during = nullptr;
+}
+
 }  // namespace kov::test
