@@ -94,7 +94,6 @@ TEST_F(ShotActionTest, SetsTheLibraryUpWithAsMuchMemoryAsThereIs) {
                  {0, SIZE_MAX, 1, false, {"E ShotAction: unexpected Init(0, 48)\\n"}, {}},
                  {-64, SIZE_MAX, 1, false, {"E ShotAction: unexpected Init(-64, 48)\\n"}, {}}};
     for (const auto& each : cases) {
-        SCOPED_TRACE(::testing::PrintToString(each.made));
         hardware->params.setPreviewSize(each.width, 48);
         gFakeActionShot.results = {{"Initialize", each.initialized}};
         gFakeActionShot.noHandle = each.noHandle;

@@ -174,7 +174,6 @@ TEST_F(ShotAddMeTest, EachStepOfTheSetUpMayFail) {
     };
     made();
     for (const auto& failing : cases) {
-        SCOPED_TRACE(::testing::PrintToString(failing.expected));
         failing.prepare(gFakePlusMe);
         fakeSystem().allowsMemory = [&](size_t size) { return size <= failing.mostMemory; };
         EXPECT_EQ(command(1033), kFreed + failing.expected);

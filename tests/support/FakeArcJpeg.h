@@ -12,7 +12,6 @@ namespace kov::test {
 struct FakeArcJpeg {
     MRESULT createResult = 0;
     bool streamOpens = true;
-    MRESULT saveResult = 0;
     std::string jpeg = "JPEG";         // what a save leaves in the stream
     std::function<void()> duringSave;  // run within a save
     MBITMAP lastBitmap = {};

@@ -20,22 +20,8 @@ bool waitUntil(Done done) {
     return done();
 }
 
-/// Returns when the thread of this id sleeps, or has ended. It may sleep for a moment on its way, above all under an
-/// emulator: it must be found sleeping as often as `looks` says, in a row.
-inline void waitUntilItWaits(pid_t thread, int looks = 1) {
-    for (int found = 0; found < looks; std::this_thread::sleep_for(std::chrono::milliseconds(1))) {
-        std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
-        if (!file)
-            return;
-        std::string state;
-        for (std::string name; file >> name && name.back() != ')';) {
-        }
-        file >> state;
-        found = state == "S" ? found + 1 : 0;
-    }
-}
-
-/// Starts a thread and returns when it waits for something, or has ended.
+/// Starts a thread and returns when it waits for something, or has ended. It may sleep for a moment on its way, above
+/// all under an emulator: it must be found sleeping 20 times in a row.
 template <typename Work>
 std::jthread startUntilItWaits(Work work) {
     const auto id = std::make_shared<std::atomic<pid_t>>(0);
@@ -45,7 +31,16 @@ std::jthread startUntilItWaits(Work work) {
         work();
     });
     id->wait(0);
-    waitUntilItWaits(*id, 20);
+    for (int found = 0; found < 20; std::this_thread::sleep_for(std::chrono::milliseconds(1))) {
+        std::ifstream file("/proc/self/task/" + std::to_string(*id) + "/stat");
+        if (!file)
+            break;
+        std::string state;
+        for (std::string name; file >> name && name.back() != ')';) {
+        }
+        file >> state;
+        found = state == "S" ? found + 1 : 0;
+    }
     return thread;
 }
 
