@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <map>
 #include <tuple>
 #include <vector>
 
@@ -62,24 +61,15 @@ public:
 };
 
 TEST(OverlayTest, ColoursAreTruncated) {
-    const std::map<uint32_t, Places> cases = {{0x00FF00, {149, 43, 21}},
-                                              {0x0099FF, {118, 204, 43}},
-                                              {0xFF0000, {76, 84, 255}},
-                                              {0x000000, {0, 128, 128}},
-                                              {0xFFFFFF, {255, 128, 127}},
-                                              {0xAB00FF00, {149, 43, 21}},
-                                              // those that come out otherwise where a product is added unrounded
-                                              {0x002828, {28, 134, 107}},
-                                              {0x004E97, {63, 177, 83}},
-                                              {0x1B9B9B, {116, 149, 64}},
-                                              {0x34E2EB, {175, 161, 40}},
-                                              {0x6AD4B7, {176, 131, 77}},
-                                              {0x828200, {115, 63, 138}},
-                                              {0xDEDE1A, {199, 29, 143}},
-                                              {0xF5F51D, {220, 20, 145}}};
-    for (const auto& [rgb, expected] : cases) {
-        const OverlayColor color = overlayColor(rgb);
-        EXPECT_EQ((Places{color.y, color.c1, color.c2}), expected) << std::hex << rgb;
+    // From 0x002828 on: those that come out otherwise where a product is added unrounded.
+    const int32_t cases[][4] = {{0x00FF00, 149, 43, 21},  {0x0099FF, 118, 204, 43},  {0xFF0000, 76, 84, 255},
+                                {0x000000, 0, 128, 128},  {0xFFFFFF, 255, 128, 127}, {0x7B00FF00, 149, 43, 21},
+                                {0x002828, 28, 134, 107}, {0x004E97, 63, 177, 83},   {0x1B9B9B, 116, 149, 64},
+                                {0x34E2EB, 175, 161, 40}, {0x6AD4B7, 176, 131, 77},  {0x828200, 115, 63, 138},
+                                {0xDEDE1A, 199, 29, 143}, {0xF5F51D, 220, 20, 145}};
+    for (const auto& [rgb, y, c1, c2] : cases) {
+        const OverlayColor color = overlayColor(static_cast<uint32_t>(rgb));
+        EXPECT_EQ(std::tuple(color.y, color.c1, color.c2), std::tuple(y, c1, c2)) << std::hex << rgb;
     }
 }
 
