@@ -284,47 +284,41 @@ TEST_F(ShotContinuousTest, WhatComesWhileAFrameIsHeldBackDecidesAboutIt) {
     }
 }
 
-TEST_F(ShotContinuousTest, ATerminateAtEachPointOfTheEncodersLoop) {
+TEST_F(ShotContinuousTest, ATerminateInEachPauseOfTheEncoderAndWithinEachMessageOfABurst) {
     const size_t heapsBefore = kov::host::liveHeaps();
-    for (int at = 0; at <= 3; ++at) {  // in pause N, N frames are encoded
-        SCOPED_TRACE(at);
-        const bool late = at == 3;  // the burst completes, and the flag stays for the next burst to clear
-        const std::string end = late ? kDone : text("E ShotContinuous: encodeCSPreview2Jpeg() -exit: %d\\n", at);
-        clock.onPause = [&](int pause) { pause == at ? command(1025) : void(); };
-        EXPECT_EQ(only(burst(3, end), {"app.data 0x100", "E ShotContinuous: encodeCSPreview2Jpeg() -exit", kDone}),
-                  Lines(at, "app.data 0x100 4") + Lines{end});
-        for (int i = 0; i < 5000 && !late && ShotContinuous::encoderKillFlag != 0; ++i)  // cleared after the line
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        EXPECT_EQ(ShotContinuous::encoderKillFlag != 0, late);
-        clock.onPause = {};
-        expectCleanBurst();
+    const std::string exit = "E ShotContinuous: encodeCSPreview2Jpeg() -exit";
+    const struct {
+        int pause;     // with so many frames encoded
+        int32_t type;  // or of the message
+        std::string end;
+        int pictures;
+    } cases[] = {{0, 0, exit + ": 0\\n", 0},      {1, 0, exit + ": 1\\n", 1},
+                 {2, 0, exit + ": 2\\n", 2},      {3, 0, kDone, 3},
+                 {-1, 0xE00, "1024, 0, 0", 0},    {-1, 0x1000, "1024, 0, 0", 0},
+                 {-1, 0x100, exit + ": 1\\n", 1}, {-1, 0x2800, kDone, 3}};
+    for (const auto& [at, type, end, pictures] : cases) {
+        for (int terminates = 1; terminates <= (type ? 2 : 1); ++terminates) {
+            SCOPED_TRACE(text("%d times in pause %d, within 0x%X", terminates, at, type));
+            const auto terminate = [&] {
+                for (int i = 0; i < terminates; ++i)
+                    command(1025);
+            };
+            clock.onPause = [&, at = at](int pause) { pause == at ? terminate() : void(); };
+            actWithin(type, terminate);
+            EXPECT_EQ(only(burst(3, end), {"app.data 0x100", exit.c_str(), kDone}),
+                      Lines(pictures, "app.data 0x100 4") + (end[0] == '1' ? Lines{} : Lines{end}));
+            clock.onPause = {};
+            actWithin(0, {});
+            if (end.starts_with(exit))  // cleared after the line
+                waitUntil([] { return ShotContinuous::encoderKillFlag == 0; });
+            // Where no encoder comes to it, it stays for the next burst to clear.
+            EXPECT_EQ(ShotContinuous::encoderKillFlag != 0, at == 3 || type == 0x1000);
+            expectCleanBurst();
+        }
     }
     retireShot();
     lastData.clear();
     EXPECT_EQ(kov::host::liveHeaps(), heapsBefore);
-}
-
-TEST_F(ShotContinuousTest, ATerminateFromWithinEachMessageOfABurst) {
-    const std::string exit = "E ShotContinuous: encodeCSPreview2Jpeg() -exit: 1\\n";
-    const std::vector<std::tuple<int32_t, std::string, Lines>> cases = {
-        // the message, the end and what comes until it
-        {0xE00, "1024, 0, 0", {}},
-        {0x1000, "1024, 0, 0", {}},
-        {0x100, exit, {"app.data 0x100 4", exit}},
-        {0x2800, kDone, {"app.data 0x100 4", "app.data 0x100 4", kDone}}};
-    for (const auto& [type, end, lines] : cases) {
-        for (const int terminates : {1, 2}) {
-            SCOPED_TRACE(text("%d times within 0x%X", terminates, type));
-            actWithin(type, [&] {
-                for (int i = 0; i < terminates; ++i)
-                    command(1025);
-            });
-            EXPECT_EQ(only(burst(2, end), {"app.data 0x100", "E ShotContinuous: encodeCSPreview2Jpeg() -exit", kDone}),
-                      lines);
-            actWithin(0, {});
-            expectCleanBurst();
-        }
-    }
 }
 
 TEST_F(ShotContinuousTest, AShotThatGoesAwayTakesItsEncoderAlong) {
