@@ -2,7 +2,6 @@
 
 #include "shots/action/ShotAction.h"
 
-#include <algorithm>
 #include <thread>
 
 #include "imaging/Overlay.h"

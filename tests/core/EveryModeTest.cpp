@@ -86,6 +86,10 @@ TEST_F(EveryModeTest, WhatIsMissingIsToldAndPassedOn) {
         EXPECT_EQ(data(CAMERA_MSG_PREVIEW_FRAME, nullptr),
                   (mode.refusesNull ? refused : Lines{}) + Lines{"app.data 0x10 null"});
         EXPECT_EQ(data(CAMERA_MSG_RAW_IMAGE, makeMemory(3)), Lines{"app.data 0x80 3"});
+        if (mode.code == 1009 || mode.code == 1013) {  // they work on pictures
+            EXPECT_EQ(data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(0)), refused + Lines{"app.data 0x100 0"});
+            EXPECT_EQ(data(CAMERA_MSG_COMPRESSED_IMAGE, makeLyingRegion(12)), refused + Lines{"app.data 0x100 12"});
+        }
         const std::tuple<sp<IMemory>, Look, const char*> frames[] = {
             {makeMemory(0), kRegion, "has no memory"},
             {new MemoryBase(nullptr, 0, 0), kRegion, ""},

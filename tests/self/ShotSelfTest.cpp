@@ -326,7 +326,7 @@ TEST_F(ShotSelfTest, ASwitchDuringAPictureEndsItAndRestoresTheFormat) {
         switchAway();
         EXPECT_STREQ(hardware->params.getPictureFormat(), "jpeg");
     };
-    std::thread switcher;
+    std::jthread switcher;
     const std::tuple<const char*, std::function<void()>, size_t, Lines> cases[] = {
         {"before its thread begins", restored, 0, {}},
         {"while the format is changed", [&] { hardware->during["setParameters"] = [&] { retireShot(); }; }, 0, {}},
@@ -342,12 +342,8 @@ TEST_F(ShotSelfTest, ASwitchDuringAPictureEndsItAndRestoresTheFormat) {
         {"from another thread while it is rendered",
          [&] {
              gFakeCaps.during = [&](const std::string& name) {
-                 if (name != "render")
-                     return;
-                 ShotGate& gate = shot->gate();
-                 switcher = std::thread(restored);
-                 while (ShotGate::Entry(gate))
-                     std::this_thread::yield();
+                 if (name == "render")
+                     switcher = startUntilItWaits(restored);
              };
          },
          0,
@@ -362,8 +358,7 @@ TEST_F(ShotSelfTest, ASwitchDuringAPictureEndsItAndRestoresTheFormat) {
         whileReceiving = [&, size = retiredBy] { lastData->size() == size ? restored() : void(); };
         disturb();
         EXPECT_EQ(runThread("app.data"), delivered);
-        if (switcher.joinable())
-            switcher.join();
+        switcher = {};
         EXPECT_EQ(shot, nullptr);
         EXPECT_STREQ(hardware->params.getPictureFormat(), "jpeg");
         EXPECT_EQ(handlesOwed(), "");

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <climits>
 #include <set>
-#include <thread>
 
 #include "tests/smile/FakeArcFace.h"
 #include "tests/support/ShotTest.h"
