@@ -1,4 +1,4 @@
-// libActionShot.so for unit tests: records its calls and answers from a script.
+// libActionShot.so for tests: records its calls and answers from a script.
 
 #include "tests/action/FakeActionShot.h"
 
@@ -11,34 +11,36 @@ using namespace kov::test;
 
 namespace {
 
-char gHandles[1000];
-size_t gMade = 0;
-ActionShot_Handle gEngine = nullptr;  // the living one
+struct Engine {
+    Pixels image;
+};
+
+int32_t call(const std::string& arguments, bool fails, const char* from) {
+    const std::string name = from + std::strlen("ActionShot_");
+    return scriptedCall(gFakeActionShot, name, "as." + name + arguments, !fails);
+}
 
 /// The operation is the one that this is called from.
-int32_t call(ActionShot_Handle engine, const std::string& arguments = "", const char* from = __builtin_FUNCTION()) {
-    const std::string name = from + std::strlen("ActionShot_");
-    return scriptedCall(fakeActionShot(), name, "as." + name + (engine == gEngine ? "" : " wrong engine") + arguments,
-                        1);
+int32_t call(ActionShot_Handle engine, const std::string& arguments = "", bool fails = false,
+             const char* from = __builtin_FUNCTION()) {
+    use<Engine>(engine);
+    return call(arguments, fails, from);
 }
 
 }  // namespace
 
-FakeActionShot& kov::test::fakeActionShot() {
-    static FakeActionShot fake;
-    return fake;
-}
-
 void ActionShot_SetMemoryFunctions(const ActionShot_MemoryFunctions* functions) {
-    call(gEngine, functions->copy == std::memcpy && functions->set == std::memset ? "" : " odd");
+    call(functions->copy == std::memcpy && functions->set == std::memset ? "" : " odd", false, __func__);
 }
 
 int32_t ActionShot_Initialize(ActionShot_Handle* engine, int32_t width, int32_t height, void* work_memory,
                               uint32_t work_memory_size) {
     if (work_memory)
-        std::memset(work_memory, 1, work_memory_size);
-    *engine = gEngine = fakeActionShot().noHandle ? nullptr : &gHandles[gMade++];  // also on a failure
-    return call(*engine, text(" %dx%d %s %u", width, height, work_memory ? "memory" : "null", work_memory_size));
+        static_cast<uint8_t*>(work_memory)[work_memory_size - 1] = 1;
+    const uint32_t how = gFakeActionShot.noHandle ? 2 : ask();
+    const int32_t result = call(text(" %dx%d %s %u", width, height, work_memory ? "memory" : "null", work_memory_size),
+                                how == 1, __func__);
+    return make<Engine>(result ? how : 3, engine);  // a handle also on a failure
 }
 
 void ActionShot_SetResolution(ActionShot_Handle engine, int32_t width, int32_t height) {
@@ -55,13 +57,13 @@ void ActionShot_SetConfigurationParameter(ActionShot_Handle engine, int32_t para
 
 int32_t ActionShot_SetTempMemory(ActionShot_Handle engine, uint8_t** blocks, int32_t count, int32_t size) {
     for (uint8_t** block = blocks; block != blocks + count; ++block)
-        std::memset(*block, 2, static_cast<size_t>(size));
+        (*block)[size - 1] = 2;
     const size_t distinct = std::set(blocks, blocks + count).size();
-    return call(engine, text(" %zu of %d x %d", distinct, count, size));
+    return call(engine, text(" %zu of %d x %d", distinct, count, size), ask());
 }
 
 int32_t ActionShot_UnsetTempMemory(ActionShot_Handle engine) {
-    return call(engine);
+    return call(engine, "", ask());
 }
 
 void ActionShot_CancelSeries(ActionShot_Handle engine) {
@@ -69,38 +71,50 @@ void ActionShot_CancelSeries(ActionShot_Handle engine) {
 }
 
 int32_t ActionShot_StartSeries(ActionShot_Handle engine) {
-    return call(engine);
+    return call(engine, "", ask());
 }
 
 int32_t ActionShot_IsConnected(ActionShot_Handle engine) {
-    call(engine);
-    return engine == gEngine;
+    return numberOf(ask(), call(engine));
 }
 
 int32_t ActionShot_HandleFrame(ActionShot_Handle engine, const OPT_API_ASImage* frame) {
     call(engine, described(*frame));
-    return fakeActionShot().frameResult;
+    touch(*frame);
+    const uint32_t how = ask();
+    if (!gAnswers)
+        return gFakeActionShot.frameResult;
+    return how == 1 ? 9 : how < 5 ? static_cast<int32_t>(std::max(how, 1U) - 1) : absurd(how);
 }
 
 void ActionShot_GetAcquisitionDisplayData(ActionShot_Handle engine, ActionShot_DisplayData* data) {
-    *data = engine == gEngine ? fakeActionShot().display : ActionShot_DisplayData();
+    use<Engine>(engine);
+    const uint32_t how = ask();
+    *data = gFakeActionShot.display;
+    if (!gAnswers)
+        return;
+    data->count = how < 2 ? static_cast<int32_t>(2 - how) : how % 2 ? absurd(how) : static_cast<int32_t>(how % 130);
+    for (int i = 0; i < 128; ++i)
+        data->entries[i] = {i + static_cast<int32_t>(how), 3, how > 8 ? absurd(how + i) : i + 20,
+                            how > 16 ? absurd(how / 2) : 30, i % 3};
 }
 
 int32_t ActionShot_AcquisitionProgress(ActionShot_Handle engine) {
-    return engine == gEngine ? 42 : -1;
+    return use<Engine>(engine) ? numberOf(ask(), 42) : 0;
 }
 
 int32_t ActionShot_CreateResult(ActionShot_Handle engine, int32_t* progress, OPT_API_ASImage* result) {
-    auto& answers = fakeActionShot().progress;
-    const bool last = answers.size() == 1;
+    const uint32_t how = ask();
+    const bool last = gFakeActionShot.progress.size() == 1 && !gAnswers;
     const int32_t before = *progress;
-    *progress = answers.front();
-    answers.erase(answers.begin(), answers.begin() + !last);
-    *result = fakeActionShot().result;
-    return call(engine, text(" from %d", before)) && (!last || (*progress < 100 && !fakeActionShot().endsEarly));
+    *progress = how % 6 == 5 ? 100 : progressOf(gFakeActionShot.progress, how, before, 34);
+    show(how < 5 ? 0 : how == 11 ? 2 : how, gFakeActionShot.result, use<Engine>(engine)->image, result);
+    return call(engine, text(" from %d", before), how == 1) &&
+           (!last || (*progress < 100 && !gFakeActionShot.endsEarly));
 }
 
 void ActionShot_Finalize(ActionShot_Handle* engine) {
     call(*engine);
-    gEngine = nullptr;
+    giveBack<Engine>(*engine);
+    *engine = nullptr;
 }

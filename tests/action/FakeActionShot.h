@@ -1,28 +1,24 @@
-// libActionShot.so for unit tests: records its calls and answers from a script.
+// libActionShot.so for tests: records its calls and answers from a script.
 #pragma once
 
 #include <actionshot/actionshot.h>
 
-#include <functional>
-#include <map>
-#include <string>
 #include <vector>
+
+#include "tests/support/ScriptedCall.h"
 
 namespace kov::test {
 
-/// Each engine has a handle of its own; a call with another one is recorded as "wrong engine".
-struct FakeActionShot {
-    std::map<std::string, int32_t> results;  // by operation, in place of success
-    bool noHandle = false;                   // an engine is made without one
-    int32_t frameResult = 1;                 // of the next frames
-    std::vector<int32_t> progress = {100};   // of the steps of the result; the last one from then on
-    bool endsEarly = false;                  // the last step says that there is no further one, whatever its progress
+struct FakeActionShot : Script {
+    bool noHandle = false;                  // an engine is made without one
+    int32_t frameResult = 1;                // of the next frames
+    std::vector<int32_t> progress = {100};  // of the steps of the result; the last one from then on
+    bool endsEarly = false;                 // the last step says that there is no further one, whatever its progress
     ActionShot_DisplayData display = {};
     std::vector<uint8_t> image = std::vector<uint8_t>(64 * 48 * 3 / 2);
     OPT_API_ASImage result = {0, 64, 48, {image.data(), nullptr, nullptr}};
-    std::function<void(const std::string&)> during;  // run within an operation
 };
 
-FakeActionShot& fakeActionShot();
+inline FakeActionShot gFakeActionShot;
 
 }  // namespace kov::test

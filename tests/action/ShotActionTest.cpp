@@ -2,19 +2,11 @@
 
 #include "shots/action/ShotAction.h"
 
-#include <algorithm>
-#include <array>
-#include <atomic>
-#include <chrono>
 #include <thread>
 
 #include "imaging/Overlay.h"
 #include "tests/action/FakeActionShot.h"
-#include "tests/support/FakeArcJpeg.h"
-#include "tests/support/FakeSystem.h"
-#include "tests/support/LongWork.h"
 #include "tests/support/ShotTest.h"
-#include "tests/support/WaitingThread.h"
 
 using namespace android;
 using namespace kov::test;
@@ -46,13 +38,8 @@ const Lines kStopped = kStopping + created(0, 100) + kEncoded + kMade + kDeliver
 class ShotActionTest : public ShotTest<ShotAction> {
 protected:
     ShotActionTest() {
-        resetFakeArcJpeg();
-        fakeActionShot() = {};
+        gFakeActionShot = {};
         hardware->params.setPreviewSize(64, 48);
-    }
-    ~ShotActionTest() override {
-        retireShot();
-        resetFakeSystem();
     }
 
     void command(int32_t code) { EXPECT_EQ(shot->sendCommand(code, 0, 0), NO_ERROR); }
@@ -106,15 +93,11 @@ TEST_F(ShotActionTest, SetsTheLibraryUpWithAsMuchMemoryAsThereIs) {
                  {0, SIZE_MAX, 1, false, {"E ShotAction: unexpected Init(0, 48)\\n"}, {}},
                  {-64, SIZE_MAX, 1, false, {"E ShotAction: unexpected Init(-64, 48)\\n"}, {}}};
     for (const auto& each : cases) {
-        SCOPED_TRACE(::testing::PrintToString(each.made));
         hardware->params.setPreviewSize(each.width, 48);
-        fakeActionShot().results = {{"Initialize", each.initialized}};
-        fakeActionShot().noHandle = each.noHandle;
+        gFakeActionShot.results = {{"Initialize", each.initialized}};
+        gFakeActionShot.noHandle = each.noHandle;
         fakeSystem().allowsMemory = [&](size_t size) { return size <= each.most; };
-        makeShot();
-        Lines lines = recorder.take();
-        lines.erase(lines.begin(), std::find(lines.begin(), lines.end(), "I ShotAction: ShotAction created: pid=PID"));
-        EXPECT_EQ(lines, Lines{"I ShotAction: ShotAction created: pid=PID"} + each.made + Lines{"hw.setCallbacks"});
+        EXPECT_EQ(made(), each.made + Lines{"hw.setCallbacks"});
         if (each.gone.empty()) {  // and a start without an engine
             command(1029);
             command(1030);
@@ -124,7 +107,7 @@ TEST_F(ShotActionTest, SetsTheLibraryUpWithAsMuchMemoryAsThereIs) {
         EXPECT_EQ(recorder.take(), Lines{"I ShotAction: ShotAction destroyed: pid=PID"} + each.gone +
                                        Lines{"I ShotCommon: ShotCommon destroyed: pid=PID"});
     }
-    fakeActionShot() = {};
+    gFakeActionShot = {};
     fakeSystem().allowsMemory = nullptr;
     hardware->params.setPreviewSize(1, 1);
     makeShot();
@@ -137,18 +120,17 @@ TEST_F(ShotActionTest, TheLibrarySaysWhatBecomesOfAFrameAndEndsTheSeries) {
     const Lines accepted = kHandled + Lines{"app.notify 0x1A00 0 0", "app.notify 0x1800 42 0"} + kShown;
     for (const auto& [result, lines] : {std::pair(0, accepted), {3, kFollowed}, {4, whole}, {-1, whole}}) {
         start({1029});
-        fakeActionShot().frameResult = result;
-        fakeActionShot().progress = {30, 70, 100};
+        gFakeActionShot.frameResult = result;
+        gFakeActionShot.progress = {30, 70, 100};
         EXPECT_EQ(afterFrame(), lines) << result;
     }
-    EXPECT_EQ(fakeArcJpeg().lastBitmap.pPlane[0], fakeActionShot().image.data());
-    EXPECT_EQ(fakeArcJpeg().lastBitmap.lWidth * 100 + fakeArcJpeg().lastBitmap.lHeight, 6448);
+    EXPECT_EQ(gFakeArcJpeg.lastBitmap.pPlane[0], gFakeActionShot.image.data());
+    EXPECT_EQ(gFakeArcJpeg.lastBitmap.lWidth * 100 + gFakeArcJpeg.lastBitmap.lHeight, 6448);
     hardware->params.set("jpeg-quality", 70);
     start({1029, 1031});
     frame();
-    EXPECT_EQ(recorder.take("AMCM_R")[0], "AMCM_RegisterEx 0x81002202 0x2000000 2 3 AJL2");
-    start({1029, 1031});
-    EXPECT_EQ(afterFrame()[4], "MdBitmapSaveEx 2 quality 90 0x70000002");
+    EXPECT_EQ(only(recorder.take(), {"AMCM_R", "MdB"}),
+              (Lines{"AMCM_RegisterEx 0x81002202 0x2000000 2 3 AJL2", "MdBitmapSaveEx 2 quality 90 0x70000002"}));
 }
 
 TEST_F(ShotActionTest, EveryCommandInEveryState) {
@@ -172,9 +154,9 @@ TEST_F(ShotActionTest, EveryCommandInEveryState) {
                                                  {{"hw.sendCommand 1031 0 0"}, each.frameAfter1031}};
         for (int32_t code = 1029; code <= 1031; ++code) {
             SCOPED_TRACE(text("%d when %s", code, each.state));
-            fakeActionShot().frameResult = each.frameResult;
+            gFakeActionShot.frameResult = each.frameResult;
             start(each.before);
-            fakeActionShot().frameResult = 1;
+            gFakeActionShot.frameResult = 1;
             command(code);
             EXPECT_EQ(taken(), given[code - 1029].first);
             EXPECT_EQ(afterFrame(), given[code - 1029].second);
@@ -217,31 +199,10 @@ TEST_F(ShotActionTest, ACommandFromWithinAMessageOfTheResult) {
     }
 }
 
-TEST_F(ShotActionTest, ASwitchAStartAndACancelEndTheResultAtItsNextStep) {
-    const std::pair<std::function<void()>, std::function<void()>> cases[] = {
-        {[&] { shot->setCallbacks(nullptr, nullptr, nullptr, nullptr); }, [&] { retireShot(); }},
-        {[] {}, [&] { command(1029); }},
-        {[] {}, [&] { command(1030); }}};
-    for (const auto& [prepare, end] : cases) {
-        LongWork result;
-        start({1029, 1031});
-        fakeActionShot().progress = {50};  // for ever
-        fakeActionShot().during = [&](auto& call) { call == "CreateResult" ? result.step() : void(); };
-        EXPECT_EQ(result.stepsAfter([&] { frame(); }, prepare, end), 0);
-        fakeActionShot() = {};
-    }
-}
-
 TEST_F(ShotActionTest, AStartThatWaitsForACancelCanBeStopped) {
     start({1029, 1031, 0});
-    std::jthread starting;
-    fakeActionShot().during = [&](auto& call) {
-        if (call == "CancelSeries" && !starting.joinable())
-            starting = startUntilItWaits([&] { command(1029); });
-    };
-    command(1030);
-    starting.join();
-    fakeActionShot().during = nullptr;
+    runMeeting(
+        gFakeActionShot, "CancelSeries", [&] { command(1030); }, [&] { command(1029); });
     command(1031);
     taken();
     EXPECT_EQ(afterFrame(), kStopped);
@@ -270,53 +231,6 @@ TEST_F(ShotActionTest, AResultThatBeginsWhileACommandWaitsEndsWithIt) {
     }
 }
 
-TEST_F(ShotActionTest, FramesOfSeveralThreadsAndCommandsAtRandom) {
-    hardware->params.setPreviewSize(640, 480);  // whose copies take long enough for a command to come meanwhile
-    start();
-    const sp<IMemory> large = makeMemory(kBlock, 9);
-    fakeActionShot().progress = {40, 100};
-    std::atomic<int> inside{0};  // the library
-    std::atomic<int> wrong{0};
-    std::atomic<bool> runs{false}, stopped{false};  // a series
-    fakeActionShot().during = [&, last = std::string()](const std::string& call) mutable {
-        wrong += inside++ != 0;
-        const bool creates = call == "CreateResult";
-        runs = call == "StartSeries" || (runs && call != "CancelSeries");
-        stopped = stopped && call != "StartSeries";
-        // No frame while a result is made, no result that was not asked for, and neither after a cancel.
-        wrong += (last == "CreateResult" && call == "IsConnected") || (creates && !stopped);
-        wrong += (creates || call == "HandleFrame") && !runs;
-        last = call;
-        std::this_thread::sleep_for(std::chrono::microseconds(20));  // for another thread to come in
-        --inside;
-    };
-    std::atomic<bool> over{false};
-    const auto deliver = [&] {
-        while (!over)
-            frame(large);
-    };
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 2; ++i)
-        threads.emplace_back(deliver);
-    for (uint32_t i = 0; i < 1000; ++i) {
-        const int32_t code = std::array{1029, 1031, 1029, 1031, 1030}[i % 5];
-        stopped = stopped || code == 1031;
-        command(code);
-        std::this_thread::sleep_for(std::chrono::microseconds(i % 300));
-    }
-    over = true;
-    threads.clear();
-    EXPECT_EQ(wrong, 0);
-    fakeActionShot() = {};
-    for (const int32_t code : {1030, 1029, 1031})  // and the next series is as ever
-        command(code);
-    recorder.take();
-    frame(large);
-    Lines lines = taken();
-    lines.back() = kShown[0];
-    EXPECT_EQ(lines, kStopped);
-}
-
 TEST_F(ShotActionTest, AStartThatFailsAndMemoryThatIsShort) {
     const std::tuple<const char*, int, const char*> starts[] = {
         {"", 0, "E ShotAction: Failed to create temp buffer."},
@@ -331,12 +245,12 @@ TEST_F(ShotActionTest, AStartThatFailsAndMemoryThatIsShort) {
         command(1029);
     };
     for (const auto& [call, blocks, error] : starts) {
-        fakeActionShot().results = {{call, 0}};
+        gFakeActionShot.results = {{call, 0}};
         limit(blocks);
         EXPECT_EQ(recorder.take("E "), Lines{error});
         command(1029);  // nothing until 1030 or 1031
         EXPECT_EQ(afterFrame(), kShown);
-        fakeActionShot().results.clear();
+        gFakeActionShot.results.clear();
         blocksLeft = 1;
         command(1030);
         recorder.take();
@@ -346,12 +260,12 @@ TEST_F(ShotActionTest, AStartThatFailsAndMemoryThatIsShort) {
     // A series that could not be started can be stopped, as one that was stopped and cancelled before.
     fakeSystem().allowsMemory = nullptr;
     start({1029, 1031, 0, 1030});
-    fakeActionShot().results = {{"StartSeries", 0}};
+    gFakeActionShot.results = {{"StartSeries", 0}};
     command(1029);
     command(1031);
     taken();
     EXPECT_EQ(afterFrame(), kStopped);
-    fakeActionShot().results = {{"UnsetTempMemory", 0}};  // the blocks are freed all the same
+    gFakeActionShot.results = {{"UnsetTempMemory", 0}};  // the blocks are freed all the same
     for (int blocks = 1; blocks <= 15; ++blocks) {
         limit(blocks);
         EXPECT_EQ(recorder.take("as.SetT"), Lines{text("as.SetTempMemory %d of %d x 460800", blocks, blocks)});
@@ -375,14 +289,14 @@ TEST_F(ShotActionTest, AResultThatCannotBeMadeBelievedOrEncoded) {
         {100, [](Fake& fake) { fake.result.width = 8193; }, unsound("8193 x 48")},
         {100, [](Fake& fake) { fake.result.height = 8193; }, unsound("64 x 8193")},
         {100, [](Fake& fake) { fake.result.width = fake.result.height = 8192; }, kEncoded + kMade + kDelivered},
-        {100, [](Fake&) { fakeArcJpeg().streamOpens = false; }, failed + kNotMade},
-        {100, [](Fake&) { fakeArcJpeg().jpeg.clear(); }, kEncoded + failed + kMade + Lines{"app.data 0x100 0"}}};
+        {100, [](Fake&) { gFakeArcJpeg.streamOpens = false; }, failed + kNotMade},
+        {100, [](Fake&) { gFakeArcJpeg.jpeg.clear(); }, kEncoded + failed + kMade + Lines{"app.data 0x100 0"}}};
     for (const auto& [last, spoil, then] : cases) {
-        resetFakeArcJpeg();
-        fakeActionShot() = {};
-        fakeActionShot().progress = {30, last};
+        gFakeArcJpeg = {};
+        gFakeActionShot = {};
+        gFakeActionShot.progress = {30, last};
         start({1029, 1031});
-        spoil(fakeActionShot());
+        spoil(gFakeActionShot);
         EXPECT_EQ(afterFrame(), kStopping + created(0, 30) + created(30, last) + then + kShown);
         EXPECT_EQ(afterFrame(), kShown);
     }
@@ -415,17 +329,12 @@ TEST_F(ShotActionTest, FramesAreLentFromItsOwnHeapInTurn) {
     for (const int place : {0, 1, 2, 0, 1})
         isLent(makeMemory(kFrame, 9), place, kFollowed);
     isLent(makeMemory(kFrame - 1), 2, {told("of 4607 bytes is smaller than 64 x 48"), "app.data 0x10 4607"});
-    const auto passes = [&](const sp<IMemory>& memory, const Lines& expected) {
-        for (const bool again : {false, true}) {
-            frame(memory);
-            EXPECT_EQ(lastData.get(), memory.get());
-            EXPECT_EQ(recorder.take("E "), again ? Lines{} : expected);
-        }
-    };
-    passes(makeMemory(kFrame + 1), {told("of 4609 bytes has no place")});
-    passes(makeMemory(kFrame - 100, 1, kFrame), {told("reaches beyond its heap")});
-    passes(makeMemory(0), {told("has no memory")});
-    passes(nullptr, {});
+    for (const Lines& expected : {Lines{told("of 4609 bytes has no place")}, Lines{}}) {
+        const sp<IMemory> larger = makeMemory(kFrame + 1);
+        frame(larger);
+        EXPECT_EQ(lastData.get(), larger.get());
+        EXPECT_EQ(recorder.take("E "), expected);
+    }
     hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(9));
     EXPECT_EQ(taken(), (Lines{"I ShotAction: CAMERA_MSG_COMPRESSED_IMAGE", "app.data 0x100 9"}));
 }
@@ -465,7 +374,7 @@ TEST_F(ShotActionTest, APlaceForEachFormatAndTheOldHeapGoesFirst) {
 TEST_F(ShotActionTest, TheGuidesAreDrawnToTheByte) {
     hardware->params.setPreviewSize(320, 240);
     start({1029});
-    auto& display = fakeActionShot().display;
+    auto& display = gFakeActionShot.display;
     std::vector<uint8_t> expected;
     for (const int by : {0, 1}) {  // corners are made even
         display.entries[0] = {101 + by, 101 + by, 201 + by, 181 + by, 0};
@@ -498,20 +407,6 @@ TEST_F(ShotActionTest, TheGuidesAreDrawnToTheByte) {
     display.count = 2;
     frame(makeMemory(320 * 240 * 3 / 2, 90));
     EXPECT_TRUE(bytesOf(lastData) == std::vector<uint8_t>(expected.size(), 90));
-}
-
-TEST_F(ShotActionTest, WithoutACallbackOrAVendorLayer) {
-    start();
-    shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
-    frame();
-    EXPECT_EQ(recorder.take("E "), Lines{"E ShotAction: mDataCb is NULL, returning."});
-    retireShot();
-    hardware.clear();
-    makeShot();
-    recorder.take();
-    EXPECT_EQ(shot->startPreview(), NO_ERROR);
-    EXPECT_EQ(shot->sendCommand(1029, 0, 0), INVALID_OPERATION);
-    EXPECT_EQ(recorder.take(), Lines(2, "E ShotAction: mHardware is NULL, returning."));
 }
 
 }  // namespace

@@ -1,29 +1,25 @@
-// libPlusMe.so for unit tests: records its calls and answers from a script.
+// libPlusMe.so for tests: records its calls and answers from a script.
 #pragma once
 
 #include <plusme/plusme.h>
 
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
+#include "tests/support/ScriptedCall.h"
+
 namespace kov::test {
 
-/// Each instance has a handle of its own; a call with another one is recorded as "wrong instance".
-struct FakePlusMe {
-    std::map<std::string, int32_t> results;       // by the name without its prefix; 0 where missing
+struct FakePlusMe : Script {
     std::map<int32_t, int32_t> configureResults;  // by parameter; 0 where missing
     size_t permanentSize = 1000;
     size_t tempSize = 2000;
     std::vector<int32_t> progress = {100};  // what the steps report; the last one from then on
     int32_t position = 0;
     std::string jpeg = "merged";
-    std::function<void(const std::string&)> during;  // run within an operation
-    PME_API_Encoder encoder = nullptr;               // what the library was given
-    long seconds = 0, microseconds = 0;              // of the last frame
 };
 
-FakePlusMe& fakePlusMe();
+inline FakePlusMe gFakePlusMe;
 
 }  // namespace kov::test

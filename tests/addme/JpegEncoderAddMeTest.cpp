@@ -94,17 +94,12 @@ TEST(JpegEncoderAddMe, KeepsToTheCapacityAndRefusesWhatCannotBe) {
     }
     uint8_t* const yuv = frame.data();
     uint8_t out[4096];
-    const std::tuple<uint8_t*, unsigned, uint8_t*, unsigned, unsigned> cases[] = {{out, 4096, yuv, 0, 64},
-                                                                                  {out, 4096, yuv, 64, 0},
-                                                                                  {out, 4096, yuv, 63, 64},
-                                                                                  {out, 4096, yuv, 64, 63},
-                                                                                  {out, 4096, yuv, 65502, 2},
-                                                                                  {out, 4096, yuv, 2, 65502},
-                                                                                  {out, 4096, yuv, 16, UINT_MAX - 1},
-                                                                                  {out, 4096, yuv, 1U << 31, 1U << 31},
-                                                                                  {out, 0, yuv, 64, 64},
-                                                                                  {nullptr, 4096, yuv, 64, 64},
-                                                                                  {out, 4096, nullptr, 64, 64}};
+    std::vector<std::tuple<uint8_t*, unsigned, uint8_t*, unsigned, unsigned>> cases = {
+        {out, 0, yuv, 64, 64}, {nullptr, 4096, yuv, 64, 64}, {out, 4096, nullptr, 64, 64}};
+    const unsigned sizes[][2] = {{0, 64},    {64, 0},    {63, 64},           {64, 63},
+                                 {65502, 2}, {2, 65502}, {16, UINT_MAX - 1}, {1U << 31, 1U << 31}};
+    for (const auto& [width, height] : sizes)
+        cases.emplace_back(out, 4096, yuv, width, height);
     for (const auto& [to, capacity, from, width, height] : cases) {
         EXPECT_EQ(jpeg_compress_yuv420sp_AddMe(to, capacity, from, width, height), 0);
         EXPECT_EQ(log.take(), refusal(width, height, capacity, "not a frame, or no buffer"));

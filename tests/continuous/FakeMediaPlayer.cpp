@@ -7,18 +7,9 @@
 #include "tests/support/Answers.h"
 #include "tests/support/Recorder.h"
 
-using kov::test::fakeMedia;
+using kov::test::gFakeMedia;
 using kov::test::record;
 using kov::test::text;
-
-namespace kov::test {
-
-FakeMedia& fakeMedia() {
-    static FakeMedia fake;
-    return fake;
-}
-
-}  // namespace kov::test
 
 namespace android {
 
@@ -26,26 +17,26 @@ namespace {
 
 /// Records a call of the player of this number; another than the newest is told apart.
 status_t call(const void* player, const std::string& line, const char* site = __builtin_FUNCTION()) {
-    const bool isNewest = reinterpret_cast<uintptr_t>(player) == fakeMedia().playersMade;
+    const bool isNewest = reinterpret_cast<uintptr_t>(player) == gFakeMedia.playersMade;
     record((isNewest ? "player." : "another player.") + line);
     return kov::test::ask(site) ? -1 : NO_ERROR;
 }
 
 }  // namespace
 
-MediaPlayer::MediaPlayer() : mVoice(reinterpret_cast<Voice*>(++fakeMedia().playersMade)) {
-    ++fakeMedia().playersAlive;
+MediaPlayer::MediaPlayer() : mVoice(reinterpret_cast<Voice*>(++gFakeMedia.playersMade)) {
+    ++gFakeMedia.playersAlive;
 }
 
 MediaPlayer::~MediaPlayer() {
-    --fakeMedia().playersAlive;
+    --gFakeMedia.playersAlive;
 }
 
 status_t MediaPlayer::setDataSource(const char* url, const KeyedVector<String8, String8>* headers) {
     const status_t result = call(mVoice, std::string("setDataSource ") + url + (headers ? " with headers" : ""));
-    if (fakeMedia().whileLoading)
-        fakeMedia().whileLoading();
-    return result ? result : fakeMedia().dataSourceResult.load();
+    if (gFakeMedia.whileLoading)
+        gFakeMedia.whileLoading();
+    return result ? result : gFakeMedia.dataSourceResult.load();
 }
 
 status_t MediaPlayer::setAudioStreamType(int type) {
@@ -75,7 +66,7 @@ void MediaPlayer::disconnect() {
 
 float VolumeCustomizer::getSituationVolume(int situation, int stream) {
     record(text("getSituationVolume %d %d", situation, stream));
-    return kov::test::ask() ? -1e30F : fakeMedia().situationVolume.load();
+    return kov::test::ask() ? -1e30F : gFakeMedia.situationVolume.load();
 }
 
 }  // namespace android

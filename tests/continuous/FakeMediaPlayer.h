@@ -15,6 +15,6 @@ struct FakeMedia {
     std::function<void()> whileLoading;  // run within setDataSource
 };
 
-FakeMedia& fakeMedia();
+inline FakeMedia gFakeMedia;
 
 }  // namespace kov::test

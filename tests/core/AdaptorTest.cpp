@@ -37,28 +37,16 @@ const Lines kSingleCreated = {
     "I ShotCommon: Picture color format jpeg",     "I ShotSingle: ShotSingle created: pid=PID"};
 const Lines kSingleDestroyed = {"I ShotSingle: ShotSingle destroyed: pid=PID",
                                 "I ShotCommon: ShotCommon destroyed: pid=PID"};
-const Lines kAllReceived = {"service.notify 0x2 1 2", "service.data 0x10 12", "service.dataTimestamp 34 0x20"};
+const Lines kAllReceived = {"app.notify 0x2 1 2", "app.data 0x10 12", "app.dataTimestamp 34 0x20 1"};
 
-class AdaptorTest : public ::testing::Test {
+class AdaptorTest : public ShotTest<ShotSingle> {
 protected:
     void open(const sp<FakeCameraHardware>& vendor) {
         hardware = vendor;
         FakeCameraHardware::setNext(vendor.get());
         adaptor = openKovCameraHardware();
     }
-    void setCallbacks() {
-        adaptor->setCallbacks(
-            [](int32_t type, int32_t ext1, int32_t ext2, void* user) {
-                record(text("%s.notify 0x%X %d %d", static_cast<char*>(user), type, ext1, ext2));
-            },
-            [](int32_t type, const sp<IMemory>& data, void* user) {
-                record(text("%s.data 0x%X %zu", static_cast<char*>(user), type, data->size()));
-            },
-            [](int64_t time, int32_t type, const sp<IMemory>&, void* user) {
-                record(text("%s.dataTimestamp %d 0x%X", static_cast<char*>(user), static_cast<int>(time), type));
-            },
-            cookie);
-    }
+    void setCallbacks() { adaptor->setCallbacks(onNotify, onData, onDataTimestamp, this); }
     /// Sends a message of each kind, and tells what became of them.
     Lines sendOneOfEach() {
         recorder.take();
@@ -90,9 +78,6 @@ protected:
         FakeCameraHardware::setNext(nullptr);
     }
 
-    char cookie[8] = "service";  // begins the lines of what is received
-    Recorder recorder;
-    sp<FakeCameraHardware> hardware;
     sp<CameraHardwareInterface> adaptor;
 };
 
@@ -105,7 +90,7 @@ TEST_F(AdaptorTest, OpensOnceWhileReferencedAndAnewAfterwards) {
 
     EXPECT_EQ(openKovCameraHardware(), adaptor);
     hardware->notify(CAMERA_MSG_SHUTTER);
-    EXPECT_EQ(recorder.take(), Lines{"service.notify 0x2 0 0"});  // neither mode nor callbacks were reset
+    EXPECT_EQ(recorder.take(), Lines{"app.notify 0x2 0 0"});  // neither mode nor callbacks were reset
 
     adaptor.clear();
     EXPECT_EQ(recorder.take(), Lines{});
@@ -250,7 +235,7 @@ TEST_F(AdaptorTest, LateMessagesOfTheDeadAreDropped) {
     adaptorNotify(CAMERA_MSG_SHUTTER, 0, 0, shot);  // of another class than what the address was
     adaptor.clear();
     adaptorNotify(CAMERA_MSG_SHUTTER, 0, 0, dead);
-    EXPECT_EQ(recorder.take("service."), Lines{});
+    EXPECT_EQ(recorder.take("app."), Lines{});
 }
 
 TEST_F(AdaptorTest, ASwitchFromWithinACallbackWithinAnOperation) {
@@ -265,7 +250,7 @@ TEST_F(AdaptorTest, ASwitchFromWithinACallbackWithinAnOperation) {
     hardware->results["takePicture"] = 3;
     recorder.take();
     EXPECT_EQ(adaptor->takePicture(), 3);
-    EXPECT_EQ(recorder.take("service."), Lines{"service.notify 0x2 0 0"});
+    EXPECT_EQ(recorder.take("app."), Lines{"app.notify 0x2 0 0"});
 
     // A switch from within a registration that a switch makes: the last wish wins.
     switchWithinRegistration(kNoMode);

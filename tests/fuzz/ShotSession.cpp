@@ -4,6 +4,7 @@
 #include "tests/fuzz/ShotSession.h"
 
 #include <android/log.h>
+#include <cutils/properties.h>
 
 #include <algorithm>
 #include <atomic>
@@ -28,6 +29,11 @@
 #include "tests/support/Region.h"
 
 using namespace android;
+
+int property_get(const char*, char* value, const char* default_value) {
+    const uint32_t how = kov::test::ask();
+    return std::snprintf(value, PROPERTY_VALUE_MAX, "%s", how == 0 ? default_value : how % 2 ? "XSA" : "");
+}
 
 namespace kov::test {
 

@@ -1,29 +1,26 @@
-// libPanoraMax1.so for unit tests: records its calls with their instance and answers from a script.
+// libPanoraMax1.so for tests: records its calls with their instance and answers from a script.
 #pragma once
 
 #include <panoramax/panoramax.h>
 
 #include <atomic>
-#include <functional>
-#include <map>
-#include <string>
 #include <vector>
+
+#include "tests/support/ScriptedCall.h"
 
 namespace kov::test {
 
-struct FakePanoraMax {
-    std::map<std::string, int32_t> results;          // by operation; 0 where missing
-    std::vector<uint32_t> progress = {100};          // of the steps of a stitch; the last one from then on
+struct FakePanoraMax : Script {
+    std::vector<uint32_t> progress = {100};  // what the steps of the stitching report; the last one from then on
     px_status status = {8, 0, 0, 1, 30, 10, {}, 1};  // what a handled frame reports
-    std::function<void(const std::string&)> during;  // run within an operation
     std::vector<uint8_t> bytes = std::vector<uint8_t>(32 * 16 * 3 / 2);
     px_image image = {0, 32, 16, {bytes.data(), nullptr, nullptr}};  // the stitched one
-    intptr_t made = 0;                                               // instances: the first has the handle 1
+    int made = 0;                                                    // instances, which are numbered from 1
 };
 
 /// The time, which every thread may read: a frame takes 3, adding it 5, a step 40.
 inline std::atomic<uint32_t> fakeMilliseconds{100};
 
-FakePanoraMax& fakePanoraMax();
+inline FakePanoraMax gFakePanoraMax;
 
 }  // namespace kov::test

@@ -3,18 +3,12 @@
 #include "shots/panorama/ShotPanorama.h"
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <climits>
 #include <regex>
 #include <thread>
 
 #include "tests/panorama/FakePanoraMax.h"
-#include "tests/support/FakeArcJpeg.h"
-#include "tests/support/FakeSystem.h"
-#include "tests/support/LongWork.h"
 #include "tests/support/ShotTest.h"
-#include "tests/support/WaitingThread.h"
 
 using namespace android;
 using namespace kov::test;
@@ -32,12 +26,6 @@ struct OpenPanorama : ShotPanorama {
         const AutoTurn held(mEngineLock);
         Init(width, height, noAutoAdd);
     }
-    std::vector<int> image() {
-        const AutoTurn held(mEngineLock);
-        int width = 0, height = 0;
-        const bool there = GetPanoramaImage(width, height) != nullptr;
-        return {there, width, height};
-    }
 };
 
 class ShotPanoramaTest : public ShotTest<OpenPanorama> {
@@ -50,27 +38,23 @@ protected:
         recorder.take();
     }
     ~ShotPanoramaTest() override {
-        fakePanoraMax() = {};
+        gFakePanoraMax = {};
         fakeMilliseconds = 100;
-        resetFakeArcJpeg();
-        resetFakeSystem();
     }
 
     /// Without the tag, addresses, the encoder's stream and the line that a counter of the process throttles.
     Lines taken() {
         static const std::regex left("^AMCM_Create|^MStream|encode2ArcJpegData.* - [1-5]|HandleFrame .* rc=0");
-        static const std::regex varies("ShotPanorama: |plane.*|encode2.*pPlane.*");
+        static const std::regex varies("ShotPanorama: |plane.*|encode2.*pPlane.*|(instance |px_free\\()0x[0-9a-f]+");
         Lines lines = recorder.take();
         std::erase_if(lines, [](const std::string& line) { return std::regex_search(line, left); });
         for (std::string& line : lines)
-            line = std::regex_replace(line, varies, "");
+            line = std::regex_replace(line, varies, "$1");
         return lines;
     }
     void deliver(uint32_t status, uint8_t fill = 0) {
-        int width = 0, height = 0;
-        hardware->params.getPreviewSize(&width, &height);
-        fakePanoraMax().status.status = status;
-        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(static_cast<size_t>(width) * height * 3 / 2, fill));
+        gFakePanoraMax.status.status = status;
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame(fill));
     }
     Lines frame(uint32_t status = 1, uint8_t fill = 0) {
         deliver(status, fill);
@@ -85,14 +69,14 @@ protected:
     void capture(const std::vector<uint32_t>& progress = {100}) {
         command(1019);
         frame(2);
-        fakePanoraMax().progress = progress;
+        gFakePanoraMax.progress = progress;
     }
     static long count(const Lines& lines, const std::string& line) {
         return std::count(lines.begin(), lines.end(), line);
     }
 
     static Lines opened(int n) {
-        return {text("px_init #%d", n), text("W px_init(640x480) ok for buffer (nil) instance 0x%d\\n", n),
+        return {text("px_init #%d", n), "W px_init(640x480) ok for buffer (nil) instance \\n",
                 text("px_setParams #%d 640 480 0 640 480 0 8 15 15 104857600", n), text("px_start #%d", n)};
     }
     static Lines started(int n) { return opened(n) + Lines{text("px_beginCapture #%d 0", n)}; }
@@ -135,13 +119,12 @@ TEST_F(ShotPanoramaTest, ASweepFromStartToPicture) {
     EXPECT_EQ(taken(), analysed(100) + passed + added(103, true) + duration + added(111, false) + duration +
                            analysed(119) + passed);
 
-    fakePanoraMax().progress = {30, 70, 100};
+    gFakePanoraMax.progress = {30, 70, 100};
     EXPECT_EQ(command(1019), start + stop() + stitched({30, 70, 100}) + delivered);
-    EXPECT_EQ(fakeArcJpeg().lastBitmap.pPlane[0], fakePanoraMax().bytes.data());
-    EXPECT_EQ(fakeArcJpeg().lastBitmap.dwPixelArrayFormat, 0x70000002U);
+    EXPECT_EQ(gFakeArcJpeg.lastBitmap.pPlane[0], gFakePanoraMax.bytes.data());
+    EXPECT_EQ(gFakeArcJpeg.lastBitmap.dwPixelArrayFormat, 0x70000002U);
     EXPECT_EQ(frame(), passed);
     EXPECT_EQ(shot->handled(makeMemory(460800)), Lines{"0"});
-    EXPECT_EQ(shot->image(), (std::vector{1, 32, 16}));
     recorder.take();
     EXPECT_EQ(command(1019), (start + init + Lines{"W free", "px_free #1"} + started(2)));
 }
@@ -150,9 +133,9 @@ TEST_F(ShotPanoramaTest, AFullBufferStopsOnceOnTheFramesThread) {
     command(1019);
     for (int i = 0; i < 8; ++i)
         frame(2);
-    fakePanoraMax().progress = {50, 100};
+    gFakePanoraMax.progress = {50, 100};
     // Further frames while it stitches go by.
-    fakePanoraMax().during = [&](const std::string& name) {
+    gFakePanoraMax.during = [&](const std::string& name) {
         if (name == "px_createPanorama")
             std::thread([&] { deliver(1); }).join();
     };
@@ -162,7 +145,7 @@ TEST_F(ShotPanoramaTest, AFullBufferStopsOnceOnTheFramesThread) {
 
 TEST_F(ShotPanoramaTest, OneLineForEachNewNumberOfFrames) {
     // The counter is the process's: frames are added until their number has caught up with it.
-    fakePanoraMax().status.max_frames = 10000;
+    gFakePanoraMax.status.max_frames = 10000;
     command(1019);
     const auto looked = [&](uint32_t status) {
         deliver(status);
@@ -176,10 +159,10 @@ TEST_F(ShotPanoramaTest, OneLineForEachNewNumberOfFrames) {
 }
 
 TEST_F(ShotPanoramaTest, StopAndCancelOutsideAndInside) {
-    fakePanoraMax().results["px_endCapture"] = 5;
+    gFakePanoraMax.results["px_endCapture"] = 5;
     EXPECT_EQ(command(1020),
               (ended + Lines{"W Stopping panorama\\n", "px_endCapture #0", "E px_endCapture rc = 5\\n"}));
-    fakePanoraMax().results.clear();
+    gFakePanoraMax.results.clear();
     capture();
     EXPECT_EQ(command(1022), (cancelled + Lines{"px_abort #1", "W free", "px_free #1", "W init"} + opened(2)));
     EXPECT_EQ(frame(), passed);
@@ -189,10 +172,10 @@ TEST_F(ShotPanoramaTest, StopAndCancelOutsideAndInside) {
     capture();
     command(1020);
     command(1022);
-    fakePanoraMax().progress = {100};
+    gFakePanoraMax.progress = {100};
     EXPECT_EQ(count(command(1020), "px_createPanorama #4"), 1);
     command(1019);
-    fakePanoraMax().results["px_endCapture"] = 5;
+    gFakePanoraMax.results["px_endCapture"] = 5;
     command(1020);
     EXPECT_EQ(shot->handled(makeMemory(460800)), Lines{"0"});
     retireShot();
@@ -209,9 +192,9 @@ TEST_F(ShotPanoramaTest, EachCallOfTheStartFailingInTurn) {
                                                          {"px_beginCapture", 9, {}}};
     for (const auto& [what, result, last] : cases) {
         retireShot();
-        fakePanoraMax() = {};
+        gFakePanoraMax = {};
         makeShot();
-        fakePanoraMax().results = {{what.substr(0, what.find(' ')), result}};
+        gFakePanoraMax.results = {{what.substr(0, what.find(' ')), result}};
         const Lines lines = command(1019);
         const std::string failed = "E " + what + text(" rc = %d\\n", result == -1 ? 0 : result);
         EXPECT_EQ(Lines(std::find(lines.begin(), lines.end(), failed), lines.end()), Lines{failed} + last);
@@ -221,25 +204,25 @@ TEST_F(ShotPanoramaTest, EachCallOfTheStartFailingInTurn) {
 
 TEST_F(ShotPanoramaTest, EachLaterCallFailingInTurn) {
     command(1019);
-    fakePanoraMax().results = {{"px_handleFrame", 9}};
+    gFakePanoraMax.results = {{"px_handleFrame", 9}};
     EXPECT_EQ(frame(), analysed(100) + Lines{"E HandleFrame rc=9\\n"} + passed);
-    fakePanoraMax().results = {{"px_addFrame", 9}};
+    gFakePanoraMax.results = {{"px_addFrame", 9}};
     Lines counted = added(103, true);
     counted.insert(counted.begin() + 2, "E px_addFrame rc = 9\\n");
     EXPECT_EQ(frame(2), counted + duration);
-    fakePanoraMax().results = {{"px_createPanorama", 9}};
-    fakePanoraMax().progress = {20, 40};
+    gFakePanoraMax.results = {{"px_createPanorama", 9}};
+    gFakePanoraMax.progress = {20, 40};
     EXPECT_EQ(command(1020), (ended + stop() + stitched({20}) +
                               Lines{"px_createPanorama #1", "E px_createPanorama at 40%, time 80 ms rc = 9\\n",
                                     "app.notify 0x200 0 0"}));
-    fakePanoraMax().results.clear();
-    fakePanoraMax().progress = {100};
+    gFakePanoraMax.results.clear();
+    gFakePanoraMax.progress = {100};
     EXPECT_EQ(command(1020), ended + stop() + stitched({100}) + Lines{"W size is -1 -1"});  // nothing that can be used
     capture();
-    fakePanoraMax().results = {{"px_getPanoramaImage", 9}, {"px_free", 8}};
+    gFakePanoraMax.results = {{"px_getPanoramaImage", 9}, {"px_free", 8}};
     const Lines noImage = {"px_getPanoramaImage #2", "E px_getPanoramaImage rc = 9\\n", "W size is -1 -1"};
     EXPECT_EQ(command(1020), ended + stop(2) + stitched({100}, {}, 2) + noImage);
-    EXPECT_EQ(command(1019), (start + init + Lines{"W free", "px_free #2", "E px_free(0x2) = 8\\n"} + started(3)));
+    EXPECT_EQ(command(1019), (start + init + Lines{"W free", "px_free #2", "E px_free() = 8\\n"} + started(3)));
 }
 
 TEST_F(ShotPanoramaTest, NothingThatCannotBeAnImageIsEncodedAndNoFailureIsSilent) {
@@ -248,19 +231,19 @@ TEST_F(ShotPanoramaTest, NothingThatCannotBeAnImageIsEncodedAndNoFailureIsSilent
     for (const auto& [width, height] : sizes) {
         SCOPED_TRACE(text("%d x %d", width, height));
         capture();
-        fakePanoraMax().image = {0, width, height, {width == 32 ? nullptr : fakePanoraMax().bytes.data()}};
+        gFakePanoraMax.image = {0, width, height, {width == 32 ? nullptr : gFakePanoraMax.bytes.data()}};
         const Lines lines = command(1020);
         EXPECT_EQ(Lines(lines.end() - 2, lines.end()),
                   (Lines{text("W size is %d %d", width, height),
                          "E the library's panorama cannot be an image; there is no picture of it"}));
     }
-    fakePanoraMax().image = FakePanoraMax().image;
+    gFakePanoraMax.image = FakePanoraMax().image;
     const std::string unmade = "E the panorama could not be encoded; there is no picture of it";
     for (const bool opens : {false, true}) {
         capture();
-        fakePanoraMax().image = {0, 1, 1, {fakePanoraMax().bytes.data(), nullptr, nullptr}};
-        fakeArcJpeg().streamOpens = opens;
-        fakeArcJpeg().jpeg = "";
+        gFakePanoraMax.image = {0, 1, 1, {gFakePanoraMax.bytes.data(), nullptr, nullptr}};
+        gFakeArcJpeg.streamOpens = opens;
+        gFakeArcJpeg.jpeg = "";
         const Lines lines = command(1020);
         EXPECT_EQ(count(lines, "app.data 0x100 0"), opens);
         EXPECT_EQ(count(lines, unmade), 1);
@@ -278,10 +261,10 @@ TEST_F(ShotPanoramaTest, InitTakesItsOwnSizeAndRefusesAndIgnores) {
     EXPECT_EQ(taken(), (Lines{"W init", "E ignore Init(640, 480) while capturing\\n"}));
     shot->init(640, 240, true);
     taken();
-    fakePanoraMax().status = {2, 0, 0, 1, 30, 10, {}, 2};
+    gFakePanoraMax.status = {2, 0, 0, 1, 30, 10, {}, 2};
     EXPECT_EQ(shot->handled(makeMemory(460800)), Lines{"1"});  // ready, but not added
     EXPECT_EQ(taken(), Lines{"px_handleFrame #2 640x240 of 0 at 100"});
-    fakePanoraMax().status.status = 3;                  // add it
+    gFakePanoraMax.status.status = 3;                   // add it
     for (const char* const how : {"2", "2", "0", "0"})  // the buffer is full, but there is no capture to stop
         EXPECT_EQ(shot->handled(makeMemory(460800)), Lines{how});
 }
@@ -291,19 +274,8 @@ TEST_F(ShotPanoramaTest, FramesThatAreNotTheCapturesGoByUnread) {
         "E preview frames are not semi-planar 4:2:0 of 640 x 480, as the capture wants them; they "
         "are passed on as they are";
     command(1019);
-    const sp<IMemory> frames[] = {makeMemory(460799), makeMemory(0), makeMemory(16, 0, 460800),
-                                  new MemoryBase(nullptr, 0, 460800), nullptr};
-    for (int round = 0; round < 2; ++round) {
-        for (const auto& data : frames)
-            hardware->data(CAMERA_MSG_PREVIEW_FRAME, data);
-        const Lines lines = taken();
-        EXPECT_EQ(std::count_if(lines.begin(), lines.end(), [](auto& each) { return each.starts_with("E a preview"); }),
-                  round == 0 ? 3 : 0);
-        EXPECT_EQ(lines.size(), round == 0 ? 8U : 5U);
-    }
     hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(460801));  // with something behind it
     EXPECT_EQ(taken(), analysed(100) + Lines{"app.data 0x10 460801"});
-    hardware->data(CAMERA_MSG_RAW_IMAGE, makeMemory(460800));
     const auto restart = [&](int width, int height) {
         hardware->params.setPreviewSize(width, height);
         EXPECT_EQ(shot->startPreview(), NO_ERROR);
@@ -333,13 +305,13 @@ TEST_F(ShotPanoramaTest, FramesThatAreNotTheCapturesGoByUnread) {
 }
 
 TEST_F(ShotPanoramaTest, TheGuideIsInTheFrameAndIsThatFramesOwn) {
-    fakePanoraMax().status = {8, 0, 0, 1, 5, -3, {}, 1};
+    gFakePanoraMax.status = {8, 0, 0, 1, 5, -3, {}, 1};
     command(1019);
     bool within = false;
     whileNotified = [&](int32_t type, int32_t) {
         if (type != 0xC00 || std::exchange(within, true))
             return;
-        fakePanoraMax().status = {8, 0, 0, 1, 100, 100, {}, 0};  // of the next frame, which comes meanwhile
+        gFakePanoraMax.status = {8, 0, 0, 1, 100, 100, {}, 0};  // of the next frame, which comes meanwhile
         std::thread([&] { deliver(1); }).join();
     };
     deliver(2);
@@ -350,56 +322,38 @@ TEST_F(ShotPanoramaTest, TheGuideIsInTheFrameAndIsThatFramesOwn) {
         EXPECT_EQ(bytesOf(lastData)[row * 640 + column], luma) << row << ' ' << column;
     frame(0);
     EXPECT_NE(bytesOf(lastData)[240 * 640 + 600 - 8], 1);
-    fakePanoraMax().results["px_handleFrame"] = 1;  // not marked
+    gFakePanoraMax.results["px_handleFrame"] = 1;  // not marked
     frame(1);
     EXPECT_TRUE(bytesOf(lastData) == std::vector<uint8_t>(460800));
 }
 
-TEST_F(ShotPanoramaTest, ACancelOrASwitchEndsTheStitchAtItsNextStep) {
-    resetFakeSystem();  // the real clock, which threads may share
-    const auto cancel = [&] { EXPECT_EQ(shot->sendCommand(1022, 0, 0), NO_ERROR); };
-    const auto begin = [&](const std::vector<uint32_t>& progress) {
+TEST_F(ShotPanoramaTest, ACancelOrASwitchFromWithinTheStitchEndsIt) {
+    for (const bool cancels : {true, false}) {
         retireShot();
-        fakePanoraMax() = {};
-        whileNotified = nullptr;
+        gFakePanoraMax = {};
         makeShot();
-        capture(progress);
-    };
-    for (const bool cancels : {true, false}) {  // on its own thread
-        begin({30, 70, 100});
-        whileNotified = [&](int32_t type, int32_t) { type != 0xA00 ? void() : cancels ? cancel() : retireShot(); };
+        capture({30, 70, 100});
+        whileNotified = [&](int32_t type, int32_t) {
+            type != 0xA00 ? void() : cancels ? (void)shot->sendCommand(1022, 0, 0) : retireShot();
+        };
         {
             const ShotGate::Entry inside(shot->gate());
             shot->sendCommand(1020, 0, 0);
         }
-        Lines lines = recorder.take("px_");
-        lines.resize(4);
-        const Lines abort = {cancels ? "px_abort #1" : "px_free #1", cancels ? "px_free #1" : ""};
-        EXPECT_EQ(lines, (Lines{"px_endCapture #1", "px_createPanorama #1"} + abort));
-    }
-    const std::pair<std::function<void()>, std::function<void()>> fromAnotherThread[] = {
-        {[&] { shot->setCallbacks(nullptr, nullptr, nullptr, nullptr); }, [&] { retireShot(); }}, {[] {}, cancel}};
-    for (const auto& [prepare, end] : fromAnotherThread) {
-        begin({30});  // for ever
-        LongWork stitch;
-        fakePanoraMax().during = [&](auto& call) { call == "px_createPanorama" ? stitch.step() : void(); };
-        EXPECT_EQ(stitch.stepsAfter([&] { command(1020); }, prepare, end), 0);
-        fakePanoraMax().during = nullptr;
+        whileNotified = nullptr;
+        const Lines ends = cancels ? Lines{"px_abort #1", "px_free #1"} : Lines{"px_free #1"};
+        EXPECT_EQ(only(recorder.take(), {"px_endC", "px_createP", "px_abort", "px_free"}),
+                  (Lines{"px_endCapture #1", "px_createPanorama #1"} + ends));
     }
 }
 
 TEST_F(ShotPanoramaTest, AStartOrStopFromAnotherThreadWaitsForOneStepOfTheStitch) {
     for (const int32_t code : {1019, 1020}) {
         capture({10, 20, 30, 40, 50, 60, 70, 80, 90, 100});
-        const std::string step = text("px_createPanorama #%d", static_cast<int>(fakePanoraMax().made));
-        std::jthread commanding;
-        fakePanoraMax().during = [&](const std::string& name) {
-            if (name == "px_createPanorama" && !commanding.joinable())
-                commanding = startUntilItWaits([this, code] { EXPECT_EQ(shot->sendCommand(code, 0, 0), NO_ERROR); });
-        };
-        shot->sendCommand(1020, 0, 0);
-        commanding.join();
-        fakePanoraMax().during = nullptr;
+        const std::string step = text("px_createPanorama #%d", static_cast<int>(gFakePanoraMax.made));
+        runMeeting(
+            gFakePanoraMax, "px_createPanorama", [&] { shot->sendCommand(1020, 0, 0); },
+            [&] { shot->sendCommand(code, 0, 0); });
         const Lines lines = taken();
         EXPECT_EQ(count(lines, step), 10);
         EXPECT_EQ(count(lines, "app.data 0x100 4"), 1);
@@ -410,18 +364,14 @@ TEST_F(ShotPanoramaTest, AStartOrStopFromAnotherThreadWaitsForOneStepOfTheStitch
 
 TEST_F(ShotPanoramaTest, WhatWaitedForACancelIsNotOfTheFreshInstance) {
     capture();
-    std::jthread waiting;
-    fakePanoraMax().during = [&](const std::string& name) {
-        if (name == "px_abort")
-            waiting = startUntilItWaits([&] { deliver(2); });
-    };
-    Lines all = command(1022);
-    waiting.join();  // it may have come through before the command returned
+    Lines all;
+    runMeeting(
+        gFakePanoraMax, "px_abort", [&] { all = command(1022); }, [&] { deliver(2); });
+    // It may have come through before the command returned.
     all = all + taken();
     EXPECT_EQ(std::count(all.begin(), all.end(), passed[0]), 1);
     EXPECT_EQ(std::ranges::count_if(all, [](const auto& line) { return line.starts_with("px_handleFrame"); }), 0);
     // A cancel from within 0xC00: the frame is not the first of anything.
-    fakePanoraMax().during = nullptr;
     command(1019);
     Lines told;
     whileNotified = [&](int32_t type, int32_t) {
@@ -433,38 +383,11 @@ TEST_F(ShotPanoramaTest, WhatWaitedForACancelIsNotOfTheFreshInstance) {
 }
 
 TEST_F(ShotPanoramaTest, AStitchWithoutAnInstanceLeavesALaterOneAlone) {
-    fakePanoraMax().progress = {50, 100};
+    gFakePanoraMax.progress = {50, 100};
     whileNotified = [&](int32_t, int32_t) { shot->init(640, 480, false); };
     command(1020);
-    EXPECT_EQ(fakePanoraMax().progress, std::vector<uint32_t>{100});
+    EXPECT_EQ(gFakePanoraMax.progress, std::vector<uint32_t>{100});
     EXPECT_EQ(count(command(1019), goesOn), 0);
-}
-
-TEST_F(ShotPanoramaTest, CommandsAndASwitchWhileFramesCome) {
-    resetFakeSystem();  // the real clock
-    // Whatever the order, the library is used by one thread at a time and every instance is given back.
-    std::atomic<int> inside{0};  // the library
-    fakePanoraMax().during = [&](const std::string& name) {
-        EXPECT_EQ(++inside, 1);
-        std::this_thread::sleep_for(std::chrono::microseconds(20));  // for another thread to come in
-        if (name == "px_endCapture")
-            fakePanoraMax().progress = {50, 100};
-        --inside;
-    };
-    std::jthread frames([&](const std::stop_token& over) {
-        while (!over.stop_requested())
-            deliver(2);
-    });
-    for (int i = 0; i < 140; ++i) {
-        constexpr int32_t codes[] = {1019, 1019, 1022, 1019, 1020, 1019, 1022};
-        const ShotGate::Entry held(shot->gate());
-        shot->sendCommand(codes[i % 7], 0, 0);
-        std::this_thread::sleep_for(std::chrono::microseconds(200 * (i % 7)));
-    }
-    shot->sendCommand(1019, 0, 0);
-    retireShot();
-    frames = {};
-    EXPECT_EQ(recorder.take("px_free").size(), static_cast<size_t>(fakePanoraMax().made));
 }
 
 }  // namespace

@@ -8,7 +8,8 @@
 #include <thread>
 #include <tuple>
 
-#include "tests/support/CapsTest.h"
+#include "tests/support/FakeCaps.h"
+#include "tests/support/ShotTest.h"
 
 using namespace android;
 using namespace kov::test;
@@ -39,7 +40,7 @@ Lines pictureLines(int fill = 20) {
            Lines{"app.data 0x100 9"} + kFreed;
 }
 
-class ShotSelfTest : public CapsTest<ShotSelf> {
+class ShotSelfTest : public ShotTest<ShotSelf> {
 protected:
     ShotSelfTest() {
         fakeSystem().startThread = [this](const auto& thread) {
@@ -49,6 +50,7 @@ protected:
         hardware->params.set("jpeg-quality", 85);
         makeReady();
     }
+    ~ShotSelfTest() override { gFakeCaps = {}; }
 
     void makeReady() {
         retireShot();
@@ -100,7 +102,7 @@ TEST_F(ShotSelfTest, TheFirstTwoFramesAreHeldBack) {
 
 TEST_F(ShotSelfTest, APictureIsMadeOfTheLastFrame) {
     EXPECT_EQ(picture(), pictureLines());
-    EXPECT_EQ(std::string(static_cast<const char*>(lastData->pointer()), lastData->size()), fakeCaps().jpeg);
+    EXPECT_EQ(std::string(static_cast<const char*>(lastData->pointer()), lastData->size()), gFakeCaps.jpeg);
     std::vector<uint8_t> raw(460808, 20);
     const uint8_t sides[] = {0x80, 0x02, 0, 0, 0xE0, 0x01, 0, 0};
     std::copy(std::begin(sides), std::end(sides), raw.begin() + 4);
@@ -119,6 +121,10 @@ TEST_F(ShotSelfTest, QualityShutterAndFormatFollowTheVendorLayer) {
     hardware->params.remove("picture-format");
     EXPECT_EQ(picture("app."), (Lines{"app.data 0x80 460808", "app.data 0x100 9"}));  // raw, enabled or not
     EXPECT_EQ(hardware->params.getPictureFormat(), nullptr);
+    hardware->params.setPictureFormat("jpeg");
+    shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
+    recorder.take();
+    EXPECT_EQ(only(picture(), {"E ", "app."}), kBegun);
 }
 
 TEST_F(ShotSelfTest, APlanarFrameIsPutInTheLibrarysOrder) {
@@ -180,22 +186,22 @@ TEST_F(ShotSelfTest, AFailedCallEndsThePictureAndLeavesTheFormatUntilTheSwitch) 
         for (const int result : {-7, -255}) {  // refused; and granted without anything to show for it
             if (result == -255 && made == 10)
                 continue;
-            fakeCaps().results = {{failing, result}};
-            fakeCaps().makesNothing = {failing};
+            gFakeCaps.results = {{failing, result}};
+            gFakeCaps.makesNothing = {failing};
             EXPECT_EQ(picture(), kStarted + kShutter + Lines(all.begin(), all.begin() + made) +
                                      Lines{text("E ShotSelf: %s - [%d]", operation, result)} + freed)
                 << failing;
             EXPECT_STREQ(hardware->params.getPictureFormat(), "yuv420sp");
         }
     }
-    fakeCaps() = {};
+    gFakeCaps = {};
     picture();  // what it found is what it leaves
     EXPECT_STREQ(hardware->params.getPictureFormat(), "yuv420sp");
     retireShot();
     EXPECT_STREQ(hardware->params.getPictureFormat(), "jpeg");
 
     makeReady();
-    fakeCaps().results = {{"render", -7}};
+    gFakeCaps.results = {{"render", -7}};
     picture();
     hardware->params.setPictureFormat("png");  // the application's own
     retireShot();
@@ -227,6 +233,8 @@ TEST_F(ShotSelfTest, WithoutAWholeFrameOrAVendorLayerThereIsNoPicture) {
     ask();
     shot->setCameraHardware(nullptr);
     EXPECT_EQ(runThread(), kBegun + kNoHardware);
+    EXPECT_EQ(shot->takePicture(), INVALID_OPERATION);
+    EXPECT_EQ(recorder.take(), kNoHardware);
 }
 
 TEST_F(ShotSelfTest, WithoutMemoryOrAThreadThereIsNoPicture) {
@@ -256,7 +264,7 @@ TEST_F(ShotSelfTest, WithoutMemoryOrAThreadThereIsNoPicture) {
     hardware->params.setPreviewFormat("yuv420p");
     fakeSystem().allowsMemory = [](size_t) { return false; };
     EXPECT_EQ(picture("E "), kBegun + Lines{"E ShotSelf: no memory for the frame in the library's order"});
-    fakeCaps().jpeg = "";
+    gFakeCaps.jpeg = "";
     fakeSystem().allowsMemory = {};
     EXPECT_EQ(picture("E "), kBegun + Lines{"E ShotSelf: the rendered picture has no bytes"});
     EXPECT_EQ(lastData->size(), 0U);
@@ -305,43 +313,10 @@ TEST_F(ShotSelfTest, FramesAreKeptAsFarAsTheyAreThere) {
     hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(460900, 30));        // padded
     recorder.take();
     EXPECT_EQ(picture(), pictureLines(30));
-    for (int i = 0; i < 2; ++i) {
-        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(460799, 31));
-        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeLyingRegion(460800));
-    }
-    EXPECT_EQ(recorder.take("E "),
-              (Lines{"E ShotSelf: a preview frame of 460799 bytes is smaller than 640 x 480; such frames are passed on "
-                     "as they are",
-                     "E ShotSelf: a preview frame reaches beyond its heap; such frames are passed on as they are"}));
+    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(460799, 31));
+    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeLyingRegion(460800));
+    recorder.take();
     EXPECT_EQ(picture(), pictureLines(30));
-}
-
-TEST_F(ShotSelfTest, EveryCommandReachesTheVendorLayer) {
-    hardware->results = {{"sendCommand", -5}, {"startPreview", -6}};
-    for (const int32_t code : {1039, 1017, 1}) {
-        EXPECT_EQ(shot->sendCommand(code, 2, 3), -5);
-        EXPECT_EQ(recorder.take(), Lines{text("hw.sendCommand %d 2 3", code)});
-    }
-    EXPECT_EQ(shot->startPreview(), -6);
-    recorder.take();
-    shot->setCameraHardware(nullptr);
-    EXPECT_EQ(shot->sendCommand(1039, 0, 0), INVALID_OPERATION);
-    EXPECT_EQ(shot->startPreview(), NO_ERROR);
-    EXPECT_EQ(shot->takePicture(), INVALID_OPERATION);
-    EXPECT_EQ(recorder.take(), kNoHardware + kNoHardware + kNoHardware);
-}
-
-TEST_F(ShotSelfTest, MessagesWithoutMemoryOrCallback) {
-    hardware->data(CAMERA_MSG_PREVIEW_FRAME, nullptr);
-    EXPECT_EQ(recorder.take(), (Lines{"E ShotSelf: Null data returned in data callback", "app.notify 0x1 -2147483648 0",
-                                      "app.data 0x10 null"}));
-    hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(3));
-    EXPECT_EQ(recorder.take(), Lines{"app.data 0x100 3"});
-    shot->setCallbacks(nullptr, nullptr, nullptr, nullptr);
-    recorder.take();
-    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame(20));
-    EXPECT_EQ(recorder.take(), Lines{"E ShotSelf: mDataCb is NULL, returning."});
-    EXPECT_EQ(picture(), kStarted + rendering() + setFormat("jpeg") + kFreed);
 }
 
 /// A switch from within whatever the picture's thread calls: nothing of the shot is touched after it, what was made is
@@ -351,7 +326,7 @@ TEST_F(ShotSelfTest, ASwitchDuringAPictureEndsItAndRestoresTheFormat) {
         switchAway();
         EXPECT_STREQ(hardware->params.getPictureFormat(), "jpeg");
     };
-    std::thread switcher;
+    std::jthread switcher;
     const std::tuple<const char*, std::function<void()>, size_t, Lines> cases[] = {
         {"before its thread begins", restored, 0, {}},
         {"while the format is changed", [&] { hardware->during["setParameters"] = [&] { retireShot(); }; }, 0, {}},
@@ -366,13 +341,9 @@ TEST_F(ShotSelfTest, ASwitchDuringAPictureEndsItAndRestoresTheFormat) {
          {"app.data 0x80 460808"}},
         {"from another thread while it is rendered",
          [&] {
-             fakeCaps().during = [&](const std::string& name) {
-                 if (name != "render")
-                     return;
-                 ShotGate& gate = shot->gate();
-                 switcher = std::thread(restored);
-                 while (ShotGate::Entry(gate))
-                     std::this_thread::yield();
+             gFakeCaps.during = [&](const std::string& name) {
+                 if (name == "render")
+                     switcher = startUntilItWaits(restored);
              };
          },
          0,
@@ -387,13 +358,12 @@ TEST_F(ShotSelfTest, ASwitchDuringAPictureEndsItAndRestoresTheFormat) {
         whileReceiving = [&, size = retiredBy] { lastData->size() == size ? restored() : void(); };
         disturb();
         EXPECT_EQ(runThread("app.data"), delivered);
-        if (switcher.joinable())
-            switcher.join();
+        switcher = {};
         EXPECT_EQ(shot, nullptr);
         EXPECT_STREQ(hardware->params.getPictureFormat(), "jpeg");
         EXPECT_EQ(handlesOwed(), "");
         hardware->during.clear();
-        fakeCaps() = {};
+        gFakeCaps = {};
     }
 }
 

@@ -5,11 +5,9 @@
 #include <algorithm>
 #include <climits>
 #include <set>
-#include <thread>
 
 #include "tests/smile/FakeArcFace.h"
 #include "tests/support/ShotTest.h"
-#include "tests/support/WaitingThread.h"
 
 using namespace android;
 using namespace kov::test;
@@ -61,20 +59,15 @@ Lines error(const char* operation, int line) {
 
 class ShotSmileTest : public ShotTest<ShotSmile> {
 protected:
-    ~ShotSmileTest() override {
-        EXPECT_TRUE(fakeArcFace().alive.empty());
-        fakeArcFace() = {};
-    }
+    ~ShotSmileTest() override { gFakeArcFace = {}; }
 
     /// A shot in place of the one before; what making it does.
     Lines make(int width = 160, int height = 120, const char* format = "yuv420sp") {
         retireShot();
-        fakeArcFace().made.clear();
+        gFakeArcFace.made.clear();
         hardware->params.setPreviewSize(width, height);
         hardware->params.setPreviewFormat(format);
-        makeShot();
-        const Lines lines = recorder.take();
-        return {std::find(lines.begin(), lines.end(), "I ShotSmile: ShotSmile created: pid=PID") + 1, lines.end()};
+        return made();
     }
     void start() {
         EXPECT_EQ(shot->sendCommand(1017, 0, 0), NO_ERROR);
@@ -82,20 +75,15 @@ protected:
     }
     /// The engines see a face and a smile, `examined` faces and `smiles` smiling ones from now on.
     static void show(int examined, int smiles = 1) {
-        fakeArcFace().faces = {kFace};
-        fakeArcFace().smiles = {kSmile, kSmile, kSmile, kSmile, kSmile, kSmile};
-        fakeArcFace().examined = examined;
-        fakeArcFace().smileCount = smiles;
+        gFakeArcFace.faces = {kFace};
+        gFakeArcFace.smiles = {kSmile, kSmile, kSmile, kSmile, kSmile, kSmile};
+        gFakeArcFace.examined = examined;
+        gFakeArcFace.smileCount = smiles;
     }
     /// A frame as the application gets it.
     std::vector<uint8_t> frame(uint8_t fill = 0) {
-        deliver(fill);
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame(fill));
         return bytesOf(lastData);
-    }
-    void deliver(uint8_t fill = 0) {
-        int width = 0, height = 0;
-        hardware->params.getPreviewSize(&width, &height);
-        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(static_cast<size_t>(width) * height * 3 / 2, fill));
     }
     Lines framed() {
         frame();
@@ -149,7 +137,7 @@ TEST_F(ShotSmileTest, FacesAndSmilesAreFramedToTheByte) {
         EXPECT_EQ(make(width, 120, format), initLines(width, 120, 1, planar ? 5 : 10) + Lines{"hw.setCallbacks"});
         start();
         show(1, 2);  // not met
-        fakeArcFace().smiles = {kSmile, second, {0, 0, 9, 9}};
+        gFakeArcFace.smiles = {kSmile, second, {0, 0, 9, 9}};
         const auto bytes = frame(9);
         EXPECT_EQ(recorder.take(kThick).size(), !planar && width == 640 ? 3U : 0U);
         const uint8_t colours[][3] = {{9, 9, 9}, {149, 43, 21}, {118, 204, 43}};
@@ -178,20 +166,20 @@ TEST_F(ShotSmileTest, WithoutANotifyCallbackDetectionGoesOnAndAFailureCountsAsNo
     start();
     const Lines failed = looked() + error("SmileDetect", 3);
     // A failing engine leaves a result that is not looked at: the faces examined are those of the last success.
-    fakeArcFace().results["ASSD_SmileDetect"] = 1;
+    gFakeArcFace.results["ASSD_SmileDetect"] = 1;
     show(0, 0);
     EXPECT_EQ(framed(), failed + kDelivered);
     for (const int examined : {1, 0}) {
-        fakeArcFace().results = {};
+        gFakeArcFace.results = {};
         show(examined, examined);
         for (int i = 0; i < 2; ++i)
             EXPECT_EQ(framed(), looked() + success(examined, examined) + kDelivered);
-        fakeArcFace().results["ASSD_SmileDetect"] = 1;
+        gFakeArcFace.results["ASSD_SmileDetect"] = 1;
         show(2, 2);
         EXPECT_EQ(framed(), failed + (examined ? Lines{} : success(0, 0)) + kDelivered);
         EXPECT_EQ(bytesOf(lastData)[20 * 160 + 35], 0) << "not framed as a smile";
     }
-    fakeArcFace().results = {{"AMFPAF_FaceFeatureDetect", 1}};
+    gFakeArcFace.results = {{"AMFPAF_FaceFeatureDetect", 1}};
     EXPECT_EQ(frame(3), std::vector<uint8_t>(28800, 3));
     EXPECT_EQ(recorder.take(), tracked(3) + error("FaceTrackingDetect", 3) + kDelivered);
 }
@@ -200,20 +188,20 @@ TEST_F(ShotSmileTest, EnginesThatLieAreSurvived) {
     make();
     start();
     show(6, 6);
-    fakeArcFace().smiles = std::vector<__tag_rect>(66, kSmile);
-    fakeArcFace().smiles[63] = {100, 20, 120, 40};
-    fakeArcFace().smiles[64] = {100, 60, 120, 80};  // one too many
-    fakeArcFace().smileCount = INT_MAX;
-    fakeArcFace().faces = {kFace, kSmile, kFace};
-    fakeArcFace().faceCount = INT_MAX;
+    gFakeArcFace.smiles = std::vector<__tag_rect>(66, kSmile);
+    gFakeArcFace.smiles[63] = {100, 20, 120, 40};
+    gFakeArcFace.smiles[64] = {100, 60, 120, 80};  // one too many
+    gFakeArcFace.smileCount = INT_MAX;
+    gFakeArcFace.faces = {kFace, kSmile, kFace};
+    gFakeArcFace.faceCount = INT_MAX;
     EXPECT_EQ(framed().size(), 5U);  // both looked for, success, told, delivered
     EXPECT_EQ(bytesOf(lastData)[20 * 160 + 110], 118);
     EXPECT_EQ(bytesOf(lastData)[60 * 160 + 110], 0);
     start();
-    fakeArcFace().smiles.clear();
-    fakeArcFace().faceCount = 1;
+    gFakeArcFace.smiles.clear();
+    gFakeArcFace.faceCount = 1;
     EXPECT_EQ(framed(), looked() + error("SmileDetect", 3) + kDelivered);
-    fakeArcFace().faces.clear();
+    gFakeArcFace.faces.clear();
     EXPECT_EQ(framed(), tracked() + error("FaceTrackingDetect", 3) + kDelivered);
 }
 
@@ -235,8 +223,8 @@ TEST_F(ShotSmileTest, EachStepOfMakingTheEnginesMayFail) {
     };
     const Lines all = initLines(160, 120);
     for (const auto& failing : cases) {
-        fakeArcFace() = {};
-        failing.prepare(fakeArcFace());
+        gFakeArcFace = {};
+        failing.prepare(gFakeArcFace);
         EXPECT_EQ(make(), Lines(all.begin(), all.begin() + failing.calls) + failing.then + Lines{"hw.setCallbacks"});
         start();
         EXPECT_EQ(frame(3), std::vector<uint8_t>(28800, 3));
@@ -257,7 +245,7 @@ TEST_F(ShotSmileTest, TheBindingChecksWhatItIsGiven) {
     const int32_t formats[][4] = {{10, 640, 0, 5}, {11, 640, 0, 5}, {5, 640, 0, 5},
                                   {2, 1276, 0, 5}, {6, 1276, 1, 0}, {4, 1276, 1, 0}};
     for (const auto& [format, stride, noTracking, frames] : formats) {
-        fakeArcFace().made.clear();
+        gFakeArcFace.made.clear();
         EXPECT_EQ(engines.InitFaceTracking(638, 480, format, noTracking, 2), 1);
         engines.UnInitFaceTracking();
         EXPECT_EQ(recorder.take("AMFPAF_"),
@@ -281,26 +269,26 @@ TEST_F(ShotSmileTest, TheBindingChecksWhatItIsGiven) {
     for (const auto& [width, height] : {std::pair{0x3FFFFFFE, 1}, {638, 480}}) {
         engines.UnInitSmile();
         engines.UnInitFaceTracking();
-        fakeArcFace().made.clear();
+        gFakeArcFace.made.clear();
         EXPECT_EQ(engines.InitFaceTracking(width, height, 6, 0, 3), 1);
         EXPECT_EQ(engines.InitSmileDetection(width, height), 1);
     }
     recorder.take();
-    const std::vector<int32_t> refused = {
-        engines.FaceTrackingDetect(638, 480, nullptr, rects),   engines.FaceTrackingDetect(638, 480, pixels, nullptr),
-        engines.FaceTrackingDetect(639, 480, pixels, rects),    engines.FaceTrackingDetect(638, 479, pixels, rects),
-        engines.SmileDetect(638, 480, nullptr, rects, info, 1), engines.SmileDetect(638, 480, pixels, nullptr, info, 1),
-        engines.SmileDetect(639, 480, pixels, rects, info, 1),  engines.SmileDetect(638, 479, pixels, rects, info, 1)};
-    EXPECT_EQ(refused, std::vector(8, -1));
-    const auto twice = [](const char* operation, int line) { return error(operation, line) + error(operation, line); };
-    EXPECT_EQ(recorder.take(), twice("FaceTrackingDetect", 1) + twice("FaceTrackingDetect", 2) +
-                                   twice("SmileDetect", 1) + twice("SmileDetect", 2));
+    const auto refused = [&](int32_t width, int32_t height, unsigned char* frame, __tag_rect* to, int line) {
+        EXPECT_EQ(engines.FaceTrackingDetect(width, height, frame, to), -1);
+        EXPECT_EQ(engines.SmileDetect(width, height, frame, to, info, 1), -1);
+        EXPECT_EQ(recorder.take(), error("FaceTrackingDetect", line) + error("SmileDetect", line));
+    };
+    refused(638, 480, nullptr, rects, 1);
+    refused(638, 480, pixels, nullptr, 1);
+    refused(639, 480, pixels, rects, 2);
+    refused(638, 479, pixels, rects, 2);
     // More faces than there is room for; then none.
-    fakeArcFace().faces = std::vector<__tag_rect>(9, kFace);
+    gFakeArcFace.faces = std::vector<__tag_rect>(9, kFace);
     EXPECT_EQ(engines.FaceTrackingDetect(638, 480, pixels, rects), 3);
-    fakeArcFace().smileCount = 0;
+    gFakeArcFace.smileCount = 0;
     EXPECT_EQ(engines.SmileDetect(638, 480, pixels, rects, info, 3), 0);
-    fakeArcFace().faceCount = 0;
+    gFakeArcFace.faceCount = 0;
     EXPECT_EQ(engines.FaceTrackingDetect(638, 480, pixels, rects), 0);
     const std::string found = ", face 20 info 7";
     EXPECT_EQ(recorder.take(), tracked(5) +
@@ -315,8 +303,8 @@ TEST_F(ShotSmileTest, TheBindingChecksWhatItIsGiven) {
         EXPECT_EQ(recorder.take(), i == 0 ? released(1) : nothing);
     }
     for (const int line : {3, 2}) {
-        fakeArcFace().makesManagers = false;
-        fakeArcFace().allocates = line == 3;
+        gFakeArcFace.makesManagers = false;
+        gFakeArcFace.allocates = line == 3;
         EXPECT_EQ(engines.InitSmileDetection(640, 480), 0);
         EXPECT_EQ(recorder.take("E "), error("InitSmileDetection", line));
     }
@@ -326,13 +314,8 @@ TEST_F(ShotSmileTest, OneRunTellsOnceWhicheverThreadsTheFramesComeOn) {
     make();
     start();
     show(1);
-    std::jthread second;
-    fakeArcFace().during = [&](const std::string& name) {
-        if (name == "ASSD_SmileDetect")
-            second = startUntilItWaits([&] { deliver(); });
-    };
-    deliver();
-    second.join();
+    const auto deliver = [&] { hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame()); };
+    runMeeting(gFakeArcFace, "ASSD_SmileDetect", deliver, deliver);
     const Lines lines = recorder.take();
     for (const Lines& once : {Lines{"app.notify 0x2200 0 0"}, success(1, 1), Lines{looked()[1]}})
         EXPECT_EQ(std::count(lines.begin(), lines.end(), once[0]), 1);
@@ -342,45 +325,28 @@ TEST_F(ShotSmileTest, AFrameInTheEnginesHasTheSizeThatTheyWereMadeFor) {
     make(640, 120);
     start();
     show(2);
-    std::jthread restarting;
-    fakeArcFace().during = [&](const std::string& name) {
-        if (name != "AMFPAF_FaceFeatureDetect" || restarting.joinable())
-            return;
-        restarting = startUntilItWaits([&] {
+    runMeeting(
+        gFakeArcFace, "AMFPAF_FaceFeatureDetect", [&] { frame(); },
+        [&] {
             hardware->params.setPreviewSize(160, 120);
             EXPECT_EQ(shot->startPreview(), NO_ERROR);
         });
-    };
-    frame();
-    restarting.join();
     EXPECT_EQ(recorder.take(kThick).size(), 2U);
 }
 
-TEST_F(ShotSmileTest, OtherMessagesAndNoVendorLayer) {
+TEST_F(ShotSmileTest, CommandsAndMessagesHaveTheirLines) {
     make();
-    for (int round = 0; round < 2; ++round) {  // one line for each kind of fault
-        for (const auto& data : {makeMemory(28799), makeMemory(0), makeLyingRegion(28800)})
-            hardware->data(CAMERA_MSG_PREVIEW_FRAME, data);
-        const Lines lines = recorder.take();
-        EXPECT_EQ(lines.size(), round == 0 ? 6U : 3U);
-    }
     hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(30000));  // with something behind it
-    EXPECT_EQ(recorder.take(), tracked() + Lines{"app.data 0x10 30000"});
-    hardware->data(CAMERA_MSG_PREVIEW_FRAME, nullptr);
     hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(5));
     EXPECT_EQ(shot->sendCommand(1018, 1, 2), NO_ERROR);
     EXPECT_EQ(shot->sendCommand(1017, 1, 2), NO_ERROR);
     EXPECT_EQ(shot->sendCommand(1019, 1, 2), NO_ERROR);
-    EXPECT_EQ(recorder.take(),
-              (Lines{"E ShotSmile: Null data returned in data callback", "app.notify 0x1 -2147483648 0",
-                     "app.data 0x10 null", "I ShotSmile: CAMERA_MSG_COMPRESSED_IMAGE", "app.data 0x100 5",
-                     "I ShotSmile: ShotSmile::sendCommand 1018, 1, 2", "I ShotSmile: SMILE_SHOT_DETECTION_STOP",
-                     "I ShotSmile: ShotSmile::sendCommand 1017, 1, 2", "I ShotSmile: SMILE_SHOT_DETECTION_START",
-                     "I ShotSmile: ShotSmile::sendCommand 1019, 1, 2", "hw.sendCommand 1019 1 2"}));
-    shot->setCameraHardware(nullptr);
-    EXPECT_EQ(shot->startPreview(), INVALID_OPERATION);
-    EXPECT_EQ(shot->sendCommand(1017, 0, 0), INVALID_OPERATION);
-    EXPECT_EQ(recorder.take(), Lines(2, "E ShotSmile: mHardware is NULL, returning."));
+    EXPECT_EQ(
+        recorder.take(),
+        tracked() + (Lines{"app.data 0x10 30000", "I ShotSmile: CAMERA_MSG_COMPRESSED_IMAGE", "app.data 0x100 5",
+                           "I ShotSmile: ShotSmile::sendCommand 1018, 1, 2", "I ShotSmile: SMILE_SHOT_DETECTION_STOP",
+                           "I ShotSmile: ShotSmile::sendCommand 1017, 1, 2", "I ShotSmile: SMILE_SHOT_DETECTION_START",
+                           "I ShotSmile: ShotSmile::sendCommand 1019, 1, 2", "hw.sendCommand 1019 1 2"}));
 }
 
 }  // namespace

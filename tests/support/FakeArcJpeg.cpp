@@ -10,19 +10,6 @@
 
 using namespace kov::test;
 
-namespace kov::test {
-
-FakeArcJpeg& fakeArcJpeg() {
-    static FakeArcJpeg fake;
-    return fake;
-}
-
-void resetFakeArcJpeg() {
-    fakeArcJpeg() = FakeArcJpeg();
-}
-
-}  // namespace kov::test
-
 namespace {
 
 struct Manager {};
@@ -34,7 +21,7 @@ struct Stream {
 /// An encoder reads the whole picture, as far as it can be one.
 MRESULT save(MHandle manager, MHandle stream, MBITMAP* bitmap, const std::string& how) {
     record((manager && use<Manager>(manager) ? "" : "without manager: ") + how);
-    fakeArcJpeg().lastBitmap = *bitmap;
+    gFakeArcJpeg.lastBitmap = *bitmap;
     const uint32_t asked = ask();
     const int64_t pixels = int64_t{bitmap->lWidth} * bitmap->lHeight;
     if (asked == 1 || pixels <= 0)
@@ -42,17 +29,17 @@ MRESULT save(MHandle manager, MHandle stream, MBITMAP* bitmap, const std::string
     for (int64_t i = 0; i < pixels && pixels <= (1 << 20); ++i)
         static_cast<const volatile uint8_t*>(bitmap->pPlane[0])[i];
     if (asked != 2)  // else an output that was not written
-        use<Stream>(stream)->bytes = fakeArcJpeg().jpeg;
-    if (fakeArcJpeg().duringSave)
-        fakeArcJpeg().duringSave();
-    return asked == 3 ? 7 : fakeArcJpeg().saveResult;
+        use<Stream>(stream)->bytes = gFakeArcJpeg.jpeg;
+    if (gFakeArcJpeg.duringSave)
+        gFakeArcJpeg.duringSave();
+    return asked == 3 ? 7 : 0;
 }
 
 }  // namespace
 
 MRESULT AMCM_Create(MHandle memory_manager, MHandle* manager) {
     record(memory_manager ? "AMCM_Create with memory manager" : "AMCM_Create");
-    const MRESULT result = fakeArcJpeg().createResult;
+    const MRESULT result = gFakeArcJpeg.createResult;
     return result || !make<Manager>(ask(), manager) ? std::max(result, 5) : 0;
 }
 
@@ -71,7 +58,7 @@ void MEncoder_AJL2Create(void) {}
 
 MHandle MStreamOpenFromMemoryBlock(void* block, int32_t capacity) {
     record(text("MStreamOpenFromMemoryBlock %s %d", block ? "block" : "null", capacity));
-    return fakeArcJpeg().streamOpens && !ask() ? keep(std::make_shared<Stream>()) : nullptr;
+    return gFakeArcJpeg.streamOpens && !ask() ? keep(std::make_shared<Stream>()) : nullptr;
 }
 
 int32_t MStreamSeek(MHandle stream, int32_t origin, int32_t offset) {

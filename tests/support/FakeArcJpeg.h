@@ -8,17 +8,15 @@
 
 namespace kov::test {
 
-/// How the fake behaves; one for all threads, reset by `resetFakeArcJpeg`.
+/// How the fake behaves; one for all threads.
 struct FakeArcJpeg {
     MRESULT createResult = 0;
     bool streamOpens = true;
-    MRESULT saveResult = 0;
     std::string jpeg = "JPEG";         // what a save leaves in the stream
     std::function<void()> duringSave;  // run within a save
     MBITMAP lastBitmap = {};
 };
 
-FakeArcJpeg& fakeArcJpeg();
-void resetFakeArcJpeg();
+inline FakeArcJpeg gFakeArcJpeg;
 
 }  // namespace kov::test

@@ -5,9 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "tests/support/Answers.h"
-#include "tests/support/Handles.h"
-#include "tests/support/Recorder.h"
+#include "tests/support/ScriptedCall.h"
 
 using namespace kov::test;
 
@@ -32,19 +30,16 @@ struct Outcome {
 };
 
 Outcome call(const char* name, const std::string& arguments = "") {
-    record(std::string("caps.") + name + arguments);
-    if (fakeCaps().during)
-        fakeCaps().during(name);
-    const auto result = fakeCaps().results.find(name);
     const uint32_t how = ask(name);
-    return {result != fakeCaps().results.end() ? result->second : how == 1 ? kFailed : CAPS_SUCCESS, how};
+    const caps_result usual = how == 1 ? kFailed : CAPS_SUCCESS;
+    return {scriptedCall(gFakeCaps, name, std::string("caps.") + name + arguments, usual), how};
 }
 
 /// The object, which begins as told, goes to `handle`; null where the call fails.
 template <typename Object, typename Handle>
 caps_result make(Handle** handle, const Object& object, const char* name, const std::string& arguments) {
     const Outcome outcome = call(name, arguments);
-    const uint32_t how = outcome != CAPS_SUCCESS ? 1 : fakeCaps().makesNothing.contains(name) ? 2 : outcome.how;
+    const uint32_t how = outcome != CAPS_SUCCESS ? 1 : gFakeCaps.makesNothing.contains(name) ? 2 : outcome.how;
     *handle = nullptr;
     const bool success = kov::test::make<Object>(how, handle);
     if (*handle)
@@ -60,7 +55,7 @@ caps_result destroy(const void* object, const char* name) {
 
 void fill(caps_data* data, uint32_t how) {
     auto* const buffer = use<Buffer>(data);
-    buffer->bytes = fakeCaps().jpeg;
+    buffer->bytes = gFakeCaps.jpeg;
     const auto length = static_cast<int32_t>(buffer->bytes.size());
     buffer->length = how > 2 ? std::min(absurd(how), 0) : length;
     buffer->data = how == 2 ? nullptr : reinterpret_cast<uint8_t*>(buffer->bytes.data());
@@ -78,17 +73,8 @@ struct caps_iterator {
     size_t step;
 };
 
-namespace kov::test {
-
-FakeCaps& fakeCaps() {
-    static FakeCaps fake;
-    return fake;
-}
-
-}  // namespace kov::test
-
 int32_t caps_pixelBitSize(int32_t format) {
-    return numberOf(call("pixelBitSize", text(" %d", format)).how, fakeCaps().bitsPerPixel);
+    return numberOf(call("pixelBitSize", text(" %d", format)).how, gFakeCaps.bitsPerPixel);
 }
 
 caps_result caps_createImage(const caps_data* pixels, int32_t width, int32_t height, int32_t stride, int32_t format,
@@ -167,7 +153,7 @@ caps_result caps_render(cips* session, caps_stream* output, int32_t width, int32
 caps_result caps_doNextIteration(caps_iterator* iterator) {
     const Outcome outcome = call("doNextIteration");
     use<caps_iterator>(iterator)->step += outcome.how == 0 || outcome.how > 8;  // else it stands still
-    if (outcome.how == 1 || iterator->step < fakeCaps().counts.size() || fakeCaps().endless)
+    if (outcome.how == 1 || iterator->step < gFakeCaps.counts.size() || gFakeCaps.endless)
         return outcome;
     fill(iterator->output->data, outcome.how);
     return 0;
@@ -176,14 +162,14 @@ caps_result caps_doNextIteration(caps_iterator* iterator) {
 caps_result caps_estimateIterationCount(caps_iterator* iterator, int32_t* total) {
     use<caps_iterator>(iterator);
     const Outcome outcome = call("estimateIterationCount");
-    tell(outcome.how, total, fakeCaps().total);
+    tell(outcome.how, total, gFakeCaps.total);
     return outcome;
 }
 
 caps_result caps_getCurIterationCount(caps_iterator* iterator, int32_t* done) {
     const Outcome outcome = call("getCurIterationCount");
-    const size_t step = std::clamp<size_t>(use<caps_iterator>(iterator)->step, 1, fakeCaps().counts.size());
-    tell(outcome.how, done, fakeCaps().counts[step - 1]);
+    const size_t step = std::clamp<size_t>(use<caps_iterator>(iterator)->step, 1, gFakeCaps.counts.size());
+    tell(outcome.how, done, gFakeCaps.counts[step - 1]);
     return outcome;
 }
 
@@ -195,9 +181,9 @@ caps_result caps_renderAsRawToBuffer(cips* session, caps_image* destination, int
     use<cips>(session);
     const auto* const image = use<Image>(destination);
     const Outcome outcome = call("renderAsRawToBuffer", text(" over %d, %d %d", image->first(), flags, mode));
-    if (outcome == CAPS_SUCCESS && fakeCaps().renderRaw)
-        fakeCaps().renderRaw(image->pixels.data);
+    if (outcome == CAPS_SUCCESS && gFakeCaps.renderRaw)
+        gFakeCaps.renderRaw(image->pixels.data);
     else if (outcome == CAPS_SUCCESS && image->pixels.length > 0)
-        std::memset(image->pixels.data, fakeCaps().look, static_cast<size_t>(image->pixels.length));
+        std::memset(image->pixels.data, gFakeCaps.look, static_cast<size_t>(image->pixels.length));
     return outcome;
 }

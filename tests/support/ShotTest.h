@@ -3,12 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <mutex>
 #include <utility>
 
 #include "shots/ShotCallbacks.h"
+#include "tests/support/FakeArcJpeg.h"
 #include "tests/support/FakeCameraHardware.h"
+#include "tests/support/FakeSystem.h"
 #include "tests/support/Handles.h"
 #include "tests/support/Recorder.h"
 #include "tests/support/Region.h"
@@ -27,6 +30,15 @@ public:
         if (hardware.get())
             shot->setCallbacks(onNotify, onData, onDataTimestamp, this);
     }
+    /// A new shot in place of the one before; what is recorded after the line that tells of it.
+    Lines made() {
+        retireShot();
+        recorder.take();
+        makeShot();
+        const Lines lines = recorder.take();
+        const std::string created = text("I %s: %s created: pid=PID", Mode::kTag, Mode::kTag);
+        return {std::find(lines.begin(), lines.end(), created) + 1, lines.end()};
+    }
     void retireShot() {
         if (Mode* old = std::exchange(shot, nullptr))
             android::retireShot(old, old->gate());
@@ -42,6 +54,10 @@ public:
         int height = 0;
         hardware->params.getPreviewSize(&width, &height);
         return makeMemory(static_cast<size_t>(width) * height * 3 / 2, fill);
+    }
+    ~ShotTest() override {
+        resetFakeSystem();
+        gFakeArcJpeg = {};
     }
     /// Whatever a test does, nothing of a library's is left when its shot has gone.
     void TearDown() override {
