@@ -49,11 +49,7 @@ const auto merged = [] { return kPicture + step(100) + delivered(); };
 
 class ShotAddMeTest : public ShotTest<ShotAddMe> {
 protected:
-    ~ShotAddMeTest() override {
-        gFakePlusMe.during = nullptr;
-        retireShot();
-        gFakePlusMe = {};
-    }
+    ~ShotAddMeTest() override { gFakePlusMe = {}; }
 
     Lines command(int32_t code, int32_t arg1 = 0) {
         EXPECT_EQ(shot->sendCommand(code, arg1, 0), NO_ERROR);

@@ -27,15 +27,10 @@ class ShotCartoonTest : public ShotTest<ShotCartoon> {
 protected:
     ShotCartoonTest() {
         fakeSystem().now = [now = nsecs_t{}](int) mutable { return now += 7000000; };
-        makeReady();
+        made();
     }
     ~ShotCartoonTest() override { gFakeCaps = {}; }
 
-    void makeReady() {
-        retireShot();
-        makeShot();
-        recorder.take();
-    }
     void select(int32_t effect) {
         shot->sendCommand(1039, effect, 0);
         recorder.take();
@@ -90,7 +85,7 @@ TEST_F(ShotCartoonTest, FramesAreRenderedInPlaceFromOneCopy) {
 TEST_F(ShotCartoonTest, APlanarFrameIsRenderedInTheLibrarysOrderAndDeliveredInItsOwn) {
     hardware->params.setPreviewSize(4, 2);
     hardware->params.setPreviewFormat("yuv420p");
-    makeReady();
+    made();
     const sp<IMemory> frame = makeMemory(12);
     const std::vector<uint8_t> planar = {1, 2, 3, 4, 5, 6, 7, 8, 20, 21, 30, 31};
     std::copy(planar.begin(), planar.end(), static_cast<uint8_t*>(frame->pointer()));
@@ -124,7 +119,7 @@ TEST_F(ShotCartoonTest, FramesAreRenderedAsFarAsTheyAreThere) {
         SCOPED_TRACE(text("%s %dx%d", format, width, height));
         hardware->params.setPreviewSize(width, height);
         hardware->params.setPreviewFormat(format);
-        makeReady();
+        made();
         const sp<IMemory> frame = makeMemory(size, 20);
         hardware->data(CAMERA_MSG_PREVIEW_FRAME, frame);
         hardware->data(CAMERA_MSG_PREVIEW_FRAME, frame);
@@ -133,7 +128,7 @@ TEST_F(ShotCartoonTest, FramesAreRenderedAsFarAsTheyAreThere) {
         EXPECT_EQ(bytesOf(frame), std::vector<uint8_t>(size, 20));
     }
     hardware->params.setPreviewSize(4, 2);
-    makeReady();
+    made();
     const sp<IMemory> padded = makeMemory(15, 20);
     hardware->data(CAMERA_MSG_PREVIEW_FRAME, padded);
     EXPECT_EQ(bytesOf(padded), (std::vector<uint8_t>{99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 20, 20, 20}));

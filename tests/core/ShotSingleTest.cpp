@@ -23,10 +23,7 @@ public:
 
 class ShotSingleTest : public kov::test::ShotTest<Geometry> {
 protected:
-    ShotSingleTest() {
-        makeShot();
-        recorder.take();
-    }
+    ShotSingleTest() { made(); }
 };
 
 TEST_F(ShotSingleTest, StillCaptureInItsOrder) {

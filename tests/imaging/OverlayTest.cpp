@@ -118,4 +118,14 @@ TEST(OverlayTest, SpansAreBlendedWithTheirRounding) {
     EXPECT_EQ(canvas.row(1, 1, 0, 5), (Places{170, 0, 170, 0, 100}));  // the odd length reaches into the second pair
 }
 
+TEST(OverlayTest, MissingPlanesAreCompleted) {
+    uint8_t frame[24] = {};
+    for (const OverlayLayout layout : {OverlayLayout::SemiPlanar, OverlayLayout::Planar}) {
+        OverlayImage record = {4, 4, {frame, nullptr, nullptr}};
+        completePlanes(record, layout);
+        EXPECT_EQ(record.plane[1], frame + 16);
+        EXPECT_EQ(record.plane[2], frame + (layout == OverlayLayout::Planar ? 20 : 17));
+    }
+}
+
 }  // namespace

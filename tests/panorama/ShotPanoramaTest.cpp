@@ -34,8 +34,7 @@ protected:
         fakeSystem().now = [](int clock) {
             return clock == SYSTEM_TIME_REALTIME ? fakeMilliseconds * nsecs_t{1000000} : 0;
         };
-        makeShot();
-        recorder.take();
+        made();
     }
     ~ShotPanoramaTest() override {
         gFakePanoraMax = {};
@@ -295,9 +294,8 @@ TEST_F(ShotPanoramaTest, FramesThatAreNotTheCapturesGoByUnread) {
     EXPECT_EQ(frame(), (Lines{"px_handleFrame #5 800x480 of 0 at 109", "app.data 0x10 576000"}));
     hardware->params.setPreviewSize(640, 480);
     for (const char* const format : {"yuv420p", "yuv422i"}) {
-        retireShot();
         hardware->params.setPreviewFormat(format);
-        makeShot();
+        made();
         command(1019);
         deliver(1);
         EXPECT_EQ(frame(), Lines{line} + passed + passed);
