@@ -23,6 +23,7 @@
 namespace {
 
 using kov::test::gFailingNew;
+using kov::test::gInProduct;
 using kov::test::gNews;
 using Bytes = std::vector<uint8_t>;
 
@@ -87,7 +88,7 @@ Bytes bytesOf(const Session& session) {
 
 struct Outcome {
     std::vector<const char*> sites;  // of the calls, in their order
-    std::set<std::string> lines;     // that were written, without their numbers
+    std::set<std::string> lines;     // that were written, without their numbers and addresses
     int again = 0;                   // pictures of the mode after the failure, from a fresh start
     int single = 0;                  // pictures of the next mode
 };
@@ -96,9 +97,11 @@ struct Outcome {
 Outcome run(const Session& session, size_t failing) {
     Outcome outcome;
     const int sink = kov::host::addLogSink([&](const kov::host::LogLine& line) {
+        const bool inProduct = std::exchange(gInProduct, false);
         std::string text(line.message);
         std::erase_if(text, [](char c) { return std::isxdigit(static_cast<unsigned char>(c)); });
         outcome.lines.insert(text);
+        gInProduct = inProduct;
     });
     const Bytes bytes = bytesOf(session);
     const auto pictures = [](const std::vector<Step>& steps) {

@@ -340,6 +340,7 @@ void runWith(std::launch policy, const std::function<void()>& actors) {
         .allowsHeap = [](size_t size) { return !ask("newHeap") && size <= kMostMemory; },
         .startThread =
             [](std::function<void()> thread) {
+                const InProduct outside(false);
                 if (ask("startThread"))
                     return false;
                 const std::lock_guard held(gThreadsLock);
