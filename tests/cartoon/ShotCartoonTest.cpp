@@ -174,6 +174,12 @@ TEST_F(ShotCartoonTest, PicturesAreRenderedAndReplaced) {
         EXPECT_EQ(std::string(static_cast<const char*>(lastData->pointer()), lastData->size()), gFakeCaps.jpeg);
         EXPECT_EQ(lastData->getMemory()->getSize(), 9U);
     }
+    const sp<IMemory> frame = makeFrame();
+    lastData.clear();
+    const size_t alive = kov::host::liveHeaps();
+    hardware->data(CAMERA_MSG_PREVIEW_FRAME, frame);
+    EXPECT_EQ(kov::host::liveHeaps(), alive - 1) << "the picture of before is kept";
+    recorder.take();
     for (const auto& [parameter, quality] : {std::pair("70", "0.90"), {"40", "0.70"}, {"85", "0.95"}, {"", "0.95"}}) {
         hardware->params.set("jpeg-quality", parameter);
         EXPECT_EQ(picture(), pictureLines({}, quality));

@@ -204,7 +204,12 @@ TEST_F(AdaptorTest, ASwitchIsMadeInFullAndInItsOrder) {
                                        (mode == 1000 ? kSingleCreated + Lines{"hw.setCallbacks"} : Lines{}));
         EXPECT_EQ(sendOneOfEach(), kAllReceived);
     }
-    EXPECT_EQ(hardware->user, static_cast<void*>(static_cast<KovCameraHardwareInterface*>(adaptor.get())));
+    auto* const own = static_cast<KovCameraHardwareInterface*>(adaptor.get());
+    EXPECT_EQ(hardware->user, static_cast<void*>(own));
+    adaptor->sendCommand(1000, 0, 0);
+    recorder.take();
+    own->releaseCurrentShot();
+    EXPECT_EQ(recorder.take(), released);
 }
 
 TEST_F(AdaptorTest, CallbacksMayBeMissingAtEveryPlace) {

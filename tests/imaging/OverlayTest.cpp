@@ -77,7 +77,8 @@ TEST(OverlayTest, RectanglesGrowAsTheirUserWants) {
     const std::vector<std::tuple<OverlayFrame, Places, Places, Places>> cases = {
         // corners, and the edges' places
         {OverlayFrame::Outward2, {10, 10, 20, 20}, {10, 11, 20, 21}, {10, 11, 20, 21}},
-        {OverlayFrame::Inward2, {5, 7, 101, 51}, {6, 7, 49, 50}, {4, 5, 99, 100}}};
+        {OverlayFrame::Inward2, {5, 7, 101, 51}, {6, 7, 49, 50}, {4, 5, 99, 100}},
+        {OverlayFrame::Outward2, {14, 15, 15, 14}, {14}, {14}}};  // a point, grown
     for (const auto& [frame, corners, rows, columns] : cases) {
         Canvas canvas(120, 60);
         drawRectangle(canvas.image, canvas.layout, corners[0], corners[1], corners[2], corners[3], kMark, frame);

@@ -47,12 +47,11 @@ TEST(PanoramaGuideTest, ArrowsPointToTheOffset) {
     }
 }
 
-/// The luma of a black frame with these arrows.
+/// A black frame with these arrows.
 std::vector<uint8_t> drawn(px_direction code, int32_t width, int32_t height) {
     const auto area = static_cast<size_t>(width) * height;
     std::vector<uint8_t> bytes(area * 3 / 2);
     DrawFadingArrows({0, width, height, {bytes.data(), bytes.data() + area, nullptr}}, code);
-    bytes.resize(area);
     return bytes;
 }
 
@@ -72,15 +71,16 @@ TEST(PanoramaGuideTest, ArrowsLieWhereTheyBelong) {
         {1, 641, {{216, {590, 590}}, {264, {590, 590}}}}};
     for (const auto& [code, width, expected] : cases) {
         SCOPED_TRACE(code);
-        const std::vector<uint8_t> luma = drawn(code, width, 480);
+        const std::vector<uint8_t> frame = drawn(code, width, 480);
         Spans spans;
         for (int at = 0; at < width * 480; ++at) {
-            if (luma[at] != 0)
+            if (frame[at] != 0)
                 spans.try_emplace(at / width, at % width, 0).first->second.second = at % width;
         }
         ASSERT_FALSE(spans.empty());
         EXPECT_EQ(spans.begin()->first, expected.begin()->first);
         EXPECT_EQ(spans.rbegin()->first, expected.rbegin()->first);
+        EXPECT_EQ(spans.size(), static_cast<size_t>(spans.rbegin()->first - spans.begin()->first + 1)) << "a gap";
         for (const auto& [row, span] : expected)
             EXPECT_EQ(spans[row], span) << row;
     }
@@ -104,7 +104,9 @@ TEST(PanoramaGuideTest, TheirOpacityPulsesWithEveryCall) {
     while (!(opacity(6) == full && opacity(6) == full) && calls < 40)
         ++calls;
     ASSERT_LT(calls, 40);
-    for (const int32_t expected : {230, 200, 120, 40, 120, 200, 230, 255, 255, 230})
+    const std::vector<uint8_t> frame = drawn(6, 64, 64);  // at 230
+    EXPECT_EQ(std::tuple(frame[24 * 64 + 24], frame[76 * 64 + 24], frame[76 * 64 + 25]), std::tuple(160, 154, 0));
+    for (const int32_t expected : {200, 120, 40, 120, 200, 230, 255, 255, 230})
         EXPECT_EQ(opacity(6), (178 * expected + 128) >> 8);
     opacity(0);  // draws nothing, but the pulse goes on past 200
     EXPECT_EQ(opacity(6), (178 * 120 + 128) >> 8);
