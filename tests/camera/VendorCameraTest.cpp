@@ -388,31 +388,6 @@ TEST_F(VendorCameraTest, ARecordingFrameIsNotReusedUntilItComesBack) {
     EXPECT_FALSE(camera->recordingEnabled());
 }
 
-TEST_F(VendorCameraTest, FocusesAndCancels) {
-    openRed(10);
-    std::atomic<bool> cancelled{false};
-    inEachCallback([&](int32_t type) {
-        while (type == CAMERA_MSG_SHUTTER && !cancelled)
-            std::this_thread::yield();
-    });
-    EXPECT_EQ(camera->autoFocus(), INVALID_OPERATION);
-    camera->startPreview();
-    camera->autoFocus();
-    EXPECT_EQ(await(CAMERA_MSG_FOCUS).front().ext1, 1);
-    forget();
-    camera->takePicture();
-    EXPECT_EQ(camera->takePicture(), INVALID_OPERATION);
-    await(CAMERA_MSG_SHUTTER);  // the thread that focuses too is held there
-    camera->startPreview();
-    camera->autoFocus();
-    camera->cancelAutoFocus();
-    camera->cancelPicture();
-    cancelled = true;
-    await([&] { return camera->takePicture() == NO_ERROR; });
-    EXPECT_EQ(await(CAMERA_MSG_COMPRESSED_IMAGE).size(), 1U);  // the second one's alone
-    EXPECT_EQ(messages(CAMERA_MSG_RAW_IMAGE | CAMERA_MSG_FOCUS).size(), 1U);
-}
-
 TEST_F(VendorCameraTest, ASourceThatBreaksEndsThePreviewWithAnError) {
     for (const char* name : {"1.png", "2.png"})
         cv::imwrite(folder / name, cv::Mat(48, 64, CV_8UC3, cv::Scalar(1, 2, 3)));

@@ -8,7 +8,6 @@
 #include <opencv2/imgcodecs.hpp>
 #include <random>
 #include <thread>
-#include <utility>
 
 #include "tests/camera/TemporaryFolder.h"
 #include "tests/gst/Rig.h"
@@ -17,27 +16,6 @@ namespace kov::test {
 namespace {
 
 namespace fs = std::filesystem;
-
-TEST(LifeTest, APauseKeepsTheFramesInTheirOrder) {
-    const Rig rig("scene:still-life");
-    const Harness video = rig.harness("vfsrc", "video/x-raw,width=320");
-    GstClockTime last = 0;
-    guint64 next = 0;
-    for (int i = 0; i < 5; ++i) {
-        rig.state(GST_STATE_PLAYING);
-        for (int frames = 0; frames < 3; ++frames) {
-            const BufferPtr buffer = pull(video);
-            ASSERT_TRUE(buffer);
-            EXPECT_GE(GST_BUFFER_PTS(buffer.get()), std::exchange(last, GST_BUFFER_PTS(buffer.get())));
-            EXPECT_GE(GST_BUFFER_OFFSET(buffer.get()), next);
-            next = GST_BUFFER_OFFSET(buffer.get()) + 1;
-        }
-        rig.state(GST_STATE_PAUSED);
-        const guint paused = gst_harness_buffers_received(video.get());
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));  // six frames, if there were any
-        EXPECT_LE(gst_harness_buffers_received(video.get()), paused + 1);
-    }
-}
 
 TEST(LifeTest, AfterSoManyFramesTheStreamEnds) {
     const Rig rig;

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
-#include <tuple>
 #include <vector>
 
 namespace {
@@ -78,26 +77,6 @@ TEST_F(JpegEncoderTest, WhatDoesNotFitLeavesTheStreamEmpty) {
     EXPECT_EQ(savedIn(needed + 1), needed);
     for (const int32_t capacity : {1, 100, needed / 2, needed - 1})
         EXPECT_EQ(savedIn(capacity), 0) << capacity;
-}
-
-TEST_F(JpegEncoderTest, WrongCallsAreRefused) {
-    EXPECT_EQ(MStreamOpenFromMemoryBlock(nullptr, 0), nullptr);
-    const MHandle stream = MStreamOpenFromMemoryBlock(nullptr, 4096);
-    MHandle withoutEncoder = nullptr;
-    AMCM_Create(nullptr, &withoutEncoder);
-    using Call = std::tuple<MHandle, uint32_t, uint32_t, int32_t>;
-    const Call calls[] = {Call(nullptr, kJpeg, kFormat, 32), Call(withoutEncoder, kJpeg, kFormat, 32),
-                          Call(manager, 1, kFormat, 32), Call(manager, kJpeg, 5, 32),
-                          Call(manager, kJpeg, kFormat, 31)};
-    for (const auto& [user, kind, format, width] : calls) {
-        Frame frame(32, 16, 128, 128);
-        frame.bitmap.lWidth = width;
-        frame.bitmap.dwPixelArrayFormat = format;
-        EXPECT_NE(MdBitmapSave(user, stream, kind, &frame.bitmap), 0);
-    }
-    EXPECT_EQ(MStreamGetSize(stream), 0);
-    AMCM_Destroy(withoutEncoder);
-    MStreamClose(stream);
 }
 
 }  // namespace
