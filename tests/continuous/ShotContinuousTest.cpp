@@ -246,7 +246,8 @@ TEST_F(ShotContinuousTest, EveryCommandInEveryState) {
         EXPECT_EQ(bytesOf(lastData)[0], state == Capturing && after[i % 3] == 1 ? 0 : 66);  // frozen
         recorder.take();
         command(1025);
-        EXPECT_EQ(recorder.take("I ShotContinuous: Term"), Lines{terminate + text("[%d]", after[i % 3])});
+        EXPECT_EQ(only(recorder.take(), {"I ShotContinuous: CONT", "I ShotContinuous: Term"}),
+                  (Lines{"I ShotContinuous: CONTINUOUS_SHOT_TERMINATE", terminate + text("[%d]", after[i % 3])}));
         clock.held = false;
         expectCleanBurst();
     }

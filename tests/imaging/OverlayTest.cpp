@@ -77,6 +77,7 @@ TEST(OverlayTest, RectanglesGrowAsTheirUserWants) {
     const std::vector<std::tuple<OverlayFrame, Places, Places, Places>> cases = {
         // corners, and the edges' places
         {OverlayFrame::Outward2, {10, 10, 20, 20}, {10, 11, 20, 21}, {10, 11, 20, 21}},
+        {OverlayFrame::Inward4, {10, 10, 20, 20}, {10, 11, 12, 13, 17, 18, 19, 20}, {10, 11, 12, 13, 17, 18, 19, 20}},
         {OverlayFrame::Inward2, {5, 7, 101, 51}, {6, 7, 49, 50}, {4, 5, 99, 100}},
         {OverlayFrame::Outward2, {14, 15, 15, 14}, {14}, {14}}};  // a point, grown
     for (const auto& [frame, corners, rows, columns] : cases) {
@@ -86,6 +87,31 @@ TEST(OverlayTest, RectanglesGrowAsTheirUserWants) {
         EXPECT_EQ(canvas.marked(false, 15), columns);
         EXPECT_EQ(canvas.row(1, rows[0] / 2, 14, 16), (Places{1, 2}));  // pairs of the top edge
     }
+}
+
+TEST(OverlayTest, OddLinesChangeLumaOnlyAndOutsideNothing) {
+    Canvas canvas(16, 8);
+    drawHorizontalLine(canvas.image, canvas.layout, 3, -3, 19, kMark);
+    drawVerticalLine(canvas.image, canvas.layout, 5, -10, 18, kMark);
+    EXPECT_EQ(canvas.marked(true, 5).size(), 8U);
+    EXPECT_EQ(canvas.marked(false, 3).size(), 16U);
+    EXPECT_TRUE(canvas.blank(Canvas::kGuard + 16 * 8, canvas.bytes.size()));
+    Canvas blank(8, 8);
+    for (const int64_t outside : {int64_t{-1}, int64_t{8}, int64_t{INT_MAX} + 3}) {
+        drawHorizontalLine(blank.image, blank.layout, outside, 0, 7, kMark);
+        drawVerticalLine(blank.image, blank.layout, outside, 0, 7, kMark);
+    }
+    drawHorizontalLine(blank.image, blank.layout, 2, 6, 3, kMark);
+    EXPECT_TRUE(blank.blank(0, blank.bytes.size()));
+}
+
+TEST(OverlayTest, PlanarChromaGoesToItsPlanes) {
+    Canvas canvas(8, 8, OverlayLayout::Planar);
+    drawHorizontalLine(canvas.image, canvas.layout, 4, 2, 5, kMark);
+    drawVerticalLine(canvas.image, canvas.layout, 0, 0, 7, {200, 3, 4});
+    const uint8_t o = kBlank;  // two rows of the frame are four of a plane
+    EXPECT_EQ(canvas.row(1, 0, 0, 16), (Places{3, o, o, o, 3, o, o, o, 3, 1, 1, o, 3, o, o, o}));
+    EXPECT_EQ(canvas.row(2, 0, 0, 16), (Places{4, o, o, o, 4, o, o, o, 4, 2, 2, o, 4, o, o, o}));
 }
 
 TEST(OverlayTest, NothingOutsideTheFrameIsEverWritten) {

@@ -266,7 +266,7 @@ TEST_F(ShotSmileTest, TheBindingChecksWhatItIsGiven) {
         EXPECT_EQ(recorder.take(), error("InitSmileDetection", 1));
     }
     // The largest that can, and a frame of which the engines refuse what is not it.
-    for (const auto& [width, height] : {std::pair{0x3FFFFFFE, 1}, {638, 480}}) {
+    for (const auto& [width, height] : {std::pair{0x3FFFFFFE, 1}, {1, 0x3FFFFFFE}, {638, 480}}) {
         engines.UnInitSmile();
         engines.UnInitFaceTracking();
         gFakeArcFace.made.clear();
