@@ -108,10 +108,11 @@ TEST(OverlayTest, OddLinesChangeLumaOnlyAndOutsideNothing) {
 TEST(OverlayTest, PlanarChromaGoesToItsPlanes) {
     Canvas canvas(8, 8, OverlayLayout::Planar);
     drawHorizontalLine(canvas.image, canvas.layout, 4, 2, 5, kMark);
-    drawVerticalLine(canvas.image, canvas.layout, 0, 0, 7, {200, 3, 4});
+    for (const int64_t x : {0, 6})
+        drawVerticalLine(canvas.image, canvas.layout, x, 0, 7, {200, 3, 4});
     const uint8_t o = kBlank;  // two rows of the frame are four of a plane
-    EXPECT_EQ(canvas.row(1, 0, 0, 16), (Places{3, o, o, o, 3, o, o, o, 3, 1, 1, o, 3, o, o, o}));
-    EXPECT_EQ(canvas.row(2, 0, 0, 16), (Places{4, o, o, o, 4, o, o, o, 4, 2, 2, o, 4, o, o, o}));
+    EXPECT_EQ(canvas.row(1, 0, 0, 16), (Places{3, o, o, 3, 3, o, o, 3, 3, 1, 1, 3, 3, o, o, 3}));
+    EXPECT_EQ(canvas.row(2, 0, 0, 16), (Places{4, o, o, 4, 4, o, o, 4, 4, 2, 2, 4, 4, o, o, 4}));
 }
 
 TEST(OverlayTest, NothingOutsideTheFrameIsEverWritten) {

@@ -266,6 +266,8 @@ TEST_F(ShotPanoramaTest, InitTakesItsOwnSizeAndRefusesAndIgnores) {
     gFakePanoraMax.status.status = 3;                   // add it
     for (const char* const how : {"2", "2", "0", "0"})  // the buffer is full, but there is no capture to stop
         EXPECT_EQ(shot->handled(makeMemory(460800)), Lines{how});
+    shot->init(1, 1, true);  // the smallest
+    EXPECT_EQ(taken().back(), "px_start #3");
 }
 
 TEST_F(ShotPanoramaTest, FramesThatAreNotTheCapturesGoByUnread) {
