@@ -89,6 +89,9 @@ TEST_F(ShotCartoonTest, APlanarFrameIsRenderedInTheLibrarysOrderAndDeliveredInIt
     const sp<IMemory> frame = makeMemory(12);
     const std::vector<uint8_t> planar = {1, 2, 3, 4, 5, 6, 7, 8, 20, 21, 30, 31};
     std::copy(planar.begin(), planar.end(), static_cast<uint8_t*>(frame->pointer()));
+    std::vector<uint8_t> ordered(12);
+    planarToSemiPlanar(planar.data(), 4, 2, ordered.data());
+    EXPECT_EQ(ordered, (std::vector<uint8_t>{1, 2, 3, 4, 5, 6, 7, 8, 30, 20, 31, 21}));
     for (const char* failing : {"renderAsRawToBuffer", "newSessionWithRaw", "createImage"}) {
         gFakeCaps.results = {{failing, 0}};
         hardware->data(CAMERA_MSG_PREVIEW_FRAME, frame);

@@ -448,6 +448,7 @@ TEST_F(ShotContinuousTest, TheClickFollowsTheSalesCode) {
         command(1026, 1);
         EXPECT_EQ(recorder.take("player."), player + Lines{"player.setVolume 0.5 0.5"});
         retireShot();
+        EXPECT_EQ(recorder.take("player."), Lines{"player.disconnect"});
         EXPECT_EQ(gFakeMedia.playersAlive, 0);
     }
     gFakeMedia.dataSourceResult = -2;

@@ -87,6 +87,10 @@ TEST_F(ArcJpegEncoderTest, GoesOnWithoutAManagerAndStopsWithoutAStream) {
                      "without manager: MdBitmapSaveEx 2 quality 90 0x70000002", "MStreamSeek 0 0", "MStreamGetSize",
                      "MStreamSeek 0 0", "MStreamRead 0", "deliver ", "MStreamClose"}));
     kov::test::gFakeArcJpeg = {};
+    kov::test::fakeSystem().allowsHeap = [](size_t) { return false; };
+    encode(kNone);
+    EXPECT_EQ(recorder.take("deliver"), Lines{"deliver "});
+    kov::test::resetFakeSystem();
     gFakeArcJpeg.streamOpens = false;
     encode(kAll, std::nullopt);
     encode(kFirstAndLast);
