@@ -142,6 +142,7 @@ TEST_F(ShotActionTest, EveryCommandInEveryState) {
         Lines on1029, frameAfter1029, frameAfter1031;
     } cases[] = {{"idle", {}, 1, kBegun, kFollowed, kShown},
                  {"running", {1029, 0}, 1, {}, kFollowed, kStopped},
+                 {"told to run twice", {1029, 1029}, 1, {}, kFollowed, kStopped},
                  {"stop asked for", {1029, 1031}, 1, kBegunAgain, kFollowed, kStopped},
                  {"stopped", {1029, 1031, 0, 0}, 1, kBegunAgain, kFollowed, kShown},
                  {"begun anew", {1029, 1031, 0, 1029}, 1, {}, kFollowed, kStopped},
