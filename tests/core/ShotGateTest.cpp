@@ -1,4 +1,4 @@
-// The fence of one object: who gets in, who is waited for, when its block is used again.
+// The fence of one object: who gets in, who is waited for, when its block is used again; and whom it tells.
 
 #include "shots/ShotGate.h"
 
@@ -9,6 +9,7 @@
 #include <thread>
 #include <utility>
 
+#include "shots/CallbackSet.h"
 #include "tests/support/Recorder.h"
 #include "tests/support/WaitingThread.h"
 
@@ -112,6 +113,27 @@ TEST(ShotGateTest, ABlockThatSomebodyHoldsIsNotUsedAgain) {
     fenced.reset();
     const Fenced next;
     EXPECT_FALSE(ShotGate::Entry(hold));  // else it would be the next one's, which is open
+}
+
+TEST(CallbackSetTest, ACallbackComesWithItsOwnCookie) {
+    static constexpr android::notify_callback kCallbacks[] = {[](int32_t, int32_t, int32_t, void*) {},
+                                                              [](int32_t, int32_t, int32_t, void*) {}};
+    android::CallbackSet set;
+    char cookies[2];
+    std::atomic<bool> over{false};
+    std::jthread storing([&] {
+        for (int i = 0; !over; ++i)
+            set.store(kCallbacks[i % 2], nullptr, nullptr, &cookies[i % 2]);
+    });
+    int seen[2] = {}, mixed = 0;
+    while (seen[0] < 50000 || seen[1] < 50000) {
+        const auto [callback, cookie] = set.notify();
+        const int which = callback == kCallbacks[1];
+        seen[which] += callback != nullptr;
+        mixed += callback && cookie != &cookies[which];
+    }
+    over = true;
+    EXPECT_EQ(mixed, 0);
 }
 
 }  // namespace
