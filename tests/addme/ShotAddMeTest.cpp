@@ -283,7 +283,8 @@ TEST_F(ShotAddMeTest, AMergeMayBeDisturbedFromWithinItsProgress) {
             send({1033});
         gFakePlusMe.progress = {100};
         recorder.take();
-        EXPECT_EQ(picture(), kFirst);  // the pair has ended
+        EXPECT_EQ(picture(), kFirst);           // the pair has ended
+        EXPECT_EQ(command(1035, 1), position);  // nothing is merged yet
         EXPECT_EQ(picture(), merged());
         EXPECT_EQ(command(1037), Lines{"pm.CancelCapture"});  // nobody notes it any more
     }

@@ -332,6 +332,13 @@ TEST_F(ShotContinuousTest, AShotThatGoesAwayTakesItsEncoderAlong) {
         makeShot();
         expectCleanBurst();
     }
+    clock.held = true;
+    takeFrames(1);
+    command(1024);
+    command(1025);
+    retireShot();
+    EXPECT_EQ(recorder.take("E ShotContinuous: Kill"), Lines{}) << "it was told before";
+    clock.held = false;
 }
 
 // Another burst, that is begun and stopped while a picture is encoded: its encoder waits for the one at work.

@@ -110,9 +110,10 @@ TEST(OverlayTest, PlanarChromaGoesToItsPlanes) {
     drawHorizontalLine(canvas.image, canvas.layout, 4, 2, 5, kMark);
     for (const int64_t x : {0, 6})
         drawVerticalLine(canvas.image, canvas.layout, x, 0, 7, {200, 3, 4});
+    drawHorizontalLine(canvas.image, canvas.layout, 6, 4, 4, kMark);
     const uint8_t o = kBlank;  // two rows of the frame are four of a plane
-    EXPECT_EQ(canvas.row(1, 0, 0, 16), (Places{3, o, o, 3, 3, o, o, 3, 3, 1, 1, 3, 3, o, o, 3}));
-    EXPECT_EQ(canvas.row(2, 0, 0, 16), (Places{4, o, o, 4, 4, o, o, 4, 4, 2, 2, 4, 4, o, o, 4}));
+    EXPECT_EQ(canvas.row(1, 0, 0, 16), (Places{3, o, o, 3, 3, o, o, 3, 3, 1, 1, 3, 3, o, 1, 3}));
+    EXPECT_EQ(canvas.row(2, 0, 0, 16), (Places{4, o, o, 4, 4, o, o, 4, 4, 2, 2, 4, 4, o, 2, 4}));
 }
 
 TEST(OverlayTest, NothingOutsideTheFrameIsEverWritten) {

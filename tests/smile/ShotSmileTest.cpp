@@ -199,7 +199,7 @@ TEST_F(ShotSmileTest, EnginesThatLieAreSurvived) {
     EXPECT_EQ(bytesOf(lastData)[60 * 160 + 110], 0);
     start();
     gFakeArcFace.smiles.clear();
-    gFakeArcFace.faceCount = 1;
+    gFakeArcFace.smileCount = gFakeArcFace.faceCount = 1;
     EXPECT_EQ(framed(), looked() + error("SmileDetect", 3) + kDelivered);
     gFakeArcFace.faces.clear();
     EXPECT_EQ(framed(), tracked() + error("FaceTrackingDetect", 3) + kDelivered);
