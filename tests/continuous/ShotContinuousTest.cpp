@@ -339,6 +339,7 @@ TEST_F(ShotContinuousTest, AShotThatGoesAwayTakesItsEncoderAlong) {
     retireShot();
     EXPECT_EQ(recorder.take("E ShotContinuous: Kill"), Lines{}) << "it was told before";
     clock.held = false;
+    until("-exit: 0");
 }
 
 // Another burst, that is begun and stopped while a picture is encoded: its encoder waits for the one at work.

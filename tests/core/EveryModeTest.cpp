@@ -156,6 +156,10 @@ TEST_F(EveryModeTest, ALibraryIsUsedByOneThreadAtATime) {
 
 TEST_F(EveryModeTest, ASwitchOrACommandEndsLongWorkAtItsNextStep) {
     const auto frame = [&] { hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame()); };
+    const auto stop = [&] {
+        const ShotGate::Entry inside(shot->gate());
+        shot->sendCommand(1020, 0, 0);
+    };
     const auto picture = [&] { hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(9)); };
     const struct {
         int32_t mode;
@@ -163,7 +167,7 @@ TEST_F(EveryModeTest, ASwitchOrACommandEndsLongWorkAtItsNextStep) {
         std::function<void()> work;
         const char* step;
         std::vector<int32_t> ends;  // commands, and 0 for a switch
-    } cases[] = {{1002, {1019}, [&] { shot->sendCommand(1020, 0, 0); }, "px_createPanorama", {0, 1022}},
+    } cases[] = {{1002, {1019}, stop, "px_createPanorama", {0, 1022}},
                  {1009, {0}, picture, "CreateResult", {0}},
                  {1010, {1029, 1031}, frame, "CreateResult", {0, 1029, 1030}},
                  {1013, {}, picture, "doNextIteration", {0}}};

@@ -42,6 +42,7 @@ class Wire {
 public:
     explicit Wire(int port)
         : mStream(tcp::endpoint(boost::asio::ip::address_v4::loopback(), static_cast<uint16_t>(port))) {}
+    virtual ~Wire() = default;
     void send(const std::string& bytes) { mStream << bytes << std::flush; }
     /// What comes up to the text, with it, or up to the end.
     std::string readTo(const std::string& text) {
