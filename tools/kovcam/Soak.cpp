@@ -53,9 +53,6 @@ constexpr std::array<Quantity, 5> kQuantities = {{{"resident memory", "resident 
                                                   {"threads", "threads", "", 0.5},
                                                   {"shared heaps", "heaps", "", 0.5},
                                                   {"gate blocks", "blocks", "", 4}}};
-// Where in the library the function lies that counts the gate's blocks, in hexadecimal: the library does not export it.
-// Without it that quantity, the last, is left out.
-constexpr const char* kBlocksAt = "KOV_SOAK_BLOCKS_AT";
 
 struct Sample {
     double seconds;
@@ -75,8 +72,15 @@ double residentMiB() {
     return resident * static_cast<double>(sysconf(_SC_PAGESIZE)) / (1 << 20);
 }
 
+/// Where in the library the function lies that counts the gate's blocks: the library does not export it. 0 where nobody
+/// says so; that quantity, the last, is left out then.
+uintptr_t blocksAt() {
+    const char* const place = std::getenv("KOV_SOAK_BLOCKS_AT");
+    return place ? std::strtoul(place, nullptr, 16) : 0;
+}
+
 double gateBlocks() {
-    const char* const place = std::getenv(kBlocksAt);
+    const uintptr_t place = blocksAt();
     uintptr_t library = 0;
     const auto find = [](dl_phdr_info* info, size_t, void* found) {
         if (std::string_view(info->dlpi_name).find("libkovcameraadaptor.so") != std::string_view::npos)
@@ -86,7 +90,7 @@ double gateBlocks() {
     dl_iterate_phdr(find, &library);
     if (!place || !library)
         return 0;
-    const auto blocks = reinterpret_cast<size_t (*)()>(library + std::strtoul(place, nullptr, 16));
+    const auto blocks = reinterpret_cast<size_t (*)()>(library + place);
     return static_cast<double>(blocks());
 }
 
@@ -303,7 +307,7 @@ private:
     }
 
     const SoakOptions mOptions;
-    const size_t mQuantities = kQuantities.size() - (std::getenv(kBlocksAt) ? 0 : 1);
+    const size_t mQuantities = kQuantities.size() - (blocksAt() ? 0 : 1);
     const RunCommand& mRun;
     std::mt19937 mRandom;
     const fs::path mFolder;
