@@ -12,7 +12,7 @@ import tempfile
 import threading
 import time
 import unittest
-from http.server import BaseHTTPRequestHandler, HTTPServer
+from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
@@ -129,6 +129,7 @@ class ModesTest(PageTest):
         """The picture of a capture that is ended, where it does not end itself, so many frames after it has enough."""
         before = self.open(scene, mode)
         self.find('#shutter').click()
+        self.phase('capturing')
         self.until(enough)
         self.see(frames)
         self.screens(mode)
@@ -293,7 +294,7 @@ class LostTest(PageTest):
     def test_a_page_elsewhere_may_not(self):
         address = self.camera.address
         quiet = type('Quiet', (BaseHTTPRequestHandler,), {'log_message': lambda *_: None})
-        elsewhere = HTTPServer(('127.0.0.1', 0), quiet)  # answers that it has nothing: a page of another origin
+        elsewhere = ThreadingHTTPServer(('127.0.0.1', 0), quiet)  # answers that it has nothing: a page of another origin
         threading.Thread(target=elsewhere.serve_forever, daemon=True).start()
         self.addCleanup(elsewhere.server_close)
         self.addCleanup(elsewhere.shutdown)
