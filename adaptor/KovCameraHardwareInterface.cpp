@@ -108,6 +108,15 @@ Result KovCameraHardwareInterface::forward(const char* lineWithoutShot, Result m
     return hardware.get() ? operation(*hardware.get()) : missing;
 }
 
+/// As `forward`, for what has no result.
+template <typename Operation>
+void KovCameraHardwareInterface::tell(const char* lineWithoutShot, Operation operation) const {
+    forward(lineWithoutShot, nullptr, [&](auto& target) {
+        operation(target);
+        return nullptr;
+    });
+}
+
 sp<IMemoryHeap> KovCameraHardwareInterface::getPreviewHeap() {
     return forward("CameraParameters : mCurShot is NULL, returning.", sp<IMemoryHeap>(),
                    [](auto& target) { return target.getPreviewHeap(); });
@@ -119,17 +128,11 @@ sp<IMemoryHeap> KovCameraHardwareInterface::getRawHeap() {
 }
 
 void KovCameraHardwareInterface::enableMsgType(int32_t msgType) {
-    forward("enableMsgType : mCurShot is NULL, returning.", 0, [=](auto& target) {
-        target.enableMsgType(msgType);
-        return 0;
-    });
+    tell("enableMsgType : mCurShot is NULL, returning.", [=](auto& target) { target.enableMsgType(msgType); });
 }
 
 void KovCameraHardwareInterface::disableMsgType(int32_t msgType) {
-    forward("disableMsgType : mCurShot is NULL, returning.", 0, [=](auto& target) {
-        target.disableMsgType(msgType);
-        return 0;
-    });
+    tell("disableMsgType : mCurShot is NULL, returning.", [=](auto& target) { target.disableMsgType(msgType); });
 }
 
 bool KovCameraHardwareInterface::msgTypeEnabled(int32_t msgType) {
@@ -143,10 +146,7 @@ status_t KovCameraHardwareInterface::startPreview() {
 }
 
 void KovCameraHardwareInterface::stopPreview() {
-    forward("stopPreview : mCurShot is NULL, returning.", 0, [](auto& target) {
-        target.stopPreview();
-        return 0;
-    });
+    tell("stopPreview : mCurShot is NULL, returning.", [](auto& target) { target.stopPreview(); });
 }
 
 bool KovCameraHardwareInterface::previewEnabled() {
@@ -160,10 +160,7 @@ status_t KovCameraHardwareInterface::startRecording() {
 }
 
 void KovCameraHardwareInterface::stopRecording() {
-    forward("stopRecording : mCurShot is NULL, returning.", 0, [](auto& target) {
-        target.stopRecording();
-        return 0;
-    });
+    tell("stopRecording : mCurShot is NULL, returning.", [](auto& target) { target.stopRecording(); });
 }
 
 bool KovCameraHardwareInterface::recordingEnabled() {
@@ -172,10 +169,8 @@ bool KovCameraHardwareInterface::recordingEnabled() {
 }
 
 void KovCameraHardwareInterface::releaseRecordingFrame(const sp<IMemory>& mem) {
-    forward("releaseRecordingFrame : mCurShot is NULL, returning.", 0, [&](auto& target) {
-        target.releaseRecordingFrame(mem);
-        return 0;
-    });
+    tell("releaseRecordingFrame : mCurShot is NULL, returning.",
+         [&](auto& target) { target.releaseRecordingFrame(mem); });
 }
 
 status_t KovCameraHardwareInterface::autoFocus() {
@@ -208,10 +203,7 @@ CameraParameters KovCameraHardwareInterface::getParameters() const {
 }
 
 void KovCameraHardwareInterface::release() {
-    forward("release : mCurShot is NULL, returning.", 0, [](auto& target) {
-        target.release();
-        return 0;
-    });
+    tell("release : mCurShot is NULL, returning.", [](auto& target) { target.release(); });
 }
 
 status_t KovCameraHardwareInterface::dump(int fd, const Vector<String16>& args) const {

@@ -92,6 +92,8 @@ private:
 
     template <typename Result, typename Operation>
     Result forward(const char* lineWithoutShot, Result missing, Operation operation) const;
+    template <typename Operation>
+    void tell(const char* lineWithoutShot, Operation operation) const;
 
     /// Switches to a mode by its code; a code that no mode has only releases the current shot.
     void switchTo(int32_t code);

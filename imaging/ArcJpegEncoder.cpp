@@ -5,6 +5,7 @@
 #include <binder/MemoryBase.h>
 #include <binder/MemoryHeapBase.h>
 
+#include <algorithm>
 #include <limits>
 #include <utility>
 
@@ -65,8 +66,7 @@ MBITMAP bitmapOf(const ArcJpegFrame& frame) {
 /// The stream's contents in a heap of their size; a region of no bytes when there is no memory for them.
 sp<IMemory> readStream(MHandle stream) {
     MStreamSeek(stream, 0, 0);
-    const int32_t size = MStreamGetSize(stream);
-    size_t bytes = size > 0 ? static_cast<size_t>(size) : 0;
+    size_t bytes = static_cast<size_t>(std::max<int32_t>(MStreamGetSize(stream), 0));
     sp<MemoryHeapBase> heap = os::newHeap(bytes);
     MStreamSeek(stream, 0, 0);
     if (heap.get())

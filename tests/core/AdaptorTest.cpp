@@ -101,6 +101,22 @@ TEST_F(AdaptorTest, OpensOnceWhileReferencedAndAnewAfterwards) {
     EXPECT_EQ(recorder.take(), kSingleDestroyed);
 }
 
+TEST_F(AdaptorTest, TheNextIsOpenedWhenTheVendorLayerOfTheOneBeforeIsClosed) {
+    static std::jthread opener;
+    struct Closing : FakeCameraHardware {
+        ~Closing() override {
+            opener = startUntilItWaits([] { openKovCameraHardware(); });
+            record("closed");
+        }
+    };
+    open(new Closing);
+    open(new FakeCameraHardware);  // the next one's; the adaptor is the same
+    recorder.take();
+    adaptor.clear();
+    opener.join();
+    EXPECT_EQ(only(recorder.take(), {"closed", "openCameraHardware"}), (Lines{"closed", "openCameraHardware"}));
+}
+
 /// Calls an operation and shows its result.
 template <typename Call>
 std::function<std::string(Camera&)> show(Call call) {

@@ -79,13 +79,16 @@ TEST(OverlayTest, RectanglesGrowAsTheirUserWants) {
         {OverlayFrame::Outward2, {10, 10, 20, 20}, {10, 11, 20, 21}, {10, 11, 20, 21}},
         {OverlayFrame::Inward4, {10, 10, 20, 20}, {10, 11, 12, 13, 17, 18, 19, 20}, {10, 11, 12, 13, 17, 18, 19, 20}},
         {OverlayFrame::Inward2, {5, 7, 101, 51}, {6, 7, 49, 50}, {4, 5, 99, 100}},
-        {OverlayFrame::Outward2, {14, 15, 15, 14}, {14}, {14}}};  // a point, grown
+        {OverlayFrame::Inward2, {0, 0, 119, 59}, {0, 1, 57, 58}, {0, 1, 117, 118}},  // to the frame's edges
+        {OverlayFrame::Outward2, {14, 15, 15, 14}, {14}, {14}}};                     // a point, grown
     for (const auto& [frame, corners, rows, columns] : cases) {
         Canvas canvas(120, 60);
         drawRectangle(canvas.image, canvas.layout, corners[0], corners[1], corners[2], corners[3], kMark, frame);
         EXPECT_EQ(canvas.marked(true, 15), rows);
         EXPECT_EQ(canvas.marked(false, 15), columns);
         EXPECT_EQ(canvas.row(1, rows[0] / 2, 14, 16), (Places{1, 2}));  // pairs of the top edge
+        for (const int32_t column : columns)                            // and of the others; an odd column has none
+            EXPECT_TRUE(column % 2 || canvas.row(1, 7, column, column + 2) == (Places{1, 2})) << column;
     }
 }
 
