@@ -23,8 +23,6 @@ public:
         if (mPlanar) {
             const int64_t first = (y / 2) * (mImage.width / 2) + x0 / 2;
             const int64_t end = std::min<int64_t>(mImage.width / 2 - x0 / 2, (x1 - x0) / 2 + 1);
-            if (end <= 0)
-                return;
             std::memset(mImage.plane[1] + first, mColor.c1, static_cast<size_t>(end));
             std::memset(mImage.plane[2] + first, mColor.c2, static_cast<size_t>(end));
             return;

@@ -380,7 +380,7 @@ TEST_F(ShotContinuousTest, AFirstFrameClicksOnceWhateverBecomesOfItAndCanBeStopp
         frameAfter(elapsed, 9);
     const Lines once =
         Lines{"player.seekTo 0", "player.start"} + Lines{"E ShotContinuous: Capture() - no memory for the frame"};
-    EXPECT_EQ(only(recorder.take(), {"player.", "E ", "sleep"}), once + once);
+    EXPECT_EQ(only(recorder.take(), {"player.", "E ", "sleep", "app.notify"}), once + once);
     EXPECT_EQ(bytesOf(lastData)[0], 9);
     fakeSystem().allowsHeap = {};
     command(1024);

@@ -355,12 +355,18 @@ TEST_F(ShotSelfTest, ASwitchDuringAPictureEndsItAndRestoresTheFormat) {
         SCOPED_TRACE(name);
         makeReady();
         ask();
-        whileReceiving = [&, size = retiredBy] { lastData->size() == size ? restored() : void(); };
+        whileReceiving = [&, size = retiredBy] {
+            if (lastData->size() != size)
+                return;
+            restored();
+            hardware->params.setPictureFormat("yuv420sp");  // now it is the application's, and stays
+        };
         disturb();
         EXPECT_EQ(runThread("app.data"), delivered);
         switcher = {};
         EXPECT_EQ(shot, nullptr);
-        EXPECT_STREQ(hardware->params.getPictureFormat(), "jpeg");
+        EXPECT_STREQ(hardware->params.getPictureFormat(), retiredBy ? "yuv420sp" : "jpeg");
+        hardware->params.setPictureFormat("jpeg");
         EXPECT_EQ(handlesOwed(), "");
         hardware->during.clear();
         gFakeCaps = {};
