@@ -22,9 +22,9 @@ public:
             return;
         if (mPlanar) {
             const int64_t first = (y / 2) * (mImage.width / 2) + x0 / 2;
-            const int64_t end = std::min<int64_t>(mImage.width / 2 - x0 / 2, (x1 - x0) / 2 + 1);
-            std::memset(mImage.plane[1] + first, mColor.c1, static_cast<size_t>(end));
-            std::memset(mImage.plane[2] + first, mColor.c2, static_cast<size_t>(end));
+            const int64_t count = std::min<int64_t>(mImage.width / 2 - x0 / 2, (x1 - x0) / 2 + 1);
+            std::memset(mImage.plane[1] + first, mColor.c1, static_cast<size_t>(count));
+            std::memset(mImage.plane[2] + first, mColor.c2, static_cast<size_t>(count));
             return;
         }
         uint8_t* pair = mImage.plane[1] + (y / 2) * mImage.width + x0;

@@ -175,13 +175,13 @@ ShotAction::Step ShotAction::StopCapture(bool byItself, const Series& series) {
     {
         const AutoMutex held(mEngineLock);
         if (mStopped || isOver(series))
-            return {AfterCall::GoOn, 0};
+            return {AfterCall::GoOn};
         kLog.debug("%s", byItself ? "Stopping acquisition by myself." : "Stopping acquisition manually.");
         mActionState = kStopping;
         mStopped = true;
     }
     if (gone(sendNotifyIfSet(CAMERA_MSG_ACTION_CREATION_BEGIN, 0, 0)))
-        return {AfterCall::ShotGone, 0};
+        return {AfterCall::ShotGone};
     return createResult(series);
 }
 
@@ -190,19 +190,19 @@ ShotAction::Step ShotAction::StopCapture(bool byItself, const Series& series) {
 ShotAction::Step ShotAction::createResult(const Series& series) {
     bool complete = false;
     if (gone(createSteps(series, &complete)))
-        return {AfterCall::ShotGone, 0};
+        return {AfterCall::ShotGone};
     std::optional<ArcJpegEncoding> encoding;
     if (complete && gone(encode2ArcJpegData(series, &encoding)))
-        return {AfterCall::ShotGone, 0};
+        return {AfterCall::ShotGone};
     if (isCancelled(series))
-        return {AfterCall::GoOn, 0};
+        return {AfterCall::GoOn};
     const bool made = encoding && encoding->picture().get();
     if (gone(sendNotifyIfSet(CAMERA_MSG_ACTION_CREATION_END, made, 0)))
-        return {AfterCall::ShotGone, 0};
+        return {AfterCall::ShotGone};
     if (!made)
         return {AfterCall::GoOn, 1};
     if (isCancelled(series))
-        return {AfterCall::GoOn, 0};
+        return {AfterCall::GoOn};
     return {sendDataIfSet(CAMERA_MSG_COMPRESSED_IMAGE, encoding->picture()), 0};
 }
 

@@ -42,7 +42,7 @@ private:
     /// What a step came back with, and its status, which means nothing when the shot is gone.
     struct Step {
         AfterCall after;
-        int status;
+        int status = 0;
     };
     /// How often a series was begun or cancelled so far: counted when the command comes, so that long work learns of it
     /// at once, and again when it is carried out, so that work which began in between learns of it too.
