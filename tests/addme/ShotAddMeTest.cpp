@@ -319,6 +319,9 @@ TEST_F(ShotAddMeTest, NothingWaitsForAStepOfAMerge) {
     };
     const Lines meanwhile = Lines{"pm.CreateResult from 0"} + kFrameShown + Lines{"is back", "app.notify 0x2000 100 0"};
     EXPECT_EQ(picture(), kPicture + meanwhile + Lines{"pm.CancelCapture"} + delivered());
+    gFakePlusMe.results["CreateResult"] = 5;  // what comes within the last step is carried out after it
+    picture();
+    EXPECT_EQ(only(picture(), {"is back", "pm.CancelCapture"}), (Lines{"is back", "pm.CancelCapture"}));
 }
 
 }  // namespace

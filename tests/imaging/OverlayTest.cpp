@@ -99,6 +99,8 @@ TEST(OverlayTest, OddLinesChangeLumaOnlyAndOutsideNothing) {
     EXPECT_EQ(canvas.marked(true, 5).size(), 8U);
     EXPECT_EQ(canvas.marked(false, 3).size(), 16U);
     EXPECT_TRUE(canvas.blank(Canvas::kGuard + 16 * 8, canvas.bytes.size()));
+    drawHorizontalLine(canvas.image, canvas.layout, 4, 12, 15, kMark);
+    EXPECT_EQ(canvas.row(1, 2, 11, 16), (Places{kBlank, 1, 2, 1, 2}));  // to the last pair
     Canvas blank(8, 8);
     for (const int64_t outside : {int64_t{-1}, int64_t{8}, int64_t{INT_MAX} + 3}) {
         drawHorizontalLine(blank.image, blank.layout, outside, 0, 7, kMark);
