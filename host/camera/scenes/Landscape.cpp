@@ -26,6 +26,27 @@ double scaleFor(cv::Size level) {
     return level.height / kViewHeight;
 }
 
+/// The part of a view that these pixels show.
+View part(View view, const cv::Rect& pixels) {
+    view.origin += cv::Point2d(pixels.tl()) / view.scale;
+    view.size = pixels.size();
+    return view;
+}
+
+/// The whole valley, in strips that are drawn side by side: it is many times as wide as what a frame shows of it.
+cv::Mat drawWholeValley(const View& view) {
+    constexpr int kStrips = 16;  // whatever the machine, so that the picture is the same
+    cv::Mat picture(view.size, CV_8UC3);
+    cv::parallel_for_({0, kStrips}, [&](const cv::Range& strips) {
+        for (int i = strips.start; i < strips.end; ++i) {
+            const int left = view.size.width * i / kStrips;
+            const cv::Rect strip(left, 0, view.size.width * (i + 1) / kStrips - left, view.size.height);
+            drawValley(part(view, strip)).copyTo(picture(strip));
+        }
+    });
+    return picture;
+}
+
 }  // namespace
 
 SceneInfo Landscape::info() {
@@ -55,7 +76,7 @@ cv::Rect Landscape::crop(double seconds, cv::Size size) const {
 
 const cv::Mat& Landscape::widePicture(cv::Size size) {
     if (mWideFor != size) {
-        mWide = drawValley(valley(scaleFor(levelSize(size))));
+        mWide = drawWholeValley(valley(scaleFor(levelSize(size))));
         if (upright())
             mWide = mWide.t();
         mWideFor = size;
@@ -65,14 +86,11 @@ const cv::Mat& Landscape::widePicture(cv::Size size) {
 
 cv::Mat Landscape::frame(double seconds, cv::Size size) {
     // A still is seldom repeated: only its own part of the valley is drawn, and the preview's picture is kept.
-    const cv::Rect part = crop(seconds, size);
+    const cv::Rect seen = crop(seconds, size);
     if (mWideFor == size || mWideFor.area() == 0)
-        return widePicture(size)(part).clone();
-    const cv::Rect level = upright() ? cv::Rect(part.y, part.x, part.height, part.width) : part;
-    View view = valley(scaleFor(level.size()));
-    view.origin += cv::Point2d(level.tl()) / view.scale;
-    view.size = level.size();
-    const cv::Mat picture = drawValley(view);
+        return widePicture(size)(seen).clone();
+    const cv::Rect level = upright() ? cv::Rect(seen.y, seen.x, seen.height, seen.width) : seen;
+    const cv::Mat picture = drawValley(part(valley(scaleFor(level.size())), level));
     return upright() ? cv::Mat(picture.t()) : picture;
 }
 
