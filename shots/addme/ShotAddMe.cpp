@@ -301,12 +301,12 @@ ShotAddMe::Step ShotAddMe::AddFrameJpeg(void* data, unsigned long size, PME_API_
     }
     if (noInstance) {
         kLog.error("PlusMeControl::AddFrameJpeg - mInstance is null");
-        return {sendNotifyIfSet(CAMERA_MSG_ADDME_ERROR, 1, 0), 0};
+        return {sendNotifyIfSet(CAMERA_MSG_ADDME_ERROR, 1, 0)};
     }
     if (status != 0) {
         kLog.error("PlusMe_HandleSnapshotJpeg FAILED %d!!!!!", status);
         if (gone(sendNotifyIfSet(CAMERA_MSG_ADDME_ERROR, 0, 0)))
-            return {AfterCall::ShotGone, 0};
+            return {AfterCall::ShotGone};
     }
     if (count == 1) {
         kLog.error("exiting ::HandlePreview snapshots 1");

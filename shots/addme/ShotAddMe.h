@@ -40,7 +40,7 @@ private:
     /// What a step came back with, and its status, which means nothing when the shot is gone.
     struct Step {
         AfterCall after;
-        int status;
+        int status = 0;
     };
     /// A command that came during a merge.
     struct Noted {
