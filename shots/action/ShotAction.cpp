@@ -203,7 +203,7 @@ ShotAction::Step ShotAction::createResult(const Series& series) {
         return {AfterCall::GoOn, 1};
     if (isCancelled(series))
         return {AfterCall::GoOn};
-    return {sendDataIfSet(CAMERA_MSG_COMPRESSED_IMAGE, encoding->picture()), 0};
+    return {sendDataIfSet(CAMERA_MSG_COMPRESSED_IMAGE, encoding->picture())};
 }
 
 AfterCall ShotAction::createSteps(const Series& series, bool* complete) {
