@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -374,7 +375,7 @@ sp<IMemory> ShotAddMe::copyResult(uint32_t series) {
     kLog.error("result data ptr[0x%X] size[%d]", static_cast<unsigned>(reinterpret_cast<uintptr_t>(data)),
                static_cast<int>(length));
     const AutoMutex alsoHeld(mMemoryLock);
-    const size_t size = data && length > 0 ? static_cast<size_t>(length) : 0;
+    const size_t size = data ? static_cast<size_t>(std::max(length, 0L)) : 0;
     copyToSharedMemory(data, size, &mResultHeap, &mCallbackMemory);
     if (mCallbackMemory->size() < size)
         kLog.error("no memory for the merged picture of %zu bytes", size);

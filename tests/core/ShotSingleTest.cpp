@@ -75,6 +75,9 @@ TEST_F(ShotSingleTest, WithItsVendorLayerTakenAwayItKeepsItsCallbacks) {
     shot->ShotCommon::setCallbacks(nullptr, nullptr, nullptr, nullptr);
     EXPECT_EQ(recorder.take(), (Lines{"E ShotSingle: mHardware is NULL, returning.", "app.notify 0x2 0 0",
                                       "E ShotCommon: setCallbacks must be implemented in each shot"}));
+    delete std::exchange(shot, nullptr);  // no late message finds it, though nobody has retired it
+    hardware->notify(CAMERA_MSG_SHUTTER);
+    EXPECT_EQ(recorder.take("app"), Lines{});
 }
 
 }  // namespace

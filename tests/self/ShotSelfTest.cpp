@@ -110,6 +110,11 @@ TEST_F(ShotSelfTest, APictureIsMadeOfTheLastFrame) {
     EXPECT_EQ(bytesOf(new MemoryBase(shot->getRawHeap(), 0, shot->getRawHeap()->getSize())), raw);
     frames(1, 30);  // kept again
     EXPECT_EQ(picture(), pictureLines(30));
+    retireShot();
+    makeShot();
+    shot->startPreview();
+    recorder.take();
+    EXPECT_EQ(picture(), pictureLines(128));  // before the first frame it is grey
 }
 
 TEST_F(ShotSelfTest, QualityShutterAndFormatFollowTheVendorLayer) {
