@@ -65,7 +65,7 @@ struct Frame {
 };
 
 bool isPossible(unsigned int width, unsigned int height) {
-    return width > 0 && height > 0 && width % 2 == 0 && height % 2 == 0 && width <= JPEG_MAX_DIMENSION &&
+    return width >= 2 && height >= 2 && width % 2 == 0 && height % 2 == 0 && width <= JPEG_MAX_DIMENSION &&
            height <= JPEG_MAX_DIMENSION && uint64_t{width} * height * 3 / 2 <= PTRDIFF_MAX;
 }
 
