@@ -198,14 +198,10 @@ status_t ShotAddMe::startPreview() {
 
 /// Replaces the slots by two of this size. False, with a line, when there is no memory for them.
 bool ShotAddMe::makeSlots(size_t frameSize) {
-    pPreviewHeapBase = nullptr;
-    mPreviewHeap.clear();
-    if (frameSize <= PTRDIFF_MAX / 2)
-        mPreviewHeap = os::newHeap(2 * frameSize);
-    if (mPreviewHeap.get()) {
-        pPreviewHeapBase = static_cast<unsigned char*>(mPreviewHeap->getBase());
+    mPreviewHeap = frameSize <= PTRDIFF_MAX / 2 ? os::newHeap(2 * frameSize) : nullptr;
+    pPreviewHeapBase = mPreviewHeap.get() ? static_cast<unsigned char*>(mPreviewHeap->getBase()) : nullptr;
+    if (mPreviewHeap.get())
         return true;
-    }
     if (std::exchange(mRefusedSize, frameSize) != frameSize)
         kLog.error("no memory for preview frames of %zu bytes; they are dropped", frameSize);
     return false;

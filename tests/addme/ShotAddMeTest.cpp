@@ -302,6 +302,14 @@ TEST_F(ShotAddMeTest, AMergeMayBeDisturbedFromWithinItsProgress) {
         hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(10, 1));
     });
     EXPECT_EQ(picture(), merged());
+    // A picture that is refused meanwhile begins no second merge.
+    const Lines merge = mergeDisturbed([&] {
+        gFakePlusMe.results["HandleSnapshotJpeg"] = 7;
+        hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(10, 1));
+        gFakePlusMe.results.clear();
+    });
+    const Lines refused = Lines{"E ShotAddMe: PlusMe_HandleSnapshotJpeg FAILED 7!!!!!"} + kError + kUnmerged;
+    EXPECT_EQ(merge, begun + kPicture + refused + step(100, 50) + delivered());
 }
 
 TEST_F(ShotAddMeTest, NothingWaitsForAStepOfAMerge) {
