@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 #include "imaging/System.h"
@@ -19,7 +20,6 @@ constexpr TaggedLog kLog(ShotAction::kTag);
 
 constexpr unsigned kMostBlocks = 25;
 constexpr unsigned kLeastBlocks = 4;
-constexpr int32_t kMostEntries = 128;
 
 // Numbers of the library's and their values.
 constexpr struct {
@@ -135,7 +135,7 @@ ActionShot_DisplayData ActionEngine::displayData() {
     ActionShot_DisplayData data;
     data.count = 0;
     ActionShot_GetAcquisitionDisplayData(mActionShot, &data);
-    data.count = std::min(data.count, kMostEntries);
+    data.count = std::min(data.count, static_cast<int32_t>(std::size(data.entries)));
     return data;
 }
 

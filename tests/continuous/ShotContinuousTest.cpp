@@ -282,6 +282,12 @@ TEST_F(ShotContinuousTest, WhatComesWhileAFrameIsHeldBackDecidesAboutIt) {
 TEST_F(ShotContinuousTest, ATerminateInEachPauseOfTheEncoderAndWithinEachMessageOfABurst) {
     const size_t heapsBefore = kov::host::liveHeaps();
     const std::string exit = "E ShotContinuous: encodeCSPreview2Jpeg() -exit";
+    int encoders = 0;
+    fakeSystem().startThread = [&](const auto& thread) {
+        ++encoders;
+        std::thread(thread).detach();
+        return true;
+    };
     const struct {
         int pause;     // with so many frames encoded
         int32_t type;  // or of the message
@@ -300,8 +306,10 @@ TEST_F(ShotContinuousTest, ATerminateInEachPauseOfTheEncoderAndWithinEachMessage
             };
             clock.onPause = [&, at = at](int pause) { pause == at ? terminate() : void(); };
             actWithin(type, terminate);
+            encoders = 0;
             EXPECT_EQ(only(burst(3, end), {"app.data 0x100", exit.c_str(), kDone}),
                       Lines(pictures, "app.data 0x100 4") + (end[0] == '1' ? Lines{} : Lines{end}));
+            EXPECT_EQ(encoders, end[0] == '1' ? 0 : 1);
             clock.onPause = {};
             actWithin(0, {});
             if (end.starts_with(exit))  // cleared after the line
