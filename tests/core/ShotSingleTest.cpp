@@ -63,6 +63,9 @@ TEST_F(ShotSingleTest, GeometryIsReadAtConstructionAndThePreviewSizeAtEveryStart
     EXPECT_EQ(recorder.take("I "), (Lines{"I ShotCommon: Preview width(320), height(240)",
                                           "I ShotCommon: Picture width(800), height(600)"}));
     EXPECT_EQ(shot->geometry(), "320x240 35, 800x600 0");
+    hardware->params.setPictureFormat("yuv420sp");
+    shot->init();
+    EXPECT_EQ(shot->geometry(), "320x240 35, 800x600 35");
     hardware.clear();
     made();
     EXPECT_EQ(shot->geometry(), "0x0 0, 0x0 0");
