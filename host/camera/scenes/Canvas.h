@@ -19,6 +19,10 @@ struct View {
 
     /// The window of `size` pixels and kViewHeight units of height whose centre lies at `centre`.
     static View around(cv::Point2d centre, cv::Size size);
+    /// What these pixels of it show, which may lie outside.
+    View part(const cv::Rect& pixels) const {
+        return {pixels.size(), scale, origin + cv::Point2d(pixels.tl()) / scale};
+    }
 
     double width() const { return size.width / scale; }
     double height() const { return size.height / scale; }

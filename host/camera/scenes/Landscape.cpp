@@ -26,13 +26,6 @@ double scaleFor(cv::Size level) {
     return level.height / kViewHeight;
 }
 
-/// The part of a view that these pixels show.
-View part(View view, const cv::Rect& pixels) {
-    view.origin += cv::Point2d(pixels.tl()) / view.scale;
-    view.size = pixels.size();
-    return view;
-}
-
 /// The whole valley, in strips that are drawn side by side: it is many times as wide as what a frame shows of it.
 cv::Mat drawWholeValley(const View& view) {
     constexpr int kStrips = 16;  // whatever the machine, so that the picture is the same
@@ -41,7 +34,7 @@ cv::Mat drawWholeValley(const View& view) {
         for (int i = strips.start; i < strips.end; ++i) {
             const int left = view.size.width * i / kStrips;
             const cv::Rect strip(left, 0, view.size.width * (i + 1) / kStrips - left, view.size.height);
-            drawValley(part(view, strip)).copyTo(picture(strip));
+            drawValley(view.part(strip)).copyTo(picture(strip));
         }
     });
     return picture;
@@ -90,7 +83,7 @@ cv::Mat Landscape::frame(double seconds, cv::Size size) {
     if (mWideFor == size || mWideFor.area() == 0)
         return widePicture(size)(seen).clone();
     const cv::Rect level = upright() ? cv::Rect(seen.y, seen.x, seen.height, seen.width) : seen;
-    const cv::Mat picture = drawValley(part(valley(scaleFor(level.size())), level));
+    const cv::Mat picture = drawValley(valley(scaleFor(level.size())).part(level));
     return upright() ? cv::Mat(picture.t()) : picture;
 }
 

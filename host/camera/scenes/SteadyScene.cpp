@@ -18,11 +18,9 @@ int marginPixels(cv::Size size) {
 }  // namespace
 
 View SteadyScene::wholeView(cv::Size size) {
-    View view = View::around({0, kViewHeight / 2}, size);
     const int margin = marginPixels(size);
-    view.origin -= cv::Point2d(margin, margin) / view.scale;
-    view.size += cv::Size(2 * margin, 2 * margin);
-    return view;
+    return View::around({0, kViewHeight / 2}, size)
+        .part({-margin, -margin, size.width + 2 * margin, size.height + 2 * margin});
 }
 
 cv::Rect SteadyScene::crop(double seconds, cv::Size size) const {
@@ -32,10 +30,7 @@ cv::Rect SteadyScene::crop(double seconds, cv::Size size) const {
 }
 
 View SteadyScene::viewAt(double seconds, cv::Size size) const {
-    View view = wholeView(size);
-    view.origin += cv::Point2d(crop(seconds, size).tl()) / view.scale;
-    view.size = size;
-    return view;
+    return wholeView(size).part(crop(seconds, size));
 }
 
 const cv::Mat& SteadyScene::backdrop(cv::Size size, int state) {
