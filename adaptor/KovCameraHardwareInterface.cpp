@@ -73,7 +73,7 @@ sp<CameraHardwareInterface> KovCameraHardwareInterface::createInstance() {
 }
 
 KovCameraHardwareInterface::KovCameraHardwareInterface()
-    : mHardware(openCameraHardware()), mGate(ShotGate::take(this, kind())) {
+    : mHardware(openCameraHardware()), mGate(ShotGate::take(this, ShotGate::kindOf<KovCameraHardwareInterface>())) {
     ShotCommon* shot = makeShotSingle(mHardware);
     setShot(shot, &shot->gate());
     mGate.publish();
@@ -309,11 +309,6 @@ void KovCameraHardwareInterface::registerReceiver() {
 
 // --- Relay
 
-ShotGate::Kind KovCameraHardwareInterface::kind() {
-    static const char here = 0;
-    return &here;
-}
-
 /// Calls `deliver` with the adaptor that `user` names, held for that long. Messages for one that is gone are dropped.
 template <typename Deliver>
 void KovCameraHardwareInterface::deliver(void* user, Deliver deliver) {
@@ -324,7 +319,7 @@ void KovCameraHardwareInterface::deliver(void* user, Deliver deliver) {
     auto* const adaptor = static_cast<KovCameraHardwareInterface*>(user);
     {
         // Inside, the adaptor's memory is there, though its last reference may be gone.
-        const ShotGate::Entry inside(user, kind());
+        const ShotGate::Entry inside(user, ShotGate::kindOf<KovCameraHardwareInterface>());
         if (!inside || !adaptor->getWeakRefs()->attemptIncStrong(user))
             return;
     }

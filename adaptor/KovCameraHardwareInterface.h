@@ -86,7 +86,6 @@ private:
 
     KovCameraHardwareInterface();
 
-    static ShotGate::Kind kind();
     template <typename Deliver>
     static void deliver(void* user, Deliver deliver);
 

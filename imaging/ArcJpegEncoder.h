@@ -56,6 +56,8 @@ public:
     /// The picture in a fresh heap of exactly its size; empty when the library opened no stream, or after the end.
     /// Whatever size the library reports is what it has, 0 included.
     const sp<IMemory>& picture() const { return mPicture; }
+    /// Whether there is a picture that has bytes.
+    bool succeeded() const { return mPicture.get() && mPicture->size() > 0; }
 
     /// Closes the stream and drops the picture, with the lines that come after the delivery. Nothing where no stream
     /// was opened.

@@ -19,6 +19,13 @@ uint64_t frameSize(int32_t width, int32_t height, uint64_t bytesOfTwoPixels) {
     return width > 0 && height > 0 ? uint64_t(width) * uint64_t(height) * bytesOfTwoPixels / 2 : 0;
 }
 
+FrameSize readSize(const CameraParameters& params, void (CameraParameters::*read)(int*, int*) const) {
+    int width = 0;
+    int height = 0;
+    (params.*read)(&width, &height);
+    return {width, height};
+}
+
 constexpr struct {
     const char* name;
     FrameLayout layout;
@@ -63,13 +70,19 @@ std::optional<PreviewFrame> PreviewFrame::in(const RegionBytes& bytes, int32_t w
     return PreviewFrame{bytes.data, bytes.data + luma, width, height, layout};
 }
 
+FrameSize previewSizeOf(const CameraParameters& params) {
+    return readSize(params, &CameraParameters::getPreviewSize);
+}
+
+FrameSize pictureSizeOf(const CameraParameters& params) {
+    return readSize(params, &CameraParameters::getPictureSize);
+}
+
 size_t previewFrameSize(const CameraParameters& params, const TaggedLog& log) {
     const char* const format = params.getPreviewFormat();
     if (!format)
         return 0;
-    int width = 0;
-    int height = 0;
-    params.getPreviewSize(&width, &height);
+    const auto [width, height] = previewSizeOf(params);
     for (const auto& known : kFormats) {
         if (std::strcmp(format, known.name) != 0)
             continue;

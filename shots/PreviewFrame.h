@@ -61,6 +61,14 @@ struct PreviewFrame {
     static std::optional<PreviewFrame> in(const RegionBytes& bytes, int32_t width, int32_t height, FrameLayout layout);
 };
 
+/// Pixels, as the vendor layer's parameters have them.
+struct FrameSize {
+    int32_t width;
+    int32_t height;
+};
+FrameSize previewSizeOf(const CameraParameters& params);
+FrameSize pictureSizeOf(const CameraParameters& params);
+
 /// Bytes of a preview frame by the vendor layer's parameters. 0 when they have no format or no sensible size, and,
 /// with a line in `log`, when the format is not known.
 size_t previewFrameSize(const CameraParameters& params, const TaggedLog& log);

@@ -64,7 +64,7 @@ public:
 
 protected:
     explicit ShotCallbacks(sp<CameraHardwareInterface> hardware)
-        : ShotCommon(std::move(hardware), ShotGate::take(this, kind())) {}
+        : ShotCommon(std::move(hardware), ShotGate::take(this, ShotGate::kindOf<Mode>())) {}
 
     /// The vendor layer; when there is none, writes the mode's line for that.
     sp<CameraHardwareInterface> hardwareOrLog() const {
@@ -144,18 +144,13 @@ protected:
 private:
     static constexpr TaggedLog log() { return TaggedLog(Mode::kTag); }
 
-    static ShotGate::Kind kind() {
-        static const char here = 0;
-        return &here;
-    }
-
     template <typename Deliver>
     static void deliver(void* user, Deliver deliver) {
         if (!user) {
             log().error("%s is NULL, returning.", Mode::kTag);
             return;
         }
-        if (const ShotGate::Entry inside{user, kind()})
+        if (const ShotGate::Entry inside{user, ShotGate::kindOf<Mode>()})
             deliver(static_cast<Mode&>(*static_cast<ShotCallbacks*>(user)));
     }
 

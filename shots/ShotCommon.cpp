@@ -7,6 +7,8 @@
 #include <cstring>
 #include <utility>
 
+#include "imaging/ArcJpegEncoder.h"
+
 namespace android {
 
 namespace {
@@ -65,9 +67,7 @@ void ShotCommon::getInformationFromHardware() {
         mPreviewFormat = colorFormatFromName(format);
         mPreviewLayout = layoutOfFormat(format);
     }
-    int width = 0;
-    int height = 0;
-    params.getPictureSize(&width, &height);
+    const auto [width, height] = pictureSizeOf(params);
     mPictureWidth = width;
     mPictureHeight = height;
     kLog.info("Picture width(%d), height(%d)", mPictureWidth.load(), mPictureHeight.load());
@@ -86,11 +86,19 @@ void ShotCommon::setCallbacks(notify_callback, data_callback, data_callback_time
 }
 
 void ShotCommon::takePreviewSize(const CameraParameters& params) {
-    int width = 0;
-    int height = 0;
-    params.getPreviewSize(&width, &height);
+    const auto [width, height] = previewSizeOf(params);
     mPreviewWidth = width;
     mPreviewHeight = height;
+}
+
+std::optional<int32_t> ShotCommon::readArcJpegQuality() const {
+    const sp<CameraHardwareInterface> hardware = mHardware;
+    if (!hardware.get())
+        return kArcJpegQualityWithoutHardware;
+    CameraParameters params;
+    if (gone(callOut([&] { params = hardware->getParameters(); })))
+        return std::nullopt;
+    return arcJpegQuality(params.getInt(CameraParameters::KEY_JPEG_QUALITY));
 }
 
 void ShotCommon::tellFault(RegionFault fault, size_t size, const TaggedLog& log) {

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "shots/PreviewFrame.h"
 #include "shots/ShotGate.h"
@@ -113,6 +114,8 @@ protected:
         const ShotGate::Outside outside(mGate);
         return hardware->startPreview();
     }
+    /// What the closed encoder gets for the vendor layer's "jpeg-quality"; nothing when the shot is gone.
+    std::optional<int32_t> readArcJpegQuality() const;
     void takePreviewSize(const CameraParameters& params);
 
     /// Writes one line to `log` for each kind of fault and preview start.

@@ -24,8 +24,13 @@ namespace android {
 /// in use at the same time.
 class ShotGate {
 public:
-    /// Tells classes of shots apart: the address of a class's own static.
+    /// Tells classes of objects apart: the address of something that is the class's own.
     using Kind = const void*;
+    template <typename Class>
+    static Kind kindOf() {
+        static constexpr char kOwn{};
+        return &kOwn;
+    }
 
     /// Takes a closed block for the object `key` of class `kind`; the caller holds it until `giveUp`. Any thread.
     static ShotGate& take(void* key, Kind kind);

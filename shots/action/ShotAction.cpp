@@ -224,14 +224,9 @@ AfterCall ShotAction::createSteps(const Series& series, bool* complete) {
 }
 
 AfterCall ShotAction::encode2ArcJpegData(const Series& series, std::optional<ArcJpegEncoding>* encoding) {
-    const sp<CameraHardwareInterface> hardware = mHardware;
-    int32_t quality = kArcJpegQualityWithoutHardware;
-    if (hardware.get()) {
-        int parameter = 0;
-        if (gone(callOut([&] { parameter = hardware->getParameters().getInt(CameraParameters::KEY_JPEG_QUALITY); })))
-            return AfterCall::ShotGone;
-        quality = arcJpegQuality(parameter);
-    }
+    const std::optional<int32_t> quality = readArcJpegQuality();
+    if (!quality)
+        return AfterCall::ShotGone;
     const AutoMutex held(mEngineLock);  // the image is the library's
     if (isOver(series))
         return AfterCall::GoOn;
@@ -242,8 +237,7 @@ AfterCall ShotAction::encode2ArcJpegData(const Series& series, std::optional<Arc
     const ArcJpegFrame frame = {mResultImage.plane[0], mResultImage.width, mResultImage.height,
                                 ARC_FORMAT_YUV420_SEMIPLANAR};
     encoding->emplace(kJpegUser, frame, quality);
-    const sp<IMemory>& picture = (*encoding)->picture();
-    if (!picture.get() || picture->size() == 0)
+    if (!(*encoding)->succeeded())
         kLog.error("the result could not be encoded");
     return AfterCall::GoOn;
 }

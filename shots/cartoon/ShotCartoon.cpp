@@ -141,9 +141,7 @@ void ShotCartoon::processPicture(const sp<IMemory>& mem) {
         CameraParameters params;
         if (!hardware.get() || gone(callOut([&] { params = hardware->getParameters(); })))
             return;
-        int width = 0;
-        int height = 0;
-        params.getPictureSize(&width, &height);
+        const auto [width, height] = pictureSizeOf(params);
         caps_setJpegQuality(picture.session(), capsJpegQuality(params.getInt(CameraParameters::KEY_JPEG_QUALITY)));
         const uint32_t begin = getCurrentTimeMs();
         CapsIterator iterator;

@@ -363,20 +363,10 @@ ShotContinuous::Next ShotContinuous::nextFrame(uint32_t burst, Slot* slot) {
     return Next::Encode;
 }
 
-/// The quality that pictures are encoded with.
-AfterCall ShotContinuous::readJpegQuality(int* quality) const {
-    const sp<CameraHardwareInterface> hardware = mHardware;
-    *quality = kArcJpegQualityWithoutHardware;
-    if (!hardware.get())
-        return AfterCall::GoOn;
-    return callOut(
-        [&] { *quality = arcJpegQuality(hardware->getParameters().getInt(CameraParameters::KEY_JPEG_QUALITY)); });
-}
-
 /// Encodes and delivers one frame.
 AfterCall ShotContinuous::encode2ArcJpegData(const Slot& slot, uint32_t burst) {
-    int quality = 0;
-    if (gone(readJpegQuality(&quality)))
+    const std::optional<int32_t> quality = readArcJpegQuality();
+    if (!quality)
         return AfterCall::ShotGone;
     const uint64_t needed = yuv420FrameSize(slot.width, slot.height);
     if (needed == 0 || slot.heap->getSize() < needed) {
@@ -386,12 +376,12 @@ AfterCall ShotContinuous::encode2ArcJpegData(const Slot& slot, uint32_t burst) {
     const ArcJpegFrame frame = {static_cast<uint8_t*>(slot.heap->base()), slot.width, slot.height,
                                 ARC_FORMAT_YUV420_SEMIPLANAR};
     ArcJpegEncoding encoding(kJpegUser, frame, quality);
-    const bool isEmpty = !encoding.picture().get() || encoding.picture()->size() == 0;
+    const bool succeeded = encoding.succeeded();
     AfterCall after = AfterCall::GoOn;
     if (encoding.picture().get())
         after = deliver(encoding.picture(), burst);
     encoding.end();
-    if (isEmpty)
+    if (!succeeded)
         kLog.error("encode2ArcJpegData() - a frame of the burst gave no picture");
     return after;
 }

@@ -77,7 +77,6 @@ private:
     static void* encodeCSPreview2Jpeg(void* start);
     Next nextFrame(uint32_t burst, Slot* slot);
     AfterCall encode2ArcJpegData(const Slot& slot, uint32_t burst);
-    AfterCall readJpegQuality(int* quality) const;
     AfterCall deliver(const sp<IMemory>& picture, uint32_t burst);
     void releaseSlot(uint32_t burst, int index);
 

@@ -326,12 +326,12 @@ ShotPanorama::Step ShotPanorama::takeStep(uint32_t generation, uint32_t begin, u
 }
 
 AfterCall ShotPanorama::deliverPanorama(ArcJpegEncoding& encoding) {
-    const bool made = encoding.picture().get() && encoding.picture()->size() > 0;
+    const bool succeeded = encoding.succeeded();
     AfterCall after = AfterCall::GoOn;
     if (encoding.picture().get())
         after = sendDataIfSet(CAMERA_MSG_COMPRESSED_IMAGE, encoding.picture());
     encoding.end();
-    if (!made)
+    if (!succeeded)
         kLog.error("the panorama could not be encoded; there is no picture of it");
     return after;
 }

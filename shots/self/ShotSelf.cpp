@@ -81,8 +81,7 @@ ShotSelf::~ShotSelf() {
 }
 
 void ShotSelf::Init() {
-    size_t size = 0;
-    (void)readPreviewMemSize(&size);  // nobody retires a shot that is being made
+    const size_t size = readPreviewMemSize().value_or(0);
     const AutoMutex held(mFrameLock);
     nPreviewFrameCount = 0;
     expectFrames(size);
@@ -93,16 +92,16 @@ void ShotSelf::Release() {
     mPictureMemory.clear();
 }
 
-/// Bytes of a preview frame by the vendor layer's present parameters; 0 when that cannot be told.
-AfterCall ShotSelf::readPreviewMemSize(size_t* size) const {
+/// Bytes of a preview frame by the vendor layer's present parameters, 0 when that cannot be told; nothing when the shot
+/// is gone.
+std::optional<size_t> ShotSelf::readPreviewMemSize() const {
     const sp<CameraHardwareInterface> hardware = hardwareOrLog();
-    *size = 0;
     if (!hardware.get())
-        return AfterCall::GoOn;
+        return 0;
     CameraParameters params;
-    const AfterCall after = callOut([&] { params = hardware->getParameters(); });
-    *size = previewFrameSize(params, kLog);
-    return after;
+    if (gone(callOut([&] { params = hardware->getParameters(); })))
+        return std::nullopt;
+    return previewFrameSize(params, kLog);
 }
 
 // --- The preview
@@ -211,8 +210,10 @@ AfterCall ShotSelf::pictureThread(PictureStart& start) {
     picture.hardware = hardwareOrLog();
     if (!picture.hardware.get())
         return AfterCall::GoOn;
-    if (gone(readPreviewMemSize(&picture.size)))
+    const std::optional<size_t> size = readPreviewMemSize();
+    if (!size)
         return AfterCall::ShotGone;
+    picture.size = *size;
     if (!isReady(picture))
         return AfterCall::GoOn;
     if (gone(setPreviewFormat(picture)))

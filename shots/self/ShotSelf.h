@@ -6,6 +6,7 @@
 #include <caps/caps.h>
 
 #include <cstdint>
+#include <optional>
 
 #include "shots/ShotCallbacks.h"
 #include "shots/self/PictureThreads.h"
@@ -42,7 +43,7 @@ private:
 
     void Init();
     void Release() REQUIRES(mFrameLock);
-    AfterCall readPreviewMemSize(size_t* size) const;
+    std::optional<size_t> readPreviewMemSize() const;
 
     bool keepFrame(const sp<IMemory>& mem);
     void expectFrames(size_t size) REQUIRES(mFrameLock);
