@@ -46,7 +46,7 @@ MHandle newManager(uint32_t use) {
 int32_t streamCapacity(const ArcJpegFrame& frame) {
     constexpr int64_t kMost = std::numeric_limits<int32_t>::max();
     const int64_t pixels = int64_t{frame.width} * frame.height;
-    return static_cast<int32_t>(pixels <= kMost / kStreamBytesPerPixel ? kStreamBytesPerPixel * pixels : kMost);
+    return static_cast<int32_t>(kStreamBytesPerPixel * std::min(pixels, kMost / kStreamBytesPerPixel));
 }
 
 MBITMAP bitmapOf(const ArcJpegFrame& frame) {

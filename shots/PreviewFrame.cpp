@@ -2,6 +2,7 @@
 
 #include "shots/PreviewFrame.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace android {
@@ -16,7 +17,7 @@ constexpr struct {
 } kFormats[] = {{"yuv420sp", 3}, {"yuv420sp_custom", 3}, {"yuv420p", 3}, {"yuv422i", 4}, {"yuv422p", 4}, {"rgb565", 4}};
 
 uint64_t frameSize(int32_t width, int32_t height, uint64_t bytesOfTwoPixels) {
-    return width > 0 && height > 0 ? uint64_t(width) * uint64_t(height) * bytesOfTwoPixels / 2 : 0;
+    return uint64_t(std::max(width, 0)) * uint64_t(std::max(height, 0)) * bytesOfTwoPixels / 2;
 }
 
 FrameSize readSize(const CameraParameters& params, void (CameraParameters::*read)(int*, int*) const) {
@@ -46,7 +47,7 @@ RegionBytes regionBytesOf(const sp<IMemory>& memory) {
         return bytes;
     const size_t heapSize = heap->getSize();
     bytes.fault = RegionFault::BeyondHeap;
-    if (offset < 0 || static_cast<size_t>(offset) > heapSize || size > heapSize - static_cast<size_t>(offset))
+    if (offset < 0 || size > heapSize || static_cast<size_t>(offset) > heapSize - size)
         return bytes;
     return {static_cast<uint8_t*>(heap->base()) + offset, size, RegionFault::None};
 }

@@ -14,14 +14,9 @@ public:
     static constexpr uint32_t kBlockSize = 460800;  // bytes: one 640 x 480 frame
     static constexpr int kTempBlocks = 15;
 
-    ActionEngine() = default;
-    ~ActionEngine() { Free(); }
-    ActionEngine(const ActionEngine&) = delete;
-    ActionEngine& operator=(const ActionEngine&) = delete;
-
     /// Makes and sets up an engine for frames of this size, positive, once. False, with a line, when there is none.
     bool Init(int width, int height);
-    /// Ends the engine and gives all memory back.
+    /// Ends the engine and gives all memory back. The last thing that is asked of it.
     void Free();
 
     void cancelSeries();

@@ -38,12 +38,16 @@ public:
 
     void processDataCallback(int32_t msgType, const sp<IMemory>& data);
 
-private:
+protected:
     /// What a step came back with, and its status, which means nothing when the shot is gone.
     struct Step {
         AfterCall after;
         int status = 0;
     };
+    /// The step for each frame, on its copy in the own heap.
+    Step HandlePreview(unsigned char* frame);
+
+private:
     /// How often a series was begun or cancelled so far: counted when the command comes, so that long work learns of it
     /// at once, and again when it is carried out, so that work which began in between learns of it too.
     struct Series {
@@ -63,8 +67,6 @@ private:
     /// The frame's copy in the next place of the own heap, which is that frame's from then on; empty when it does not
     /// fit there.
     sp<MemoryBase> copyToRing(const RegionBytes& bytes);
-    /// The step for each frame, on its copy in the own heap.
-    Step HandlePreview(unsigned char* frame);
     /// Carries out a stop that the application has asked for; else a status of 3.
     Step StatusManager();
     void DrawOnPreviewAcquisition(OPT_API_ASImage& image) REQUIRES(mEngineLock);

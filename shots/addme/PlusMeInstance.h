@@ -14,14 +14,10 @@ class PlusMeInstance {
 public:
     static constexpr int32_t kNone = -1;
 
-    PlusMeInstance() = default;
-    ~PlusMeInstance() { Free(); }
-    PlusMeInstance(const PlusMeInstance&) = delete;
-    PlusMeInstance& operator=(const PlusMeInstance&) = delete;
-
     /// Makes and sets up an instance; there is none before. False, with a line, when that failed; then there is none,
     /// or for want of temporary memory one that refuses pictures.
     bool Init(int32_t pictureWidth, int32_t pictureHeight, int32_t previewWidth, int32_t previewHeight);
+    /// Ends the instance and gives its memory back; nothing when there is none. Its owner ends the last one too.
     void Free();
     explicit operator bool() const { return mInstance != nullptr; }
 

@@ -249,8 +249,7 @@ bool ShotSelf::isReady(Picture& picture) {
     picture.height = mPreviewHeight;
     const uint64_t read = yuv420FrameSize(picture.width, picture.height);
     const size_t raw = picture.size + kRawExtra;
-    if (read == 0 || read > picture.size || picture.size > mCopySize || raw > picture.rawHeap->getSize() ||
-        raw < kRawLeast) {
+    if (read > picture.size || picture.size > mCopySize || raw > picture.rawHeap->getSize() || raw < kRawLeast) {
         kLog.error("no whole frame of %zu bytes, %d x %d; start the preview first", picture.size, picture.width,
                    picture.height);
         return false;

@@ -111,7 +111,6 @@ AfterCall ShotSmile::OnPreviewSmileShot(const sp<IMemory>& data) {
 }
 
 bool ShotSmile::analyse(const PreviewFrame& frame) {
-    mEngines.clearSmiles();
     m_nFaceNum = std::max(0, mEngines.FaceTrackingDetect(frame.width, frame.height, frame.luma, mFaceRects));
     if (m_nFaceNum == 0)
         return false;

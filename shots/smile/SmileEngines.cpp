@@ -142,6 +142,7 @@ int32_t SmileEngines::InitSmileDetection(int32_t width, int32_t height) {
 int32_t SmileEngines::SmileDetect(int32_t width, int32_t height, unsigned char* frame, __tag_rect* faces,
                                   int32_t* faceInfo, int32_t faceCount) {
     constexpr const char* kOperation = "SmileDetect";
+    mSmileResult.ISmileNumber = 0;
     if (!frame || !mSmileEngine || !faces)
         return fail(kOperation, 1, -1);
     if (width != mSmileImage.width || height != mSmileImage.height)
@@ -156,7 +157,7 @@ int32_t SmileEngines::SmileDetect(int32_t width, int32_t height, unsigned char* 
     for (int32_t i = 0; i < std::clamp(mFaceResult.count, 0, kMostFaces); ++i)
         faceInfo[i] = mFaceResult.info;
     ASSD_FACE_INPUT input = {faces, faceInfo, faceCount};
-    const ASSD_SMILE_RESULT before = {mSmileResult.smiles, mSmileResult.reserved, mSmileResult.IFaceNumber, 0};
+    const ASSD_SMILE_RESULT before = mSmileResult;
     if (ASSD_SmileDetect(mSmileMemMgr, mSmileEngine, &mSmileImage, &input, &mSmileResult, 0, 0) != 0 ||
         (mSmileResult.ISmileNumber > 0 && !mSmileResult.smiles)) {
         mSmileResult = before;

@@ -33,7 +33,6 @@ public:
 
     /// What was detected last. The rectangles are the engine's, `ISmileNumber` of them.
     const ASSD_SMILE_RESULT& smileResult() const { return mSmileResult; }
-    void clearSmiles() { mSmileResult.ISmileNumber = 0; }
 
 private:
     void* mFaceMemBlock = nullptr;

@@ -101,7 +101,7 @@ TEST_F(ArcJpegEncoderTest, GoesOnWithoutAManagerAndStopsWithoutAStream) {
 
 TEST_F(ArcJpegEncoderTest, NoSizeAsksForMoreThanTheLibraryCanBeTold) {
     for (const auto& [width, height, capacity] :
-         {std::tuple{26754, 26755, 2147409810}, {26755, 26755, INT32_MAX}, {INT32_MAX, INT32_MAX, INT32_MAX}}) {
+         {std::tuple{26754, 26755, 2147409810}, {26755, 26755, INT32_MAX - 1}, {INT32_MAX, INT32_MAX, INT32_MAX - 1}}) {
         gFakeArcJpeg.streamOpens = false;
         const ArcJpegEncoding encoding(kNone, {pixels.data(), width, height, kFormat}, 90);
         EXPECT_EQ(recorder.take("MStreamOpen"), Lines{kov::test::text("MStreamOpenFromMemoryBlock null %d", capacity)});
