@@ -35,7 +35,13 @@ Lines created(int from, int percent) {
 }
 const Lines kStopped = kStopping + created(0, 100) + kEncoded + kMade + kDelivered + kShown;
 
-class ShotActionTest : public ShotTest<ShotAction> {
+/// With the step for a frame, for its status.
+struct OpenAction : ShotAction {
+    using ShotAction::ShotAction;
+    int statusOf(std::vector<uint8_t> frame) { return HandlePreview(frame.data()).status; }
+};
+
+class ShotActionTest : public ShotTest<OpenAction> {
 protected:
     ShotActionTest() {
         gFakeActionShot = {};
@@ -131,6 +137,29 @@ TEST_F(ShotActionTest, TheLibrarySaysWhatBecomesOfAFrameAndEndsTheSeries) {
     frame();
     EXPECT_EQ(only(recorder.take(), {"AMCM_R", "MdB"}),
               (Lines{"AMCM_RegisterEx 0x81002202 0x2000000 2 3 AJL2", "MdBitmapSaveEx 2 quality 90 0x70000002"}));
+}
+
+TEST_F(ShotActionTest, AFramesStatusTellsOfTheSeries) {
+    const struct {
+        std::vector<int32_t> before;
+        int frameResult, connectedBefore, connectedAfter, progress, status;
+    } cases[] = {{{}, 1, 1, 1, 100, 4},           {{1029}, 1, 1, 1, 100, 3},       {{1029}, 1, 0, 1, 100, 7},
+                 {{1029}, 1, 1, 0, 100, 6},       {{1029}, 9, 1, 1, 100, 0},       {{1029}, 9, 1, 1, 101, 1},
+                 {{1029, 1031}, 1, 1, 1, 100, 0}, {{1029, 1031}, 1, 1, 1, 101, 1}, {{1029, 1031, 0}, 1, 1, 1, 101, 0}};
+    for (const auto& each : cases) {
+        SCOPED_TRACE(text("%d after %s", each.status, ::testing::PrintToString(each.before).c_str()));
+        gFakeActionShot = {};
+        gFakeActionShot.progress = {each.progress};
+        start(each.before);
+        gFakeActionShot.frameResult = each.frameResult;
+        gFakeActionShot.results["IsConnected"] = each.connectedBefore;
+        gFakeActionShot.during = [&](const std::string& call) {
+            if (call == "HandleFrame")
+                gFakeActionShot.results["IsConnected"] = each.connectedAfter;
+        };
+        EXPECT_EQ(shot->statusOf(std::vector<uint8_t>(kFrame)), each.status);
+    }
+    gFakeActionShot = {};
 }
 
 TEST_F(ShotActionTest, EveryCommandInEveryState) {
