@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <vector>
 
+#include "fuzz/Targets.h"
 #include "shots/addme/JpegEncoderAddMe.h"
-#include "tests/fuzz/Targets.h"
 
 void kov::test::runEncoder(const uint8_t* bytes, size_t size) {
     if (size < 7)

@@ -1,7 +1,7 @@
 // A session of a camera service with a hostile vendor layer, hostile libraries and a hostile application, told by
 // bytes.
 
-#include "tests/fuzz/ShotSession.h"
+#include "fuzz/ShotSession.h"
 
 #include <android/log.h>
 #include <cutils/properties.h>

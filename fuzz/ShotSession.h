@@ -28,7 +28,7 @@
 #include <cstdint>
 #include <functional>
 
-#include "tests/fuzz/Targets.h"
+#include "fuzz/Targets.h"
 
 namespace kov::test {
 

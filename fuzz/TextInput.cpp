@@ -7,8 +7,8 @@
 #include <sstream>
 #include <string>
 
+#include "fuzz/Targets.h"
 #include "host/camera/Sources.h"
-#include "tests/fuzz/Targets.h"
 #include "tools/kovcam/OutputName.h"
 #include "tools/kovcam/Script.h"
 #include "tools/kovcam/SizeText.h"

@@ -1,12 +1,12 @@
 // operator new as a test wants it: counted, one failing. In a file of its own, so that nothing of it is inlined: a
 // compiler that sees one half of a pair takes it for a mismatch.
 
-#include "tests/fuzz/CountedNew.h"
+#include "tests/proof/CountedNew.h"
 
 #include <cstdlib>
 #include <new>
 
-#include "tests/fuzz/ShotSession.h"
+#include "fuzz/ShotSession.h"
 
 std::atomic<size_t> kov::test::gNews{0}, kov::test::gFailingNew{0};
 

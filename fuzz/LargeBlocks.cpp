@@ -1,7 +1,7 @@
 // Large blocks of C memory that are used again: AddressSanitizer maps and unmaps each anew, which takes longer than all
 // the rest of a session. The linker sends the fuzzers' calls of malloc and free here. A block that was given back stays
 // poisoned until one of its size is wanted.
-#include "tests/fuzz/LargeBlocks.h"
+#include "fuzz/LargeBlocks.h"
 
 #include <sanitizer/asan_interface.h>
 

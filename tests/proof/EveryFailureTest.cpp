@@ -16,9 +16,9 @@
 #include <utility>
 #include <vector>
 
+#include "fuzz/ShotSession.h"
 #include "host/runtime/Log.h"
-#include "tests/fuzz/CountedNew.h"
-#include "tests/fuzz/ShotSession.h"
+#include "tests/proof/CountedNew.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <iterator>
 #include <vector>
 
-#include "tests/fuzz/Targets.h"
+#include "fuzz/Targets.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 // A fuzzer's entry. KOV_RUN names what it runs.
 #include <cstdlib>
 
-#include "tests/fuzz/LargeBlocks.h"
-#include "tests/fuzz/Targets.h"
+#include "fuzz/LargeBlocks.h"
+#include "fuzz/Targets.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     kov::test::KOV_RUN(bytes, size);
