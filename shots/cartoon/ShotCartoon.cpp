@@ -48,8 +48,6 @@ void ShotCartoon::Init() {
 void ShotCartoon::Release() {
     mPictureHeap.clear();
     mPictureMemory.clear();
-    mCapsSrcImage.reset();
-    mCapsDstImage.reset();
 }
 
 status_t ShotCartoon::processCommand(int32_t cmd, int32_t arg1, int32_t arg2) {
@@ -90,8 +88,6 @@ void ShotCartoon::renderFrame(const sp<IMemory>& mem) {
     const AutoMutex held(mCapsLock);
     const CapsOutcome outcome =
         copy ? HandlePreview(frame->width, frame->height, copy, frame->luma) : CapsOutcome{"no memory for the copy", 0};
-    mCapsSrcImage.reset();
-    mCapsDstImage.reset();
     if (planar && outcome) {
         std::memcpy(copy, frame->luma, frame->size());
         semiPlanarToPlanar(copy, frame->width, frame->height, frame->luma);
@@ -101,21 +97,22 @@ void ShotCartoon::renderFrame(const sp<IMemory>& mem) {
     mFailureTold = !outcome;
 }
 
-/// Renders the effect from one frame into another, both semi-planar with V first. The library's images over them stay.
+/// Renders the effect from one frame into another, both semi-planar with V first.
 CapsOutcome ShotCartoon::HandlePreview(int width, int height, unsigned char* src, unsigned char* dst) {
     Release();
     const int32_t stride = capsStride(width, mCapsColorFormat);
     const auto length = static_cast<size_t>(yuv420FrameSize(width, height));
-    CapsOutcome outcome = createCapsImage(&mCapsSrcImage, src, length, width, height, stride, mCapsColorFormat);
+    CapsImage srcImage, dstImage;
+    CapsOutcome outcome = createCapsImage(&srcImage, src, length, width, height, stride, mCapsColorFormat);
     if (outcome)
-        outcome = createCapsImage(&mCapsDstImage, dst, length, width, height, stride, mCapsColorFormat);
+        outcome = createCapsImage(&dstImage, dst, length, width, height, stride, mCapsColorFormat);
     CapsSession session;
     if (outcome)
-        outcome = newCapsSession(&session, mCapsSrcImage.get());
+        outcome = newCapsSession(&session, srcImage.get());
     if (!outcome)
         return outcome;
     (void)applyEffect(session.get());
-    const caps_result result = caps_renderAsRawToBuffer(session.get(), mCapsDstImage.get(), 0, 0);
+    const caps_result result = caps_renderAsRawToBuffer(session.get(), dstImage.get(), 0, 0);
     return result == CAPS_SUCCESS ? outcome : CapsOutcome{"caps_renderAsRawToBuffer", result};
 }
 

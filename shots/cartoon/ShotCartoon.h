@@ -55,8 +55,6 @@ private:
     static caps_result applyEffectStamp(cips* session);
 
     const int32_t mCapsColorFormat = CAPS_FORMAT_YUV420_SEMIPLANAR;
-    CapsImage mCapsSrcImage GUARDED_BY(mCapsLock);  // over the copy of the frame that is rendered
-    CapsImage mCapsDstImage GUARDED_BY(mCapsLock);  // over the vendor layer's frame
     sp<MemoryHeapBase> mPictureHeap GUARDED_BY(mCapsLock);
     sp<MemoryBase> mPictureMemory GUARDED_BY(mCapsLock);  // delivered last
     std::atomic<int32_t> mEffect{kCartoon};
