@@ -109,8 +109,7 @@ int32_t ActionShot_CreateResult(ActionShot_Handle engine, int32_t* progress, OPT
     const int32_t before = *progress;
     *progress = how % 6 == 5 ? 100 : progressOf(gFakeActionShot.progress, how, before, 34);
     show(how < 5 ? 0 : how == 11 ? 2 : how, gFakeActionShot.result, use<Engine>(engine)->image, result);
-    return call(engine, text(" from %d", before), how == 1) &&
-           (!last || (*progress < 100 && !gFakeActionShot.endsEarly));
+    return call(engine, text(" from %d", before), how == 1) && !(last && gFakeActionShot.endsEarly);
 }
 
 void ActionShot_Finalize(ActionShot_Handle* engine) {

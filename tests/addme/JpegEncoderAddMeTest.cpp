@@ -137,6 +137,8 @@ TEST(JpegEncoderAddMe, AnObjectKeepsItsFirstDestination) {
     jpeg_mem_dest_AddMe(&info, second, sizeof second);
     EXPECT_EQ(info.dest, dest);
     EXPECT_EQ(dest->term_destination, term_destination_AddMe);
+    EXPECT_EQ(dest->next_output_byte, second);
+    ++dest->next_output_byte;
     dest->init_destination(&info);
     EXPECT_EQ(dest->next_output_byte, second);
     EXPECT_EQ(dest->free_in_buffer, sizeof second);

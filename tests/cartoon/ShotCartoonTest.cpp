@@ -92,12 +92,14 @@ TEST_F(ShotCartoonTest, APlanarFrameIsRenderedInTheLibrarysOrderAndDeliveredInIt
     std::vector<uint8_t> ordered(12);
     planarToSemiPlanar(planar.data(), 4, 2, ordered.data());
     EXPECT_EQ(ordered, (std::vector<uint8_t>{1, 2, 3, 4, 5, 6, 7, 8, 30, 20, 31, 21}));
-    for (const char* failing : {"renderAsRawToBuffer", "newSessionWithRaw", "createImage"}) {
+    for (const std::string failing : {"renderAsRawToBuffer", "newSessionWithRaw", "createImage", "no memory"}) {
         gFakeCaps.results = {{failing, 0}};
+        fakeSystem().allowsHeap = [&](size_t) { return failing != "no memory"; };
         hardware->data(CAMERA_MSG_PREVIEW_FRAME, frame);
         EXPECT_EQ(bytesOf(frame), planar) << failing;
     }
     gFakeCaps.results = {};
+    fakeSystem().allowsHeap = {};
     gFakeCaps.renderRaw = [](uint8_t* to) { std::copy_n("abcdefghVUWT", 12, to); };
     recorder.take();
     hardware->data(CAMERA_MSG_PREVIEW_FRAME, frame);
@@ -161,7 +163,7 @@ TEST_F(ShotCartoonTest, AFrameIsDeliveredWhateverTheLibraryAnswersAndThatIsSaidO
         hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame(20));
         EXPECT_EQ(recorder.take(), frameLines(20, kCartoon));
     }
-    for (const auto& [bits, stride] : {std::pair(INT32_MAX, INT32_MAX), {INT32_MIN, INT32_MIN}, {7, 0}}) {
+    for (const auto& [bits, stride] : {std::pair(INT32_MAX, INT32_MAX), {INT32_MIN, INT32_MIN}, {16, 1280}, {7, 0}}) {
         gFakeCaps.bitsPerPixel = bits;
         hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame(20));
         EXPECT_EQ(recorder.take("caps.createImage")[0],
@@ -211,6 +213,12 @@ TEST_F(ShotCartoonTest, ProgressIsToldInStepsOfFivePercent) {
         for (const int percent : told)
             expected.push_back(text("app.notify 0x2400 %d 0", percent));
         EXPECT_EQ(only(picture(), {"app."}), expected + Lines{"app.data 0x100 9"}) << total;
+    }
+    for (const char* untold : {"estimateIterationCount", "getCurIterationCount"}) {
+        gFakeCaps.results = {{untold, -7}};
+        gFakeCaps.counts = {1, 1, 1};
+        gFakeCaps.total = 1;
+        EXPECT_EQ(only(picture(), {"app."}), Lines{"app.data 0x100 9"}) << untold;
     }
 }
 

@@ -401,6 +401,14 @@ TEST_F(ShotContinuousTest, AFirstFrameClicksOnceWhateverBecomesOfItAndCanBeStopp
     command(1024);
     EXPECT_EQ(only(until(kDone), {"app."}), (Lines{"app.notify 0x1000 0 0", kDone}));
 
+    for (const int stopped : {1, 2}) {  // from within the message of that frame
+        int told = 0;
+        actWithin(0xE00, [&] { ++told == stopped ? command(1024) : void(); });
+        takeFrames(stopped);
+        EXPECT_EQ(only(until(kDone), {"app.notify 0x1", "E ShotContinuous: Stop"}),
+                  Lines{text("app.notify 0x1000 %d 0", stopped)});
+        actWithin(0, {});
+    }
     command(1023);
     command(1024);
     EXPECT_EQ(shot->Capture(makeFrame()), AfterCall::GoOn);

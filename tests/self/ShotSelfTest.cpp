@@ -232,9 +232,13 @@ TEST_F(ShotSelfTest, WithoutAWholeFrameOrAVendorLayerThereIsNoPicture) {
         recorder.take();
         EXPECT_EQ(picture(), kBegun + Lines{text(noFrame, size, width, height)});
     }
-    restart(2, 2);
-    frames(1);
-    EXPECT_EQ(picture("app.data"), (Lines{"app.data 0x80 14", "app.data 0x100 9"}));
+    for (const auto& [format, height, size] : {std::tuple("yuv420sp", 2, 6), {"rgb565", 1, 4}}) {
+        hardware->params.setPreviewFormat(format);
+        restart(2, height);
+        hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(static_cast<size_t>(size)));
+        recorder.take();
+        EXPECT_EQ(picture("app.data"), (Lines{text("app.data 0x80 %d", size + 8), "app.data 0x100 9"}));
+    }
     ask();
     shot->setCameraHardware(nullptr);
     EXPECT_EQ(runThread(), kBegun + kNoHardware);

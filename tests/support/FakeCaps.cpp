@@ -162,14 +162,14 @@ caps_result caps_doNextIteration(caps_iterator* iterator) {
 caps_result caps_estimateIterationCount(caps_iterator* iterator, int32_t* total) {
     use<caps_iterator>(iterator);
     const Outcome outcome = call("estimateIterationCount");
-    tell(outcome.how, total, gFakeCaps.total);
+    tell(outcome == CAPS_SUCCESS ? outcome.how : 1, total, gFakeCaps.total);
     return outcome;
 }
 
 caps_result caps_getCurIterationCount(caps_iterator* iterator, int32_t* done) {
     const Outcome outcome = call("getCurIterationCount");
     const size_t step = std::clamp<size_t>(use<caps_iterator>(iterator)->step, 1, gFakeCaps.counts.size());
-    tell(outcome.how, done, gFakeCaps.counts[step - 1]);
+    tell(outcome == CAPS_SUCCESS ? outcome.how : 1, done, gFakeCaps.counts[step - 1]);
     return outcome;
 }
 
