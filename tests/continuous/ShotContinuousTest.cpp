@@ -401,12 +401,20 @@ TEST_F(ShotContinuousTest, AFirstFrameClicksOnceWhateverBecomesOfItAndCanBeStopp
     command(1024);
     EXPECT_EQ(only(until(kDone), {"app."}), (Lines{"app.notify 0x1000 0 0", kDone}));
 
-    for (const int stopped : {1, 2}) {  // from within the message of that frame
+    // From within the message of the first frame, or the second, or within the first when another frame follows at
+    // once.
+    for (const auto& [stopped, follows] : {std::pair(1, false), {2, false}, {1, true}}) {
         int told = 0;
-        actWithin(0xE00, [&] { ++told == stopped ? command(1024) : void(); });
+        actWithin(0xE00, [&, stopped = stopped, follows = follows] {
+            if (++told != stopped)
+                return;
+            command(1024);
+            if (follows)
+                frameAfter(400);
+        });
         takeFrames(stopped);
         EXPECT_EQ(only(until(kDone), {"app.notify 0x1", "E ShotContinuous: Stop"}),
-                  Lines{text("app.notify 0x1000 %d 0", stopped)});
+                  Lines{text("app.notify 0x1000 %d 0", stopped + follows)});
         actWithin(0, {});
     }
     command(1023);
