@@ -111,16 +111,10 @@ void planarToSemiPlanar(const uint8_t* from, int32_t width, int32_t height, uint
     }
 }
 
-void semiPlanarToPlanar(const uint8_t* from, int32_t width, int32_t height, uint8_t* to) {
-    const size_t luma = static_cast<size_t>(width) * static_cast<size_t>(height);
-    const size_t quarter = luma / 4;
-    std::memcpy(to, from, luma);
-    const uint8_t* const pairs = from + luma;
-    uint8_t* const u = to + luma;
-    uint8_t* const v = u + quarter;
-    for (size_t i = 0; i < quarter; ++i) {
-        v[i] = pairs[2 * i];
-        u[i] = pairs[2 * i + 1];
+void pairsToPlanes(const uint8_t* pairs, size_t count, uint8_t* planes) {
+    for (size_t i = 0; i < count; ++i) {
+        planes[i] = pairs[2 * i + 1];
+        planes[count + i] = pairs[2 * i];
     }
 }
 

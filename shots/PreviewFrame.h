@@ -79,7 +79,7 @@ uint64_t yuv420FrameSize(int32_t width, int32_t height);
 /// Copies a planar 4:2:0 frame (luma, U, V) as a semi-planar one (luma, then pairs with V first). Even sides; `to` has
 /// the size of `from` and does not overlap it.
 void planarToSemiPlanar(const uint8_t* from, int32_t width, int32_t height, uint8_t* to);
-/// The other way round.
-void semiPlanarToPlanar(const uint8_t* from, int32_t width, int32_t height, uint8_t* to);
+/// The other way round for `count` pairs of chroma: `planes` has room for as many bytes of U, then of V.
+void pairsToPlanes(const uint8_t* pairs, size_t count, uint8_t* planes);
 
 }  // namespace android

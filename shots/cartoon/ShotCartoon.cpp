@@ -89,8 +89,9 @@ void ShotCartoon::renderFrame(const sp<IMemory>& mem) {
     const CapsOutcome outcome =
         copy ? HandlePreview(frame->width, frame->height, copy, frame->luma) : CapsOutcome{"no memory for the copy", 0};
     if (planar && outcome) {
-        std::memcpy(copy, frame->luma, frame->size());
-        semiPlanarToPlanar(copy, frame->width, frame->height, frame->luma);
+        const size_t pairs = frame->lumaSize() / 4;
+        std::memcpy(copy, frame->chroma, 2 * pairs);
+        pairsToPlanes(copy, pairs, frame->chroma);
     }
     if (!outcome && !mFailureTold)
         kLog.error("preview frames are not rendered: %s - [%d]", outcome.failed, outcome.result);

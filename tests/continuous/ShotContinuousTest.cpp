@@ -146,7 +146,9 @@ TEST_F(ShotContinuousTest, ABurstOfThreeFromStartToLastPicture) {
                               "pause 350000"});
     expected = expected + Lines{"E ShotContinuous: encodeCSPreview2Jpeg - Completed jpegEncodePreview\\n", kDone};
     command(1024);
-    EXPECT_EQ(without(until(kDone), {"AMCM", "MStream", "encode2Arc"}), expected);
+    const Lines lines = until(kDone);
+    EXPECT_EQ(only(lines, {"AMCM_R"}), Lines(3, "AMCM_RegisterEx 0x81002202 0x2000000 2 3 AJL2"));
+    EXPECT_EQ(without(lines, {"AMCM", "MStream", "encode2Arc"}), expected);
 }
 
 TEST_F(ShotContinuousTest, TheRhythmForFramesOfEveryInterval) {
