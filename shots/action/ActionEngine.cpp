@@ -75,7 +75,6 @@ void ActionEngine::Free() {
     if (mActionShot) {
         if (mTempBufferSet)
             ActionShot_UnsetTempMemory(mActionShot);
-        mTempBufferSet = false;
         ActionShot_Finalize(&mActionShot);
         mActionShot = nullptr;
     }

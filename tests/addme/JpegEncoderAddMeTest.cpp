@@ -92,6 +92,10 @@ TEST(JpegEncoderAddMe, KeepsToTheCapacityAndRefusesWhatCannotBe) {
         EXPECT_EQ(log.take(), fits ? Lines{} : refusal(320, 240, capacity, "the buffer is full"));
         EXPECT_TRUE(std::all_of(stream.begin() + capacity, stream.end(), [](uint8_t byte) { return byte == 0xA5; }));
     }
+    auto longest = noise(2, 65500);
+    std::vector<uint8_t> large(1 << 20);
+    for (const auto& [width, height] : {std::pair(2U, 65500U), {65500U, 2U}})
+        EXPECT_GT(jpeg_compress_yuv420sp_AddMe(large.data(), 1 << 20, longest.data(), width, height), 0);
     uint8_t* const yuv = frame.data();
     uint8_t out[4096];
     std::vector<std::tuple<uint8_t*, unsigned, uint8_t*, unsigned, unsigned>> cases = {

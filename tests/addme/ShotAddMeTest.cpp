@@ -193,6 +193,7 @@ TEST_F(ShotAddMeTest, WithoutAPictureSizeThereIsNoInstance) {
         const Lines unexpected = {text("E ShotAddMe: unexpected Picture size(%d, %d)\\n", width, height)};
         EXPECT_EQ(made(), unexpected + kNotStarted + Lines{"hw.setCallbacks"});
         EXPECT_EQ(command(1033), unexpected);
+        EXPECT_EQ(frame(), Lines{"E ShotAddMe: we are not capturing"} + kFrameShown);
     }
     EXPECT_EQ(command(1034), kError + kNotStarted);
     EXPECT_EQ(command(1035, 1), unknown + Lines{"D ShotAddMe: first person position is already positioned"});

@@ -148,6 +148,8 @@ TEST(OverlayTest, SpansAreBlendedWithTheirRounding) {
     blendHorizontalSpan(canvas.image, 1, 8, 8, {178, 171, 0}, 255);  // an odd row has no chroma
     EXPECT_EQ(canvas.row(0, 0, 0, 9), (Places{100, 100, 100, 100, 112, 112, 112, 112, 100}));
     EXPECT_EQ(canvas.row(1, 0, 8, 16), Places(8, 100));
+    blendHorizontalSpan(canvas.image, 0, 14, 9, {178, 171, 0}, 40);  // up to the last pair
+    EXPECT_EQ(canvas.row(1, 0, 12, 16), (Places{100, 100, 111, 84}));
     EXPECT_EQ(canvas.row(0, 2, 0, 4), (Places{177, 177, 177, 100}));   // full alpha stops one short
     EXPECT_EQ(canvas.row(1, 1, 0, 5), (Places{170, 0, 170, 0, 100}));  // the odd length reaches into the second pair
 }

@@ -58,22 +58,25 @@ std::vector<uint8_t> drawn(px_direction code, int32_t width, int32_t height) {
 TEST(PanoramaGuideTest, ArrowsLieWhereTheyBelong) {
     using Spans = std::map<int, std::pair<int, int>>;  // by row: first and last column
     const std::tuple<px_direction, int, Spans> cases[] = {
-        // the frame's width; the first row, perhaps some between, the last
+        // the frame's width, 160 more than its height; the first row, perhaps some between, the last
         {8, 640, {{430, {294, 343}}, {454, {318, 319}}}},
         {4, 640, {{26, {318, 319}}, {50, {294, 343}}}},
         {6, 640, {{24, {24, 58}}, {58, {24, 24}}}},
         {5, 640, {{24, {580, 614}}, {58, {614, 614}}}},
         {5, 641, {{24, {580, 614}}, {58, {614, 614}}}},
         {10, 640, {{420, {24, 24}}, {454, {24, 58}}}},
+        {10, 641, {{422, {24, 24}}, {456, {24, 58}}}},
+        {9, 641, {{422, {615, 615}}, {456, {581, 615}}}},
+        {8, 641, {{430, {294, 343}}, {454, {318, 319}}}},
         {9, 640, {{420, {614, 614}}, {454, {580, 614}}}},
         {2, 640, {{216, {48, 48}}, {240, {24, 48}}, {243, {27, 48}}, {264, {48, 48}}}},
         {1, 640, {{216, {590, 590}}, {240, {590, 614}}, {264, {590, 590}}}},
         {1, 641, {{216, {590, 590}}, {264, {590, 590}}}}};
     for (const auto& [code, width, expected] : cases) {
         SCOPED_TRACE(code);
-        const std::vector<uint8_t> frame = drawn(code, width, 480);
+        const std::vector<uint8_t> frame = drawn(code, width, width - 160);
         Spans spans;
-        for (int at = 0; at < width * 480; ++at) {
+        for (int at = 0; at < width * (width - 160); ++at) {
             if (frame[at] != 0)
                 spans.try_emplace(at / width, at % width, 0).first->second.second = at % width;
         }

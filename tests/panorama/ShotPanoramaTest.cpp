@@ -268,6 +268,13 @@ TEST_F(ShotPanoramaTest, InitTakesItsOwnSizeAndRefusesAndIgnores) {
         EXPECT_EQ(shot->handled(makeMemory(460800)), Lines{how});
     shot->init(1, 1, true);  // the smallest
     EXPECT_EQ(taken().back(), "px_start #3");
+    made();  // a capture without an instance ends with it
+    gFakePanoraMax.results["px_init"] = -2;
+    command(1019);
+    gFakePanoraMax.results.clear();
+    shot->init(640, 240, false);
+    hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeMemory(460800));
+    EXPECT_EQ(only(taken(), {"px_h", "app."}), Lines{"app.data 0x10 460800"});
 }
 
 TEST_F(ShotPanoramaTest, FramesThatAreNotTheCapturesGoByUnread) {

@@ -8,6 +8,7 @@
 #include <thread>
 #include <tuple>
 
+#include "host/runtime/Heaps.h"
 #include "tests/support/FakeCaps.h"
 #include "tests/support/ShotTest.h"
 
@@ -206,8 +207,12 @@ TEST_F(ShotSelfTest, AFailedCallEndsThePictureAndLeavesTheFormatUntilTheSwitch) 
     EXPECT_STREQ(hardware->params.getPictureFormat(), "jpeg");
 
     makeReady();
+    picture();
+    lastData.clear();
+    const size_t alive = kov::host::liveHeaps();
     gFakeCaps.results = {{"render", -7}};
     picture();
+    EXPECT_EQ(kov::host::liveHeaps(), alive - 1) << "the picture of before is kept";
     hardware->params.setPictureFormat("png");  // the application's own
     retireShot();
     EXPECT_STREQ(hardware->params.getPictureFormat(), "png");
@@ -229,6 +234,7 @@ TEST_F(ShotSelfTest, WithoutAWholeFrameOrAVendorLayerThereIsNoPicture) {
     const std::tuple<int, int, int> tiny[] = {{1, 1, 1}, {2, 1, 3}, {-2, 2, 0}, {0, 0, 0}};
     for (const auto& [width, height, size] : tiny) {  // the sides have no place in so few bytes
         restart(width, height);
+        EXPECT_EQ(shot->getRawHeap()->getSize(), size ? size + 8U : 0U);
         recorder.take();
         EXPECT_EQ(picture(), kBegun + Lines{text(noFrame, size, width, height)});
     }
