@@ -100,7 +100,8 @@ TEST(OverlayTest, OddLinesChangeLumaOnlyAndOutsideNothing) {
     EXPECT_EQ(canvas.marked(false, 3).size(), 16U);
     EXPECT_TRUE(canvas.blank(Canvas::kGuard + 16 * 8, canvas.bytes.size()));
     drawHorizontalLine(canvas.image, canvas.layout, 4, 12, 15, kMark);
-    EXPECT_EQ(canvas.row(1, 2, 11, 16), (Places{kBlank, 1, 2, 1, 2}));  // to the last pair
+    drawHorizontalLine(canvas.image, canvas.layout, 4, 8, 8, kMark);  // one pixel has its pair
+    EXPECT_EQ(canvas.row(1, 2, 7, 16), (Places{kBlank, 1, 2, kBlank, kBlank, 1, 2, 1, 2}));
     Canvas blank(8, 8);
     for (const int64_t outside : {int64_t{-1}, int64_t{8}, int64_t{INT_MAX} + 3}) {
         drawHorizontalLine(blank.image, blank.layout, outside, 0, 7, kMark);
@@ -148,8 +149,9 @@ TEST(OverlayTest, SpansAreBlendedWithTheirRounding) {
     blendHorizontalSpan(canvas.image, 1, 8, 8, {178, 171, 0}, 255);  // an odd row has no chroma
     EXPECT_EQ(canvas.row(0, 0, 0, 9), (Places{100, 100, 100, 100, 112, 112, 112, 112, 100}));
     EXPECT_EQ(canvas.row(1, 0, 8, 16), Places(8, 100));
+    canvas.image.plane[1][15] = 60;
     blendHorizontalSpan(canvas.image, 0, 14, 9, {178, 171, 0}, 40);  // up to the last pair
-    EXPECT_EQ(canvas.row(1, 0, 12, 16), (Places{100, 100, 111, 84}));
+    EXPECT_EQ(canvas.row(1, 0, 12, 16), (Places{100, 100, 111, 50}));
     EXPECT_EQ(canvas.row(0, 2, 0, 4), (Places{177, 177, 177, 100}));   // full alpha stops one short
     EXPECT_EQ(canvas.row(1, 1, 0, 5), (Places{170, 0, 170, 0, 100}));  // the odd length reaches into the second pair
 }
