@@ -36,7 +36,7 @@ constexpr Mark kTakenMarks[] = {{-14, 24, 16, -26, kBlack},
 constexpr int kCornerMark = 2;
 
 int sum(int32_t coordinate, int offset) {
-    int result = 0;
+    int result;
     return __builtin_add_overflow(coordinate, offset, &result) ? coordinate : result;
 }
 
@@ -123,7 +123,7 @@ void ShotAction::DrawOnPreviewAcquisition(OPT_API_ASImage& image) {
 AfterCall ShotAction::reportAcquisition(const Series& series, bool accepted) {
     if (accepted && gone(sendNotifyIfSet(CAMERA_MSG_ACTION_FRAME_ACCEPTED, 0, 0)))
         return AfterCall::ShotGone;
-    int32_t progress = 0;
+    int32_t progress;
     {
         const AutoMutex held(mEngineLock);
         if (isOver(series))

@@ -131,8 +131,7 @@ ShotAction::Step ShotAction::HandlePreview(unsigned char* frame) {
     if (gone(managed.after) || managed.status != kGoesOn)
         return managed;
     Series series;
-    bool goesOn = false;
-    bool accepted = false;
+    bool goesOn, accepted;
     int status = kGoesOn;
     {
         const AutoMutex held(mEngineLock);

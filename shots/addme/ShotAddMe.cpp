@@ -94,7 +94,7 @@ void ShotAddMe::FreeCoreMemory() {
 }
 
 void ShotAddMe::StartCapture() {
-    int32_t status = 0;
+    int32_t status;
     {
         const AutoMutex held(mEngineLock);
         mProgress = 0;
@@ -270,7 +270,7 @@ void ShotAddMe::processPicture(const sp<IMemory>& mem) {
         sendWithoutMemory(CAMERA_MSG_COMPRESSED_IMAGE, mem);
         return;
     }
-    uint32_t series = 0;
+    uint32_t series;
     const Step step = AddFrameJpeg(picture.data, picture.size, nullptr, &series);
     if (gone(step.after))
         return;
@@ -281,9 +281,8 @@ void ShotAddMe::processPicture(const sp<IMemory>& mem) {
 }
 
 ShotAddMe::Step ShotAddMe::AddFrameJpeg(void* data, unsigned long size, PME_API_Image* image, uint32_t* series) {
-    int32_t status = 0;
-    int32_t count = 0;
-    bool noInstance = false;
+    int32_t status, count;
+    bool noInstance;
     {
         const AutoMutex held(mEngineLock);
         noInstance = !mInstance;
@@ -318,7 +317,7 @@ ShotAddMe::Step ShotAddMe::AddFrameJpeg(void* data, unsigned long size, PME_API_
 /// Merges in the library's steps, with a message to the application after each.
 AfterCall ShotAddMe::createResult(uint32_t series) {
     for (int32_t step = 0;; ++step) {
-        int32_t progress = 0;
+        int32_t progress;
         {
             const AutoMutex held(mEngineLock);
             performNoted();

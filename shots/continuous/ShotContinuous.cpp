@@ -122,8 +122,8 @@ void ShotContinuous::Start() {
 }
 
 AfterCall ShotContinuous::StopAndEncoding() {
-    uint32_t burst = 0;
-    int frames = 0;
+    uint32_t burst;
+    int frames;
     {
         const AutoMutex held(mBurstLock);
         if (mStatus != CSSHOT_STATE_CAPTURING) {
@@ -230,7 +230,7 @@ AfterCall ShotContinuous::handlePreview(const sp<IMemory>& data) {
 
 /// Takes the frame with a click, unless the capture has ended meanwhile or another thread's frame had the same turn.
 AfterCall ShotContinuous::captureNext(const RegionBytes& frame, Turn turn) {
-    bool taken = false;
+    bool taken;
     {
         const AutoMutex held(mBurstLock);
         if (!isCapturing() || mBurst != turn.burst)
@@ -248,7 +248,7 @@ AfterCall ShotContinuous::captureNext(const RegionBytes& frame, Turn turn) {
 
 AfterCall ShotContinuous::Capture(const sp<IMemory>& frame) {
     Turn turn;
-    bool taken = false;
+    bool taken;
     {
         const AutoMutex held(mBurstLock);
         turn = {mBurst, mCSFrameCount};

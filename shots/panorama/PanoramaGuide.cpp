@@ -152,10 +152,7 @@ px_direction PanoramaGuide::GetArrows() const {
 void PanoramaGuide::draw(px_image& image) const {
     if (image.width < kLeastSide || image.height < kLeastSide)
         return;
-    int left = 0;
-    int top = 0;
-    int right = 0;
-    int bottom = 0;
+    int left, top, right, bottom;
     GetRectToDraw(left, top, right, bottom);
     DrawRectangle(image, left, top, right, bottom, GetRectColor());
     DrawFadingArrows(image, GetArrows());

@@ -267,7 +267,7 @@ void ShotPanorama::analyse(Handled* frame) {
 AfterCall ShotPanorama::tellAdded(const Handled& frame) {
     if (gone(sendNotifyIfSet(CAMERA_MSG_PANORAMA_FRAME_ADDED, 0, 0)))
         return AfterCall::ShotGone;
-    bool first = false;
+    bool first;
     {
         const AutoTurn held(mEngineLock);
         first = frame.generation == mGeneration && mPxStatus.frame_count == 1;
@@ -285,7 +285,7 @@ AfterCall ShotPanorama::stitch(uint32_t generation) {
     const uint32_t begin = os::nowMilliseconds();
     std::optional<ArcJpegEncoding> encoding;
     for (;;) {
-        uint32_t progress = 0;
+        uint32_t progress;
         switch (takeStep(generation, begin, &progress, &encoding)) {
             case Step::Dropped:
                 return AfterCall::GoOn;
@@ -339,8 +339,7 @@ AfterCall ShotPanorama::deliverPanorama(ArcJpegEncoding& encoding) {
 void ShotPanorama::encodePanorama(std::optional<ArcJpegEncoding>* encoding) {
     mStitching = false;
     mImageReady = true;
-    int width = 0;
-    int height = 0;
+    int width, height;
     unsigned char* const image = GetPanoramaImage(width, height);
     kLog.warn("size is %d %d", width, height);
     if (imageIsSound(image, width, height))

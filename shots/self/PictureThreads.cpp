@@ -47,7 +47,7 @@ void PictureThreads::changeFormat(const sp<CameraHardwareInterface>& hardware, C
             mChange = change;
     }
     setPictureFormat(*hardware.get(), std::move(params), change.borrowed);
-    bool late = false;
+    bool late;
     {
         const AutoMutex held(mLock);
         late = mShotGone;

@@ -280,7 +280,7 @@ sp<IMemory> ShotSelf::makeRawPicture(const Picture& picture) {
 }
 
 AfterCall ShotSelf::notifyShutter(const Picture& picture) {
-    bool enabled = false;
+    bool enabled;
     if (gone(callOut([&] { enabled = picture.hardware->msgTypeEnabled(CAMERA_MSG_SHUTTER); })))
         return AfterCall::ShotGone;
     return enabled ? sendNotifyIfSet(CAMERA_MSG_SHUTTER, 0, 0) : AfterCall::GoOn;
