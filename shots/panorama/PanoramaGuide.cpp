@@ -64,40 +64,17 @@ private:
     const int32_t mOpacity;
 };
 
-void drawTopLeft(const Brush& brush) {
-    for (int32_t n = kCorner; n >= 1; --n)
-        brush.span(kMargin + kCorner - n, kMargin, n);
-}
-
-void drawTopRight(const Brush& brush) {
-    const int32_t column = even(brush.width() - kMargin - kCorner - 1);
+/// An arrow into a corner of the frame, from its long row on; steps are those from row to row.
+void drawCorner(const Brush& brush, int32_t row, int32_t rowStep, int32_t column, int32_t columnStep) {
     for (int32_t i = 0; i < kCorner; ++i)
-        brush.span(kMargin + i, column + i, kCorner - i);
+        brush.span(row + rowStep * i, column + columnStep * i, kCorner - i);
 }
 
-void drawBottomLeft(const Brush& brush) {
-    const int32_t row = even(brush.height() - kMargin - 1);
-    for (int32_t i = 0; i < kCorner; ++i)
-        brush.span(row - i, kMargin, kCorner - i);
-}
-
-void drawBottomRight(const Brush& brush) {
-    const int32_t row = even(brush.height() - kMargin - 1);
-    for (int32_t i = 0; i < kCorner; ++i)
-        brush.span(row - i, brush.width() - kMargin - kCorner - 1 + i, kCorner - i);
-}
-
-void drawDown(const Brush& brush) {
-    const int32_t row = even(brush.height() - 2 * kPoint);
+/// An arrow whose straight side is horizontal, in `row`; `step` rows from row to row away from it.
+void drawUpright(const Brush& brush, int32_t row, int32_t step) {
     const int32_t column = even(brush.width() / 2 - kPoint);
     for (int32_t i = 0; i < kPoint; ++i)
-        brush.span(row + i, column + i, kBase - 2 * i);
-}
-
-void drawUp(const Brush& brush) {
-    const int32_t column = even(brush.width() / 2 - kPoint);
-    for (int32_t i = 0; i < kPoint; ++i)
-        brush.span(2 * kPoint - i, column + i, kBase - 2 * i);
+        brush.span(row + step * i, column + i, kBase - 2 * i);
 }
 
 /// An arrow whose straight side is vertical; `step` columns from row to row away from its middle.
@@ -162,22 +139,24 @@ void DrawFadingArrows(const px_image& image, px_direction code) {
     const int32_t step = gOpacityStep.load(std::memory_order_relaxed);
     gOpacityStep.store((step + 1) % kOpacitySteps, std::memory_order_relaxed);
     const Brush brush(image, kOpacities[step]);
+    const int32_t right = brush.width() - kMargin - kCorner - 1;
+    const int32_t bottom = even(brush.height() - kMargin - 1);
     switch (code) {
         case kUp | kLeft:
-            return drawTopLeft(brush);
+            return drawCorner(brush, kMargin, 1, kMargin, 0);
         case kUp | kRight:
-            return drawTopRight(brush);
+            return drawCorner(brush, kMargin, 1, even(right), 1);
         case kDown | kLeft:
-            return drawBottomLeft(brush);
+            return drawCorner(brush, bottom, -1, kMargin, 0);
         case kDown | kRight:
-            return drawBottomRight(brush);
+            return drawCorner(brush, bottom, -1, right, 1);
         default:
             break;
     }
     if (code & kDown)
-        drawDown(brush);
+        drawUpright(brush, even(brush.height() - 2 * kPoint), 1);
     if (code & kUp)
-        drawUp(brush);
+        drawUpright(brush, 2 * kPoint, -1);
     if (code & kLeft)
         drawSideways(brush, kMargin, 1);
     if (code & kRight)
