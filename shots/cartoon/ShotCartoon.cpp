@@ -103,7 +103,7 @@ CapsOutcome ShotCartoon::HandlePreview(int width, int height, unsigned char* src
     Release();
     const int32_t stride = capsStride(width, mCapsColorFormat);
     const auto length = static_cast<size_t>(yuv420FrameSize(width, height));
-    CapsImage srcImage, dstImage;
+    CapsImage dstImage, srcImage;  // the source goes first
     CapsOutcome outcome = createCapsImage(&srcImage, src, length, width, height, stride, mCapsColorFormat);
     if (outcome)
         outcome = createCapsImage(&dstImage, dst, length, width, height, stride, mCapsColorFormat);

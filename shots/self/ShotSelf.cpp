@@ -116,9 +116,9 @@ status_t ShotSelf::startPreview() {
     if (!hardware.get())
         return NO_ERROR;
     return startPreviewAfter(hardware, [this](const CameraParameters& params) {
-        takePreviewSize(params);
         const size_t size = previewFrameSize(params, kLog);
-        const AutoMutex held(mFrameLock);
+        const AutoMutex held(mFrameLock);  // a picture sees the sides of the raw heap that it gets
+        takePreviewSize(params);
         mRawHeap = os::newHeap(size ? size + kRawExtra : 0);
         expectFrames(size);
     });
