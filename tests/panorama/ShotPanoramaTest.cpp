@@ -252,9 +252,9 @@ TEST_F(ShotPanoramaTest, NothingThatCannotBeAnImageIsEncodedAndNoFailureIsSilent
 
 TEST_F(ShotPanoramaTest, InitTakesItsOwnSizeAndRefusesAndIgnores) {
     shot->init(640, 0, true);
-    shot->init(-1, 480, true);
+    shot->init(0, 480, true);
     EXPECT_EQ(taken(), (Lines{"W init", "E unexpected Init(640, 0)\\n", "W free", "W init",
-                              "E unexpected Init(-1, 480)\\n", "W free"}));
+                              "E unexpected Init(0, 480)\\n", "W free"}));
     command(1019);
     shot->init(640, 480, false);
     EXPECT_EQ(taken(), (Lines{"W init", "E ignore Init(640, 480) while capturing\\n"}));
@@ -266,8 +266,10 @@ TEST_F(ShotPanoramaTest, InitTakesItsOwnSizeAndRefusesAndIgnores) {
     gFakePanoraMax.status.status = 3;                   // add it
     for (const char* const how : {"2", "2", "0", "0"})  // the buffer is full, but there is no capture to stop
         EXPECT_EQ(shot->handled(makeMemory(460800)), Lines{how});
+    command(1022);  // a full buffer is forgotten
+    EXPECT_EQ(shot->handled(makeMemory(460800)), Lines{"2"});
     shot->init(1, 1, true);  // the smallest
-    EXPECT_EQ(taken().back(), "px_start #3");
+    EXPECT_EQ(taken().back(), "px_start #4");
     made();  // a capture without an instance ends with it
     gFakePanoraMax.results["px_init"] = -2;
     command(1019);
