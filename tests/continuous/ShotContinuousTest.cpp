@@ -403,8 +403,7 @@ TEST_F(ShotContinuousTest, AFirstFrameClicksOnceWhateverBecomesOfItAndCanBeStopp
     command(1024);
     EXPECT_EQ(only(until(kDone), {"app."}), (Lines{"app.notify 0x1000 0 0", kDone}));
 
-    // From within the message of the first frame, or the second, or within the first when another frame follows at
-    // once.
+    // From within the message of the first frame, or the second; or of the first, with another frame at once.
     for (const auto& [stopped, follows] : {std::pair(1, false), {2, false}, {1, true}}) {
         int told = 0;
         actWithin(0xE00, [&, stopped = stopped, follows = follows] {
