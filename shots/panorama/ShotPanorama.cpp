@@ -109,7 +109,6 @@ void ShotPanorama::StartCapture() {
     kLog.warn("Starting panorama\n");
     mPxStatus = {};
     initForPreview();
-    mProgress = 0;
     mAutoStopArmed = true;
     if (!mInstance.beginCapture())
         mInstanceReady = false;
@@ -131,7 +130,6 @@ ShotPanorama::Stitch ShotPanorama::endCapture() {
     if (mStitching)
         return mGeneration;
     mInstanceReady = false;
-    mImageReady = false;
     return std::nullopt;
 }
 
@@ -178,7 +176,6 @@ void ShotPanorama::Free() {
 void ShotPanorama::forgetCapture() {
     mInstanceReady = false;
     mCapturing = false;
-    mImageReady = false;
     mStitching = false;
     ++mGeneration;
 }
@@ -320,7 +317,6 @@ ShotPanorama::Step ShotPanorama::takeStep(uint32_t generation, uint32_t begin, u
     kLog.error("px_createPanorama at %lu%%, time %lu ms rc = %d\n", asLong(mProgress),
                asLong(os::nowMilliseconds() - begin), rc);
     mInstanceReady = false;
-    mImageReady = false;
     mStitching = false;
     return Step::Failed;
 }
@@ -338,7 +334,6 @@ AfterCall ShotPanorama::deliverPanorama(ArcJpegEncoding& encoding) {
 
 void ShotPanorama::encodePanorama(std::optional<ArcJpegEncoding>* encoding) {
     mStitching = false;
-    mImageReady = true;
     int width, height;
     unsigned char* const image = GetPanoramaImage(width, height);
     kLog.warn("size is %d %d", width, height);
@@ -351,7 +346,7 @@ void ShotPanorama::encodePanorama(std::optional<ArcJpegEncoding>* encoding) {
 unsigned char* ShotPanorama::GetPanoramaImage(int& width, int& height) {
     width = -1;
     height = -1;
-    if (!mInstanceReady || !mImageReady)
+    if (!mInstanceReady)
         return nullptr;
     px_image image = {};
     if (!mInstance.getImage(&image)) {

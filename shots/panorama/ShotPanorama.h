@@ -80,7 +80,6 @@ private:
     bool mAutoStopArmed GUARDED_BY(mEngineLock) = false;
     bool mInstanceReady GUARDED_BY(mEngineLock) = false;
     std::atomic<bool> mCapturing{false};  // written under the lock; frames look before they wait for it
-    bool mImageReady GUARDED_BY(mEngineLock) = false;
     bool mNoAutoAdd GUARDED_BY(mEngineLock) = false;
     uint32_t mProgress GUARDED_BY(mEngineLock) = 0;  // percent, written by the library
     px_status mPxStatus GUARDED_BY(mEngineLock) = {};

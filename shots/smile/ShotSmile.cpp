@@ -39,7 +39,6 @@ void ShotSmile::decidePreviewColorFormat() {
 }
 
 void ShotSmile::Init() {
-    m_nFaceNum = 0;
     decidePreviewColorFormat();
     if (!mEngines.InitFaceTracking(mPreviewWidth, mPreviewHeight, mEngineColorFormat, 0, SmileEngines::kMostFaces)) {
         kLog.debug("InitFaceTracking error");

@@ -321,6 +321,7 @@ TEST_F(ShotActionTest, AResultThatCannotBeMadeBelievedOrEncoded) {
         {100, [](Fake& fake) { fake.result.width = fake.result.height = 8192; }, kEncoded + kMade + kDelivered},
         {100, [](Fake& fake) { fake.result.width = fake.result.height = 1; }, kEncoded + kMade + kDelivered},
         {100, [](Fake&) { gFakeArcJpeg.streamOpens = false; }, failed + kNotMade},
+        {100, [](Fake&) { gFakeArcJpeg.jpeg = "J"; }, kEncoded + kMade + Lines{"app.data 0x100 1"}},
         {100, [](Fake&) { gFakeArcJpeg.jpeg.clear(); }, kEncoded + failed + kMade + Lines{"app.data 0x100 0"}}};
     for (const auto& [last, spoil, then] : cases) {
         gFakeArcJpeg = {};

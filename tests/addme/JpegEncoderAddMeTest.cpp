@@ -8,6 +8,7 @@
 #endif
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cstdlib>
 #include <memory>
@@ -92,6 +93,12 @@ TEST(JpegEncoderAddMe, KeepsToTheCapacityAndRefusesWhatCannotBe) {
         EXPECT_EQ(log.take(), fits ? Lines{} : refusal(320, 240, capacity, "the buffer is full"));
         EXPECT_TRUE(std::all_of(stream.begin() + capacity, stream.end(), [](uint8_t byte) { return byte == 0xA5; }));
     }
+    const size_t before = memoryInUse();
+    for (unsigned i = 0; i < 20; ++i)
+        jpeg_compress_yuv420sp_AddMe(std::array<uint8_t, 100000>().data(), i % 2 ? 100000 : 300, frame.data(), 320,
+                                     240);
+    log.take();
+    EXPECT_LT(memoryInUse(), before + 2000);
     auto longest = noise(2, 65500);
     std::vector<uint8_t> large(1 << 20);
     for (const auto& [width, height] : {std::pair(2U, 65500U), {65500U, 2U}})

@@ -418,6 +418,16 @@ TEST_F(ShotContinuousTest, AFirstFrameClicksOnceWhateverBecomesOfItAndCanBeStopp
                   Lines{text("app.notify 0x1000 %d 0", stopped + follows)});
         actWithin(0, {});
     }
+    // Outside a burst a frame is the first one, whatever came before: a burst that ended, or a stop that waited.
+    burst(2);
+    for (int i = 0; i < 2; ++i) {
+        recorder.take();
+        EXPECT_EQ(shot->Capture(makeFrame()), AfterCall::GoOn);
+        EXPECT_EQ(only(recorder.take(), {"I ShotContinuous: Capture() - start", "E "}),
+                  Lines{"I ShotContinuous: Capture() - start - Frame count : 0"});
+        for (const int32_t code : {1025, 1023, 1024, 1025})
+            command(code);
+    }
     command(1023);
     command(1024);
     EXPECT_EQ(shot->Capture(makeFrame()), AfterCall::GoOn);

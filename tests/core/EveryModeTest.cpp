@@ -4,6 +4,7 @@
 #include <functional>
 #include <thread>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "shots/Modes.h"
@@ -117,6 +118,43 @@ TEST_F(EveryModeTest, WhatIsMissingIsToldAndPassedOn) {
         EXPECT_EQ(recorder.take("E "), Lines(2, tag + "mHardware is NULL, returning."));
         EXPECT_EQ(shot->startPreview(), mode.unstarted);
         EXPECT_EQ(recorder.take(), Lines{text("E %s: mHardware is NULL, returning.", mode.starts)});
+    }
+}
+
+TEST_F(EveryModeTest, MemoryIsGivenBackWithTheShot) {
+    std::vector<std::function<void()>> threads;
+    fakeSystem().startThread = [&](const auto& thread) {
+        threads.push_back(thread);
+        return true;
+    };
+    const auto runThreads = [&] {
+        for (const auto& thread : std::exchange(threads, {}))
+            thread();
+    };
+    fakeSystem().sleep = [](int64_t) {};
+    for (const Mode& mode : kModes) {
+        std::vector<int32_t> commands = mode.commands;
+        if (mode.code == 1001)
+            commands = {1026, 1023, 1024};
+        size_t before = 0, after = 0;
+        for (int session = 0; session < 4; ++session) {
+            make(mode.code);
+            for (int i = 0; i < 3; ++i)
+                hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame());
+            shot->takePicture();
+            runThreads();
+            for (const int32_t command : commands) {
+                shot->sendCommand(command, 1, 0);
+                runThreads();
+                hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame());
+                hardware->data(CAMERA_MSG_COMPRESSED_IMAGE, makeMemory(10));
+            }
+            retireShot();
+            lastData.clear();
+            recorder.take();
+            before = std::exchange(after, memoryInUse());
+        }
+        EXPECT_LT(after, before + 500) << mode.tag;
     }
 }
 

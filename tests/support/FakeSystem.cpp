@@ -2,6 +2,7 @@
 
 #include "tests/support/FakeSystem.h"
 
+#include <malloc.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -18,6 +19,11 @@ kov::test::FakeSystem& kov::test::fakeSystem() {
 
 void kov::test::resetFakeSystem() {
     fakeSystem() = FakeSystem();
+}
+
+size_t kov::test::memoryInUse() {
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
 }
 
 namespace android::os {
