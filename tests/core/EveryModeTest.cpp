@@ -138,11 +138,14 @@ TEST_F(EveryModeTest, MemoryIsGivenBackWithTheShot) {
             commands = {1026, 1023, 1024};
         size_t before = 0, after = 0;
         for (int session = 0; session < 4; ++session) {
+            hardware->params.setPreviewSize(64, 48);
             make(mode.code);
             for (int i = 0; i < 3; ++i)
                 hardware->data(CAMERA_MSG_PREVIEW_FRAME, makeFrame());
             shot->takePicture();
             runThreads();
+            hardware->params.setPreviewSize(96, 64);
+            shot->startPreview();
             for (const int32_t command : commands) {
                 shot->sendCommand(command, 1, 0);
                 runThreads();
