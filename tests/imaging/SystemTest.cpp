@@ -55,6 +55,7 @@ TEST(SystemTest, ThreadsRun) {
     };
     const android_thread_func_t other = [](void* argument) { return gRun += *static_cast<int*>(argument); };
     int one = 1, two = 2;
+    gRun = 0;
     EXPECT_TRUE(real::startThread(entry, &one));
     EXPECT_TRUE(real::startThread(other, &two));
     EXPECT_TRUE(kov::test::waitUntil([] { return gRun == 3; }));
