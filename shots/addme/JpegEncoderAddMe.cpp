@@ -12,7 +12,6 @@
 
 #include "imaging/System.h"
 #include "imaging/TaggedLog.h"
-#include "shots/PreviewFrame.h"
 
 namespace android {
 
@@ -67,8 +66,7 @@ struct Frame {
 
 bool isPossible(unsigned int width, unsigned int height) {
     return width >= 2 && height >= 2 && width % 2 == 0 && height % 2 == 0 && width <= JPEG_MAX_DIMENSION &&
-           height <= JPEG_MAX_DIMENSION &&
-           yuv420FrameSize(static_cast<int32_t>(width), static_cast<int32_t>(height)) <= PTRDIFF_MAX;
+           height <= JPEG_MAX_DIMENSION && uint64_t{width} * height * 3 / 2 <= PTRDIFF_MAX;
 }
 
 bool allocate(Frame& frame) {
