@@ -89,9 +89,11 @@ TEST_F(ShotCartoonTest, APlanarFrameIsRenderedInTheLibrarysOrderAndDeliveredInIt
     const sp<IMemory> frame = makeMemory(12);
     const std::vector<uint8_t> planar = {1, 2, 3, 4, 5, 6, 7, 8, 20, 21, 30, 31};
     std::copy(planar.begin(), planar.end(), static_cast<uint8_t*>(frame->pointer()));
-    std::vector<uint8_t> ordered(12);
+    std::vector<uint8_t> ordered(14, 99), planes(5, 99);
     planarToSemiPlanar(planar.data(), 4, 2, ordered.data());
-    EXPECT_EQ(ordered, (std::vector<uint8_t>{1, 2, 3, 4, 5, 6, 7, 8, 30, 20, 31, 21}));
+    EXPECT_EQ(ordered, (std::vector<uint8_t>{1, 2, 3, 4, 5, 6, 7, 8, 30, 20, 31, 21, 99, 99}));
+    pairsToPlanes(ordered.data() + 8, 2, planes.data());
+    EXPECT_EQ(planes, (std::vector<uint8_t>{20, 21, 30, 31, 99}));
     for (const std::string failing : {"renderAsRawToBuffer", "newSessionWithRaw", "createImage", "no memory"}) {
         gFakeCaps.results = {{failing, 0}};
         fakeSystem().allowsHeap = [&](size_t) { return failing != "no memory"; };

@@ -251,6 +251,7 @@ TEST_F(ShotPanoramaTest, NothingThatCannotBeAnImageIsEncodedAndNoFailureIsSilent
 }
 
 TEST_F(ShotPanoramaTest, InitTakesItsOwnSizeAndRefusesAndIgnores) {
+    EXPECT_EQ(shot->handled(makeMemory(460800)), Lines{"0"}) << "there is no instance yet";
     shot->init(640, 0, true);
     shot->init(0, 480, true);
     EXPECT_EQ(taken(), (Lines{"W init", "E unexpected Init(640, 0)\\n", "W free", "W init",

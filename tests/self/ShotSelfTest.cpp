@@ -321,6 +321,9 @@ TEST_F(ShotSelfTest, TheCopyGrowsWithThePreview) {
     restart(1280, 720);  // before the picture is rendered
     runThread();
     larger("while one is to be rendered");
+    const size_t before = memoryInUse();
+    retireShot();
+    EXPECT_TRUE(before == 0 || memoryInUse() + 2 * 1382400 <= before) << "the copy or the raw picture is kept";
 }
 
 TEST_F(ShotSelfTest, FramesAreKeptAsFarAsTheyAreThere) {
