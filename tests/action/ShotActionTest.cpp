@@ -358,8 +358,12 @@ TEST_F(ShotActionTest, FramesAreLentFromItsOwnHeapInTurn) {
         EXPECT_EQ(static_cast<size_t>(lastData->offset()), place * bytes.size());
         EXPECT_TRUE(bytesOf(lastData) == bytes);
     };
-    for (const int place : {0, 1, 2, 0, 1})
+    for (const int place : {0, 1, 2, 0, 1}) {
         isLent(makeMemory(kFrame, 9), place, kFollowed);
+        const wp<IMemory> last(lastData);
+        lastData.clear();
+        EXPECT_TRUE(last.promote().get()) << "gone when the callback returns";
+    }
     isLent(makeMemory(kFrame - 1), 2, {told("of 4607 bytes is smaller than 64 x 48"), "app.data 0x10 4607"});
     for (const Lines& expected : {Lines{told("of 4609 bytes has no place")}, Lines{}}) {
         const sp<IMemory> larger = makeMemory(kFrame + 1);

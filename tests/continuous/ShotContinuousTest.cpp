@@ -344,6 +344,7 @@ TEST_F(ShotContinuousTest, AShotThatGoesAwayTakesItsEncoderAlong) {
                          text("E ShotContinuous: encodeCSPreview2Jpeg() -exit: %zu\\n", pictures)}));
         clock.onPause = {};
         makeShot();
+        EXPECT_EQ(ShotContinuous::encoderKillFlag, 0U);
         expectCleanBurst();
     }
     retireShot();
