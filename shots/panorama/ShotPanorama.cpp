@@ -109,6 +109,7 @@ void ShotPanorama::StartCapture() {
     kLog.warn("Starting panorama\n");
     mPxStatus = {};
     initForPreview();
+    mProgress = 0;  // also when there is no frame size to make an instance for
     mAutoStopArmed = true;
     if (!mInstance.beginCapture())
         mInstanceReady = false;

@@ -398,6 +398,15 @@ TEST_F(ShotPanoramaTest, AStitchWithoutAnInstanceLeavesALaterOneAlone) {
     command(1020);
     EXPECT_EQ(gFakePanoraMax.progress, std::vector<uint32_t>{100});
     EXPECT_EQ(count(command(1019), goesOn), 0);
+    // The progress of the stitch before is forgotten, also where no instance can be made.
+    whileNotified = nullptr;
+    made();
+    capture();
+    command(1020);
+    hardware->params.setPreviewSize(0, 0);
+    shot->startPreview();
+    command(1019);
+    EXPECT_EQ(count(command(1019), "px_createPanorama #0"), 1);
 }
 
 }  // namespace
